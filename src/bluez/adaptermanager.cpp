@@ -1,0 +1,255 @@
+#include "bluez/adaptermanager.h"
+
+#include "bluez/agent1.h"
+#include "bus/bluezcall.h"
+#include "bus/names.h"
+#include "core/dbuscommandlistener.h"
+#include "core/log.h"
+#include "core/speakername.h"
+#include "endpoint/endpoint.h"
+#include "player/playerrequests.h"
+#include "transport/transport.h"
+
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusVariant>
+
+AdapterManager::AdapterManager(bool aacDisabled, PlayerRequests &player, QObject *parent)
+    : AbstractManager(parent), aacDisabled_(aacDisabled), player_(player)
+{
+    bus::registerObjectTreeTypes();
+    subscribe();
+
+    new Agent1(this);
+    QDBusConnection::systemBus().registerObject(bus::AgentPath, this, QDBusConnection::ExportAdaptors);
+    RegisterAgent(bus::AgentPath);
+
+    new DBusCommandListener(this);
+    DBusCommandListener::claimService(this);
+    FindAnAvailableAdapter();
+}
+
+AdapterManager::~AdapterManager() = default;
+
+void AdapterManager::subscribe()
+{
+    const struct {
+        QLatin1String path;
+        QLatin1String interface;
+        const char *signal;
+        const char *slot;
+    } subscriptions[] = {
+        {bus::ObjectManagerPath, bus::ObjectManagerInterface, "InterfacesAdded",
+         SLOT(InterfacesAdded(QDBusObjectPath, QVariantMapMap))},
+        {bus::ObjectManagerPath, bus::ObjectManagerInterface, "InterfacesRemoved",
+         SLOT(InterfacesRemoved(QDBusObjectPath, QStringList))},
+        {bus::AnyPath, bus::PropertiesInterface, "PropertiesChanged",
+         SLOT(PropertiesChanged(QString, QVariantMap, QStringList))},
+    };
+    for (const auto &subscription : subscriptions) {
+        if (!QDBusConnection::systemBus().connect(bus::BluezService, subscription.path, subscription.interface,
+                                                  QLatin1String(subscription.signal), this, subscription.slot))
+            qWarning("0Could not subscribe to %s", subscription.signal);
+    }
+}
+
+void AdapterManager::FindAnAvailableAdapter()
+{
+    qDebug("FindAnAvailableAdapter");
+    const QDBusMessage reply = bus::callBluez(bus::ObjectManagerPath, bus::ObjectManagerInterface,
+                                              QStringLiteral("GetManagedObjects"));
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
+        return;
+    if (reply.signature() != QLatin1String("a{oa{sa{sv}}}")) {
+        logDebug() << "GetManagedObjects: unexpected types" << reply.signature();
+        return;
+    }
+    const auto objects = qdbus_cast<DBusManagerStruct>(reply.arguments().constFirst());
+    for (auto object = objects.begin(); object != objects.end(); ++object) {
+        const QString path = object.key().path();
+        logDebug() << path;
+        for (auto interface = object->begin(); interface != object->end(); ++interface) {
+            logDebug() << "\t" << interface.key();
+            if (interface.key().endsWith(QLatin1String("Adapter1")) && !IsAdapterPresent()) {
+                SetDefaultAdapter(path);
+                return;
+            }
+            for (auto property = interface->begin(); property != interface->end(); ++property)
+                logDebug() << "\t\t" << property.key() << "=" << property.value();
+        }
+    }
+}
+
+void AdapterManager::SetDefaultAdapter(const QString &path)
+{
+    sbcEndpoint_.reset();
+    aacEndpoint_.reset();
+    adapterPath_.clear();
+
+    if (!path.isEmpty()) {
+        logDebug() << "0Set default adapter: " << path;
+        adapterPath_ = path;
+        ResetAlias();
+        SetProperty(bus::AdapterInterface, path, QStringLiteral("Powered"), true);
+        SetProperty(bus::AdapterInterface, path, QStringLiteral("DiscoverableTimeout"), 0U); // no limit
+        SetProperty(bus::AdapterInterface, path, QStringLiteral("Discoverable"), true);
+        RegisterAgent(bus::AgentPath);
+
+        sbcCodec_ = std::make_unique<CodecSBC>();
+        sbcEndpoint_ = std::make_unique<Endpoint>(path, *sbcCodec_, *this, player_);
+        if (!aacDisabled_) {
+            aacCodec_ = std::make_unique<CodecAAC>();
+            aacEndpoint_ = std::make_unique<Endpoint>(path, *aacCodec_, *this, player_);
+        }
+    }
+    sendBTPropertyChange();
+}
+
+void AdapterManager::RegisterAgent(const QString &agentPath)
+{
+    qDebug("RegisterAgent");
+    const QVariant path = QVariant::fromValue(QDBusObjectPath(agentPath));
+    bus::callBluez(bus::BluezRootPath, bus::AgentManagerInterface, QStringLiteral("RegisterAgent"),
+                   {path, QStringLiteral("NoInputNoOutput")});
+    bus::callBluez(bus::BluezRootPath, bus::AgentManagerInterface, QStringLiteral("RequestDefaultAgent"), {path});
+}
+
+bool AdapterManager::IsStreaming() const
+{
+    return activeTransport_ && activeTransport_->isActive();
+}
+
+void AdapterManager::ResetAlias()
+{
+    if (!IsAdapterPresent())
+        return;
+    const QString name = readSpeakerName();
+    if (name.isEmpty())
+        return;
+    const QString alias = name + QLatin1String(SpeakerNameSuffix);
+    logDebug() << alias;
+    SetProperty(bus::AdapterInterface, adapterPath_, QStringLiteral("Alias"), alias);
+}
+
+void AdapterManager::Disconnect()
+{
+    if (IsConnected())
+        bus::callBluez(connectedDevicePath_, bus::DeviceInterface, QStringLiteral("Disconnect"));
+}
+
+void AdapterManager::SelectBluetooth()
+{
+    if (activeTransport_)
+        activeTransport_->SelectBluetooth();
+    else
+        qDebug("0SelectBluetooth(): no transport");
+}
+
+void AdapterManager::setActiveTransport(Transport *transport)
+{
+    qDebug("AdapterManager::setActiveTransport");
+    activeTransport_ = transport;
+    if (transport)
+        connect(transport, &Transport::transportActive, this, &AdapterManager::transportActive);
+}
+
+void AdapterManager::InterfacesAdded(const QDBusObjectPath &aPath, const QVariantMapMap &interfaces)
+{
+    logDebug() << "InterfacesAdded " << aPath.path();
+    if (!IsAdapterPresent()) {
+        for (auto interface = interfaces.begin(); interface != interfaces.end(); ++interface) {
+            if (interface.key() == bus::AdapterInterface)
+                SetDefaultAdapter(aPath.path());
+            logDebug() << interface.key();
+        }
+    }
+    // A phone that BlueZ has only just learnt of is announced as connected already; no other notice of it follows.
+    const QVariant connected = interfaces.value(bus::DeviceInterface).value(QStringLiteral("Connected"));
+    if (connected.userType() == QMetaType::Bool && connected.toBool())
+        DeviceConnected(aPath.path());
+}
+
+void AdapterManager::InterfacesRemoved(const QDBusObjectPath &aPath, const QStringList & /*aStringList*/)
+{
+    logDebug() << "InterfacesRemoved " << aPath.path();
+    if (aPath.path() != adapterPath_)
+        return;
+    SetDefaultAdapter(QString());
+    FindAnAvailableAdapter();
+}
+
+void AdapterManager::PropertiesChanged(const QString &interface, const QVariantMap &changed,
+                                       const QStringList &invalidated)
+{
+    logDebug() << "AdapterManager::PropertiesChanged" << interface << changed << invalidated;
+    if (interface != bus::DeviceInterface)
+        return;
+    const QVariant connected = changed.value(QStringLiteral("Connected"));
+    if (connected.userType() != QMetaType::Bool)
+        return;
+    logDebug() << message();
+    const QString device = message().path();
+    if (connected.toBool())
+        DeviceConnected(device);
+    else
+        DeviceDisconnected(device);
+}
+
+void AdapterManager::DeviceConnected(const QString &path)
+{
+    logDebug() << "0Device Connect:" << path;
+    if (!IsConnected()) {
+        connectedDevicePath_ = path;
+        connectedDeviceName_ = GetProperty(bus::DeviceInterface, path, QStringLiteral("Alias")).toString();
+        sendBTPropertyChange();
+    }
+    LogActiveDevice();
+}
+
+void AdapterManager::DeviceDisconnected(const QString &path)
+{
+    logDebug() << "0Device Disconnect:" << path;
+    if (path == connectedDevicePath_) {
+        connectedDevicePath_.clear();
+        connectedDeviceName_.clear();
+        sendBTPropertyChange();
+    }
+    LogActiveDevice();
+}
+
+void AdapterManager::LogActiveDevice() const
+{
+    logDebug() << "0Active Device:" << connectedDevicePath_ << connectedDeviceName_;
+}
+
+void AdapterManager::transportActive(bool /*active*/)
+{
+    sendBTPropertyChange();
+}
+
+void AdapterManager::sendBTPropertyChange()
+{
+    const bool connected = IsAdapterPresent() && IsConnected();
+    player_.sendBTPropertyChange(QStringLiteral("USB"), IsAdapterPresent(), connected, connected ? Name() : QString(),
+                                 connected && IsStreaming());
+}
+
+void AdapterManager::SetProperty(const QString &interface, const QString &path, const QString &name,
+                                 const QVariant &value)
+{
+    logDebug() << "SetProperty" << interface << path << name << value;
+    const QDBusMessage reply = bus::callBluez(path, bus::PropertiesInterface, QStringLiteral("Set"),
+                                              {interface, name, QVariant::fromValue(QDBusVariant(value))});
+    logDebug() << reply.errorName() << reply.errorMessage();
+}
+
+QVariant AdapterManager::GetProperty(const QString &interface, const QString &path, const QString &name)
+{
+    logDebug() << "GetProperty" << interface << path << name;
+    const QDBusMessage reply = bus::callBluez(path, bus::PropertiesInterface, QStringLiteral("Get"), {interface, name});
+    logDebug() << reply.errorName() << reply.errorMessage();
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
+        return {};
+    return qvariant_cast<QDBusVariant>(reply.arguments().constFirst()).variant();
+}

@@ -1,0 +1,40 @@
+#include "bluez/agent1.h"
+
+#include "bluez/adaptermanager.h"
+#include "core/log.h"
+
+Agent1::Agent1(AdapterManager *manager) : QDBusAbstractAdaptor(manager), manager_(*manager)
+{
+    qDebug("Agent1::Agent1()");
+}
+
+Agent1::~Agent1()
+{
+    qDebug("Agent1::~Agent1()");
+}
+
+void Agent1::Release()
+{
+    qDebug("Agent1::Release");
+}
+
+void Agent1::AuthorizeService(const QDBusObjectPath &path, const QString &uuid)
+{
+    logDebug() << "0Agent1::AuthorizeService" << path.path() << uuid;
+    if (path.path() == manager_.ConnectedDevicePath())
+        return;
+    qDebug("0Rejected");
+    manager_.sendErrorReply(QStringLiteral("org.bluez.Error.Rejected"),
+                            QStringLiteral("Only one connection permitted"));
+}
+
+void Agent1::RequestAuthorization(const QDBusObjectPath &path)
+{
+    logDebug() << "0Agent1::RequestAuthorization" << path.path();
+}
+
+QString Agent1::RequestPinCode(const QDBusObjectPath & /*path*/, const QString & /*pincode*/)
+{
+    qDebug("Agent1::RequestPinCode()");
+    return {};
+}

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "codec/codec.h"
+
+/// MPEG-1,2 audio (A2DP 1.3.2, 4.4) with fixed answers. No endpoint offers it.
+class CodecMP3 final : public Codec {
+public:
+    CodecMP3();
+    ~CodecMP3();
+
+    std::uint8_t type() override { return 1; }
+    QString formatName() override { return QStringLiteral("mp3"); }
+    QByteArray capabilities() override;
+    /// The phone's capabilities, unchanged.
+    QByteArray selectConfiguration(const QByteArray &peerCapabilities) override;
+    /// 44100 Hz, 16 bits, two channels, whatever is given.
+    void setConfiguration(const QByteArray &configuration) override;
+    void prepare(int readMtu) override;
+    /// Drops the packet.
+    void processPacket(const char *packet, int length, QIODevice *out) override;
+};

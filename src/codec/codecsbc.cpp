@@ -1,0 +1,135 @@
+#include "codec/codecsbc.h"
+
+#include "codec/sbcframe.h"
+#include "core/log.h"
+
+#include <QIODevice>
+
+#include <algorithm>
+
+namespace {
+
+// An RTP header and one byte with the frame count, which is not needed: the frames say how long they are.
+constexpr int PayloadOffset = 13;
+
+constexpr unsigned MinBitpool = 2;
+constexpr unsigned MaxBitpool = 250;
+
+// Bits of the element's fields, most wanted first.
+constexpr unsigned Frequencies[] = {0x1, 0x2, 0x4, 0x8};  // 48000, 44100, 32000, 16000 Hz
+constexpr unsigned ChannelModes[] = {0x1, 0x2, 0x8, 0x4}; // joint stereo, stereo, mono, dual channel
+constexpr unsigned BlockLengths[] = {0x1, 0x2, 0x4, 0x8}; // 16, 12, 8, 4
+constexpr unsigned Subbands[] = {0x1, 0x2};               // 8, 4
+constexpr unsigned AllocationMethods[] = {0x2, 0x1};      // SNR, loudness
+
+constexpr unsigned MonoBit = 0x8;
+
+int frequencyOf(unsigned bits)
+{
+    switch (bits) {
+    case 0x1:
+        return 48000;
+    case 0x4:
+        return 32000;
+    case 0x8:
+        return 16000;
+    default:
+        return 44100;
+    }
+}
+
+} // namespace
+
+CodecSBC::CodecSBC()
+{
+    qDebug("CodecSBC");
+    sbc_init(&decoder_, 0);
+}
+
+CodecSBC::~CodecSBC()
+{
+    qDebug("~CodecSBC");
+    sbc_finish(&decoder_);
+}
+
+QByteArray CodecSBC::capabilities()
+{
+    return QByteArray("\xFF\xFF\x02\xFA", 4);
+}
+
+QByteArray CodecSBC::selectConfiguration(const QByteArray &peerCapabilities)
+{
+    const unsigned c0 = octet(peerCapabilities, 0);
+    const unsigned c1 = octet(peerCapabilities, 1);
+    const unsigned result[] = {
+        pickPreferred(c0 >> 4, Frequencies) << 4 | pickPreferred(c0 & 0xF, ChannelModes),
+        pickPreferred(c1 >> 4, BlockLengths) << 4 | pickPreferred(c1 >> 2 & 3, Subbands) << 2
+            | pickPreferred(c1 & 3, AllocationMethods),
+        std::max(octet(peerCapabilities, 2), MinBitpool),
+        std::min(octet(peerCapabilities, 3), MaxBitpool),
+    };
+    QByteArray configuration;
+    for (const unsigned value : result)
+        configuration.append(static_cast<char>(value));
+    return configuration;
+}
+
+void CodecSBC::setConfiguration(const QByteArray &configuration)
+{
+    const unsigned c0 = octet(configuration, 0);
+    sampleRate = frequencyOf(c0 >> 4);
+    bitDepth = 16;
+    channels = (c0 & 0xF) == MonoBit ? 1 : 2;
+}
+
+void CodecSBC::prepare(int readMtu)
+{
+    // Room for whatever the frames of such a packet say of themselves. A size taken from the decoder's last frame would
+    // cut the PCM of a packet with more and smaller frames.
+    const int frames = 1 + readMtu / SbcFrame::MinLengthOfLargestPcm;
+    pcmSize_ = static_cast<size_t>(frames) * SbcFrame::MaxPcmSize;
+    pcm_.reset(new char[pcmSize_]);
+}
+
+void CodecSBC::processPacket(const char *packet, int length, QIODevice *out)
+{
+    if (!out || length < PayloadOffset)
+        return;
+
+    const char *in = packet + PayloadOffset;
+    int remaining = length - PayloadOffset;
+    size_t used = 0;
+    while (remaining > 0) {
+        // libsbc reads past a truncated frame, and a decoder whose first frame fails never recovers: it is given
+        // whole frames only.
+        SbcFrame frame{};
+        ssize_t result = SbcFrame::read(in, remaining, frame);
+        if (result > 0 && static_cast<size_t>(frame.pcmSize) > pcmSize_ - used)
+            break;
+        size_t written = 0;
+        if (result > 0) {
+            startDecoderFor(frame.subbands);
+            result = sbc_decode(&decoder_, in, static_cast<size_t>(remaining), pcm_.get() + used, pcmSize_ - used,
+                                &written);
+        }
+        if (result <= 0) {
+            logDebug() << "SBC decoding error" << static_cast<int>(result);
+            break;
+        }
+        used += written;
+        in += result;
+        remaining -= static_cast<int>(result);
+    }
+    out->write(pcm_.get(), static_cast<qint64>(used));
+}
+
+void CodecSBC::startDecoderFor(int subbands)
+{
+    if (startedSubbands_ == 0) {
+        startedSubbands_ = subbands;
+    } else if (startedSubbands_ < subbands) {
+        // libsbc lays its filter memory out for the first frame's subbands: 8 hold 4, but 4 do not hold 8.
+        sbc_reinit(&decoder_, 0);
+        startedSubbands_ = subbands;
+    }
+}

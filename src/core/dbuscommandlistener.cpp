@@ -1,0 +1,69 @@
+#include "core/dbuscommandlistener.h"
+
+#include "bus/names.h"
+#include "core/abstractmanager.h"
+#include "core/log.h"
+
+#include <QDBusConnection>
+#include <QDBusError>
+
+DBusCommandListener::DBusCommandListener(AbstractManager *manager) : QDBusAbstractAdaptor(manager), manager_(*manager)
+{
+}
+
+void DBusCommandListener::claimService(AbstractManager *manager)
+{
+    QDBusConnection systemBus = QDBusConnection::systemBus();
+    qDebug("Register Service");
+    if (!systemBus.registerService(bus::ControlService)) {
+        // The bus counts a name that somebody else owns as an answer, not as an error.
+        const QString error = systemBus.lastError().message();
+        qFatal("0%s", error.isEmpty() ? "The service name org.kadobt is taken" : qUtf8Printable(error));
+    }
+    logDebug() << "Register Object"
+               << systemBus.registerObject(bus::ControlPath, manager, QDBusConnection::ExportAdaptors);
+}
+
+bool DBusCommandListener::adapterPresent() const
+{
+    return manager_.IsAdapterPresent();
+}
+
+bool DBusCommandListener::connected() const
+{
+    return manager_.IsConnected();
+}
+
+void DBusCommandListener::setConnected(bool connected)
+{
+    if (!connected)
+        manager_.Disconnect();
+}
+
+bool DBusCommandListener::streaming() const
+{
+    return manager_.IsStreaming();
+}
+
+QString DBusCommandListener::name() const
+{
+    return manager_.Name();
+}
+
+void DBusCommandListener::ResetAlias()
+{
+    qDebug("DBusCommandListener::ResetAlias()");
+    manager_.ResetAlias();
+}
+
+bool DBusCommandListener::IsAdapterPresent()
+{
+    qDebug("DBusCommandListener::IsAdapterPresent()");
+    return adapterPresent();
+}
+
+void DBusCommandListener::SelectBluetooth()
+{
+    qDebug("DBusCommandListener::SelectBluetooth()");
+    manager_.SelectBluetooth();
+}

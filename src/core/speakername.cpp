@@ -1,0 +1,22 @@
+#include "core/speakername.h"
+
+#include <QByteArray>
+#include <QFile>
+
+namespace {
+
+// A Bluetooth name has 248 bytes; a file that goes on without a line feed is not read to its end.
+constexpr qint64 MaxLineBytes = 64 * 1024;
+
+} // namespace
+
+QString readSpeakerName()
+{
+    QFile file(QString::fromLatin1(SpeakerNameFile));
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    QByteArray line = file.readLine(MaxLineBytes);
+    if (const auto zero = line.indexOf('\0'); zero >= 0)
+        line.truncate(zero);
+    return QString::fromLatin1(line).remove(QLatin1Char('\n'));
+}

@@ -1,0 +1,62 @@
+#include "endpoint/mediaendpoint1.h"
+
+#include "codec/codec.h"
+#include "core/abstractmanager.h"
+#include "core/log.h"
+#include "transport/transport.h"
+
+MediaEndpoint1::MediaEndpoint1(QObject *endpoint, Codec &codec, AbstractManager &manager, PlayerRequests &player)
+    : QDBusAbstractAdaptor(endpoint), codec_(codec), manager_(manager), player_(player)
+{
+}
+
+MediaEndpoint1::~MediaEndpoint1()
+{
+    teardown();
+}
+
+void MediaEndpoint1::SetConfiguration(const QDBusObjectPath &objectPath, const QVariantMap &properties)
+{
+    const QByteArray configuration = properties.value(QStringLiteral("Configuration")).toByteArray();
+    logDebug() << "MediaEndpoint1::SetConfiguration" << properties;
+    logDebug() << "0SetConfiguration:" << configuration.toHex() << "Codec:" << codec_.formatName();
+    codec_.setConfiguration(configuration);
+    logDebug() << "0Sample Rate:" << codec_.sampleRate << "Bit Depth:" << codec_.bitDepth
+               << "Channels:" << codec_.channels;
+
+    if (transport_) {
+        qWarning("0Unexpected SetConfiguration");
+        return;
+    }
+    qDebug("new transport");
+    transport_ = std::make_unique<Transport>(objectPath.path(), codec_, manager_, player_);
+    manager_.setActiveTransport(transport_.get());
+}
+
+QByteArray MediaEndpoint1::SelectConfiguration(const QByteArray &capabilities)
+{
+    logDebug() << "MediaEndpoint1::SelectConfiguration" << capabilities;
+    logDebug() << "0SelectConfiguration:" << capabilities.toHex() << "Codec:" << codec_.formatName();
+    QByteArray selected = codec_.selectConfiguration(capabilities);
+    logDebug() << "0Selected:" << selected.toHex();
+    return selected;
+}
+
+void MediaEndpoint1::ClearConfiguration(const QDBusObjectPath &path)
+{
+    logDebug() << "MediaEndpoint1::ClearConfiguration" << path.path();
+    teardown();
+}
+
+void MediaEndpoint1::Release()
+{
+    qDebug("MediaEndpoint1::Release");
+}
+
+void MediaEndpoint1::teardown()
+{
+    if (!transport_)
+        return;
+    transport_.reset();
+    manager_.setActiveTransport(nullptr);
+}

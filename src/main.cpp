@@ -1,0 +1,53 @@
+#include "bluez/adaptermanager.h"
+#include "core/commandline.h"
+#include "core/kadoinfo.h"
+#include "core/log.h"
+#include "player/playerrequests.h"
+#include "transport/transport.h"
+
+#include <QCoreApplication>
+#include <QNetworkAccessManager>
+
+#include <cstdio>
+#include <cstdlib>
+
+int main(int argc, char **argv)
+{
+    // Qt's own event dispatcher wakes up with fewer system calls than GLib's.
+    qputenv("QT_NO_GLIB", "1");
+
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("kado-bt"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(KADO_VERSION));
+    const QString name = QCoreApplication::applicationName();
+    const QString version = QCoreApplication::applicationVersion();
+
+    const CommandLine commandLine = CommandLine::parse(QCoreApplication::arguments().mid(1));
+    switch (commandLine.action) {
+    case CommandLine::Action::PrintVersion:
+        std::printf("%s %s\n", qUtf8Printable(name), qUtf8Printable(version));
+        return EXIT_SUCCESS;
+    case CommandLine::Action::PrintUsage:
+        std::printf("%s", qUtf8Printable(CommandLine::usage(name, version)));
+        return -1;
+    case CommandLine::Action::Run:
+        break;
+    }
+
+    installLogOutput(commandLine.log);
+    qDebug("0start %s %s", qUtf8Printable(name), qUtf8Printable(version));
+
+    const kadoInfo info;
+    if (info.isMelody()) {
+        qCritical("0The device file asks for an external Bluetooth module, which this version does not drive");
+        return EXIT_FAILURE;
+    }
+
+    QNetworkAccessManager theNetworkManager;
+    PlayerRequests player(theNetworkManager);
+
+    Transport::InitSocketServer();
+    AdapterManager theManager(commandLine.aacDisabled, player);
+
+    return QCoreApplication::exec();
+}

@@ -1,0 +1,185 @@
+#include "transport/transport.h"
+
+#include "bus/bluezcall.h"
+#include "bus/names.h"
+#include "codec/codec.h"
+#include "core/abstractmanager.h"
+#include "core/log.h"
+#include "player/audioclient.h"
+#include "player/audioserver.h"
+#include "player/playerrequests.h"
+
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusUnixFileDescriptor>
+
+#include <cerrno>
+#include <fcntl.h>
+
+namespace {
+
+constexpr QLatin1String Pending("pending");
+constexpr QLatin1String Active("active");
+
+// A socket that has ended stays readable until BlueZ says what became of the stream, seconds later. Looking at it this
+// often costs nothing and still finds a stream that goes on.
+constexpr int EndedStreamLookMs = 100;
+
+// Seven seconds of audio: more than a socket holds, and an end to reading from one that is filled as fast as it is
+// read.
+constexpr int MaxPacketsAtEnd = 512;
+
+AudioServer *server = nullptr; // owned by the application object
+
+/// The descriptor and the read MTU of an Acquire reply (h, q, q).
+bool parseAcquireReply(const QDBusMessage &reply, FileDescriptor &fd, int &readMtu)
+{
+    const QVariantList values = reply.arguments();
+    if (reply.type() != QDBusMessage::ReplyMessage || !reply.signature().startsWith(QLatin1String("hq")))
+        return false;
+    fd = FileDescriptor(
+        ::fcntl(qvariant_cast<QDBusUnixFileDescriptor>(values.at(0)).fileDescriptor(), F_DUPFD_CLOEXEC, 0));
+    readMtu = values.at(1).toInt();
+    return fd.isValid() && readMtu > 0;
+}
+
+} // namespace
+
+Transport::Transport(const QString &path, Codec &codec, const AbstractManager &manager, PlayerRequests &player)
+    : path_(path), codec_(codec), manager_(manager), player_(player)
+{
+    qDebug("Transport()");
+    InitSocketServer();
+    lookAgain_.setSingleShot(true);
+    lookAgain_.setInterval(EndedStreamLookMs);
+    connect(&lookAgain_, &QTimer::timeout, this, &Transport::readData);
+    QDBusConnection::systemBus().connect(bus::BluezService, path_, bus::PropertiesInterface,
+                                         QStringLiteral("PropertiesChanged"), this,
+                                         SLOT(PropertiesChanged(QString, QVariantMap, QStringList)));
+}
+
+Transport::~Transport()
+{
+    qDebug("~Transport");
+    Cleanup();
+}
+
+void Transport::InitSocketServer()
+{
+    if (server)
+        return;
+    qDebug("Transport::InitSocketServer()");
+    server = new AudioServer(QCoreApplication::instance());
+}
+
+bool Transport::isActive() const
+{
+    return state_ == Active;
+}
+
+void Transport::SelectBluetooth()
+{
+    if (!isActive()) {
+        qDebug("0SelectBluetooth(): transport not active");
+        return;
+    }
+    player_.sendPlay(codec_.formatName(), codec_.sampleRate, codec_.bitDepth, codec_.channels, manager_.Name());
+}
+
+void Transport::PropertiesChanged(const QString &interface, const QVariantMap &changed, const QStringList &invalidated)
+{
+    logDebug() << "Transport::PropertiesChanged" << interface << changed << invalidated;
+    if (interface != bus::MediaTransportInterface)
+        return;
+    const QVariant state = changed.value(QStringLiteral("State"));
+    if (state.userType() == QMetaType::QString)
+        setState(state.toString());
+}
+
+void Transport::setState(const QString &state)
+{
+    logDebug() << "0Transport State =" << state;
+    if (state == Pending) {
+        if (!fd_.isValid())
+            Acquire();
+    } else if (state != Active) {
+        Cleanup();
+    }
+    const bool wasActive = isActive();
+    state_ = state;
+    if (isActive() != wasActive)
+        Q_EMIT transportActive(isActive());
+}
+
+void Transport::Acquire()
+{
+    const QDBusMessage reply = bus::callBluez(path_, bus::MediaTransportInterface, QStringLiteral("Acquire"));
+    logDebug() << reply;
+
+    FileDescriptor fd;
+    int readMtu = 0;
+    if (!parseAcquireReply(reply, fd, readMtu)) {
+        logDebug() << "0org.bluez.MediaTransport1.Acquire:" << reply.errorName() << reply.errorMessage();
+        return;
+    }
+    // BlueZ hands out non-blocking sockets; reading until nothing is left relies on it.
+    ::fcntl(fd.get(), F_SETFL, ::fcntl(fd.get(), F_GETFL) | O_NONBLOCK);
+    fd_ = std::move(fd);
+    readMtu_ = readMtu;
+    buffer_.reset(new char[static_cast<size_t>(readMtu)]);
+    codec_.prepare(readMtu);
+    notifier_ = std::make_unique<QSocketNotifier>(fd_.get(), QSocketNotifier::Read);
+    connect(notifier_.get(), &QSocketNotifier::activated, this, &Transport::readData);
+}
+
+void Transport::readData()
+{
+    const bool ended = readPacket() == Read::Ended;
+    notifier_->setEnabled(!ended);
+    if (ended)
+        lookAgain_.start();
+}
+
+Transport::Read Transport::readPacket()
+{
+    const ssize_t length = ::read(fd_.get(), buffer_.get(), static_cast<size_t>(readMtu_));
+    if (length <= 0)
+        return length < 0 && (errno == EAGAIN || errno == EINTR) ? Read::Nothing : Read::Ended;
+    AdoptWaitingClient();
+    codec_.processPacket(buffer_.get(), static_cast<int>(length), socket_.get());
+    return Read::Packet;
+}
+
+void Transport::AdoptWaitingClient()
+{
+    std::unique_ptr<AudioClient> next = server->nextClient();
+    if (!next)
+        return;
+    DeleteSocket();
+    socket_ = std::move(next);
+    qDebug("0New audio out socket connection accepted");
+}
+
+void Transport::Cleanup()
+{
+    if (!fd_.isValid())
+        return;
+    // The stream's last packets still wait in the socket when BlueZ reports its end.
+    for (int i = 0; i < MaxPacketsAtEnd && readPacket() == Read::Packet; ++i) {
+    }
+    qDebug("Cleanup Transport");
+    lookAgain_.stop();
+    notifier_.reset();
+    fd_.reset();
+    buffer_.reset();
+    DeleteSocket();
+}
+
+void Transport::DeleteSocket()
+{
+    if (!socket_)
+        return;
+    qDebug("Transport::DeleteSocket()");
+    AudioClient::finish(std::move(socket_));
+}
