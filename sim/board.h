@@ -1,0 +1,50 @@
+#pragma once
+
+#include "sim/bus.h"
+#include "sim/daemon.h"
+#include "sim/fakebluez.h"
+#include "sim/phone.h"
+#include "sim/player.h"
+#include "sim/waiting.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QVariant>
+
+namespace sim {
+
+/// The files of a board as the daemon reads them. To be used only in the sandbox (see scripts/sandbox): the paths are
+/// the real ones, so the functions refuse, ending the program, unless the environment says KADO_SANDBOX=1.
+void writeDeviceInfo(const QByteArray &xml); ///< /etc/kado_info.xml
+void removeDeviceInfo();
+void writePlayerName(const QByteArray &content); ///< /var/data/player_name
+void removePlayerName();
+
+/// A speaker with one BlueZ adapter: bus, BlueZ, player and daemon together.
+class Board {
+public:
+    /// Writes the device file (BlueZ variant) and the name file ("Kitchen"), starts bus, BlueZ with the adapter
+    /// /org/bluez/hci0, and the player's service. The daemon is not started.
+    explicit Board(const QString &busSocketPath = {});
+    ~Board();
+    Board(const Board &) = delete;
+    Board &operator=(const Board &) = delete;
+
+    /// Starts the daemon and waits until it has set up the adapter (the first notification has arrived).
+    bool startDaemon(const QStringList &arguments = {QStringLiteral("--stderr")});
+
+    Bus bus;
+    FakeBluez bluez;
+    Player player;
+    Daemon daemon;
+
+    /// Calls org.kadobt.commands on /kadobt, a method or (get, set) a property; the event loop runs meanwhile.
+    QDBusMessage command(const QString &method);
+    QVariant commandProperty(const QString &name);
+    QDBusMessage setCommandProperty(const QString &name, const QVariant &value);
+
+private:
+    QDBusConnection control_;
+};
+
+} // namespace sim

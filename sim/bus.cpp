@@ -1,0 +1,83 @@
+#include "sim/bus.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QUrl>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace sim {
+
+namespace {
+
+constexpr int StartMs = 5000;
+constexpr int StopMs = 2000;
+
+// Of the type that the daemon is made for, but without the policy of a real system bus: anybody may do anything.
+// The limits are those of a session bus.
+const char *const Configuration = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>system</type>
+  <listen>%1</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <allow own="*"/>
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow receive_sender="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+  </policy>
+  <limit name="max_incoming_bytes">1000000000</limit>
+  <limit name="max_outgoing_bytes">1000000000</limit>
+  <limit name="max_message_size">1000000000</limit>
+  <limit name="max_completed_connections">100000</limit>
+  <limit name="max_connections_per_user">100000</limit>
+  <limit name="max_names_per_connection">50000</limit>
+  <limit name="max_match_rules_per_connection">50000</limit>
+  <limit name="max_replies_per_connection">50000</limit>
+</busconfig>
+)";
+
+[[noreturn]] void fail(const QString &what)
+{
+    std::fprintf(stderr, "The message bus did not start: %s\n", qPrintable(what));
+    std::exit(EXIT_FAILURE);
+}
+
+} // namespace
+
+Bus::Bus(const QString &socketPath)
+    : socketPath_(socketPath.isEmpty() ? dir_.filePath(QStringLiteral("bus"))
+                                       : QFileInfo(socketPath).absoluteFilePath()),
+      address_(QStringLiteral("unix:path=") + QString::fromLatin1(QUrl::toPercentEncoding(socketPath_, "/", "~")))
+{
+    QFile configuration(dir_.filePath(QStringLiteral("bus.conf")));
+    if (!configuration.open(QIODevice::WriteOnly))
+        fail(configuration.errorString());
+    configuration.write(QString::fromLatin1(Configuration).arg(address_).toUtf8());
+    configuration.close();
+
+    process_.start(QStringLiteral("dbus-daemon"),
+                   {QStringLiteral("--config-file=") + configuration.fileName(), QStringLiteral("--nofork"),
+                    QStringLiteral("--nopidfile"), QStringLiteral("--print-address")});
+    if (!process_.waitForStarted(StartMs))
+        fail(process_.errorString());
+    while (!process_.canReadLine()) { // the address, printed when it listens
+        if (!process_.waitForReadyRead(StartMs))
+            fail(QString::fromLocal8Bit(process_.readAllStandardError()));
+    }
+}
+
+Bus::~Bus()
+{
+    process_.terminate();
+    if (!process_.waitForFinished(StopMs)) {
+        process_.kill();
+        process_.waitForFinished();
+    }
+    QFile::remove(socketPath_);
+}
+
+} // namespace sim

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "sim/childprocess.h"
+
+#include <QString>
+#include <QTemporaryDir>
+
+namespace sim {
+
+/// A private message bus: a dbus-daemon of its own, as a child process, in which everybody may own and send
+/// everything. It ends with this object.
+class Bus {
+public:
+    /// Starts the bus and waits until it listens. `socketPath` is where its socket is made; empty: in a temporary
+    /// directory. A bus that does not start within 5 s ends the program with a message.
+    explicit Bus(const QString &socketPath = {});
+    ~Bus();
+    Bus(const Bus &) = delete;
+    Bus &operator=(const Bus &) = delete;
+
+    /// "unix:path=...", for DBUS_SYSTEM_BUS_ADDRESS and FakeBluez.
+    QString address() const { return address_; }
+
+private:
+    QTemporaryDir dir_;
+    QString socketPath_;
+    QString address_;
+    ChildProcess process_;
+};
+
+} // namespace sim

@@ -1,0 +1,141 @@
+#include "sim/daemon.h"
+
+#include "sim/waiting.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcessEnvironment>
+
+#include <cstdio>
+
+namespace sim {
+
+namespace {
+
+constexpr int StopMs = 5000;
+
+QString defaultProgram()
+{
+    return qEnvironmentVariable("KADO_BT", QStringLiteral(KADO_BT_BINARY));
+}
+
+QString withoutBlanksAtEnd(QString text)
+{
+    while (text.endsWith(QLatin1Char(' ')))
+        text.chop(1);
+    return text;
+}
+
+QByteArray readProc(const QProcess &process, const char *name)
+{
+    QFile file(QStringLiteral("/proc/%1/%2").arg(process.processId()).arg(QLatin1String(name)));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+/// The number behind "KEY:" in smaps_rollup, KiB; 0 when there is none.
+int memoryKib(const QProcess &process, const QByteArray &key)
+{
+    const QList<QByteArray> lines = readProc(process, "smaps_rollup").split('\n');
+    for (const QByteArray &line : lines) {
+        if (line.startsWith(key + ':'))
+            return line.mid(key.size() + 1).trimmed().split(' ').first().toInt();
+    }
+    return 0;
+}
+
+} // namespace
+
+Daemon::Daemon(const QString &program, QObject *parent)
+    : QObject(parent), program_(program.isEmpty() ? defaultProgram() : program)
+{
+    connect(&process_, &QProcess::readyReadStandardError, this, &Daemon::readLog);
+    connect(&process_, &QProcess::readyReadStandardOutput, this,
+            [this] { output_ += process_.readAllStandardOutput(); });
+}
+
+Daemon::~Daemon()
+{
+    stop();
+}
+
+void Daemon::start(const QString &busAddress, const QStringList &arguments)
+{
+    partial_.clear();
+    output_.clear();
+    log_.clear();
+    clock_.start();
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"), busAddress);
+    process_.setProcessEnvironment(environment);
+    process_.start(program_, arguments);
+    if (!process_.waitForStarted())
+        std::fprintf(stderr, "%s: %s\n", qPrintable(program_), qPrintable(process_.errorString()));
+}
+
+void Daemon::stop()
+{
+    if (process_.state() == QProcess::NotRunning)
+        return;
+    process_.terminate();
+    if (!waitFor([this] { return process_.state() == QProcess::NotRunning; }, StopMs)) {
+        process_.kill();
+        process_.waitForFinished();
+    }
+}
+
+QStringList Daemon::logTexts() const
+{
+    QStringList texts;
+    for (const LogLine &line : log_)
+        texts.append(line.text);
+    return texts;
+}
+
+bool Daemon::logged(const QString &line, int from) const
+{
+    const QString wanted = withoutBlanksAtEnd(line);
+    for (int i = from; i < log_.size(); ++i) {
+        if (withoutBlanksAtEnd(log_.at(i).text) == wanted)
+            return true;
+    }
+    return false;
+}
+
+int Daemon::openDescriptors() const
+{
+    const QDir directory(QStringLiteral("/proc/%1/fd").arg(process_.processId()));
+    return static_cast<int>(directory.entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size());
+}
+
+int Daemon::residentKib() const
+{
+    return memoryKib(process_, "Rss");
+}
+
+int Daemon::privateDirtyKib() const
+{
+    return memoryKib(process_, "Private_Dirty");
+}
+
+int Daemon::cpuMs() const
+{
+    // Behind the name, which may hold anything, in brackets: state is the first field, utime and stime 12th and 13th.
+    const QByteArray stat = readProc(process_, "stat");
+    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+    if (fields.size() < 13)
+        return 0;
+    return static_cast<int>((fields.at(11).toLongLong() + fields.at(12).toLongLong()) * 1000 / ::sysconf(_SC_CLK_TCK));
+}
+
+void Daemon::readLog()
+{
+    partial_ += process_.readAllStandardError();
+    for (auto end = partial_.indexOf('\n'); end >= 0; end = partial_.indexOf('\n')) {
+        const QString text = QString::fromUtf8(partial_.left(end));
+        partial_.remove(0, end + 1);
+        log_.append({clock_.elapsed(), text});
+        Q_EMIT logLine(text);
+    }
+}
+
+} // namespace sim

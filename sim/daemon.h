@@ -1,0 +1,61 @@
+#pragma once
+
+#include "sim/childprocess.h"
+
+#include <QElapsedTimer>
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+namespace sim {
+
+/// The shipped binary as a child process, on a board's own bus.
+class Daemon : public QObject {
+    Q_OBJECT
+public:
+    struct LogLine {
+        qint64 ms;    ///< since start()
+        QString text; ///< without the line feed, trailing blank kept
+    };
+
+    /// `program` is the binary; empty: the environment variable KADO_BT, else the one of this build.
+    explicit Daemon(const QString &program = {}, QObject *parent = nullptr);
+    ~Daemon() override;
+
+    /// Starts it with DBUS_SYSTEM_BUS_ADDRESS set to `busAddress` and waits until the process runs, or prints why
+    /// it does not. An earlier run's log and output are forgotten.
+    void start(const QString &busAddress, const QStringList &arguments = {QStringLiteral("--stderr")});
+    /// Ends it with SIGTERM and waits, with the event loop running; one that stays for 5 s is killed.
+    void stop();
+
+    QProcess &process() { return process_; }
+    /// Standard error so far, a line each.
+    const QList<LogLine> &log() const { return log_; }
+    QStringList logTexts() const;
+    /// Whether a line stands in the log, from line `from` on, blanks at its end not counted.
+    bool logged(const QString &line, int from = 0) const;
+    /// Standard output so far.
+    QByteArray output() const { return output_; }
+
+    /// Open descriptors, resident and private dirty memory (KiB) and CPU time (ms) of the process, from /proc.
+    int openDescriptors() const;
+    int residentKib() const;
+    int privateDirtyKib() const;
+    int cpuMs() const;
+
+Q_SIGNALS:
+    void logLine(const QString &text);
+
+private:
+    void readLog();
+
+    QString program_;
+    ChildProcess process_;
+    QByteArray partial_;
+    QByteArray output_;
+    QList<LogLine> log_;
+    QElapsedTimer clock_;
+};
+
+} // namespace sim

@@ -1,0 +1,367 @@
+#include "sim/demo.h"
+
+#include "bus/names.h"
+#include "sim/board.h"
+#include "sim/heardcheck.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QSocketNotifier>
+#include <QUrl>
+
+#include <algorithm>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace sim {
+
+namespace {
+
+const QString PhonePath = QStringLiteral("/org/bluez/hci0/dev_00_AA_01_01_00_42");
+const QString PhoneName = QStringLiteral("Anna's phone");
+
+// A phone's encoder takes about as long from the stream's start to its first packet. It does not wait for a player.
+constexpr int EncoderStartMs = 300;
+// What the daemon, the local socket and the player have between them when the last packet has been sent.
+constexpr int LastAudioMs = 2000;
+
+int wakeUpPipe[2] = {-1, -1};
+
+void wakeUp(int)
+{
+    const char byte = 0;
+    [[maybe_unused]] const ssize_t written = ::write(wakeUpPipe[1], &byte, 1);
+}
+
+/// A few seconds of a chord, for when there is no recording.
+Recording chord()
+{
+    constexpr int Seconds = 3;
+    constexpr double Amplitude = 5000;
+    constexpr double TwoPi = 6.283185307179586;
+    Recording recording;
+    recording.sampleRate = 48000;
+    recording.channels = 2;
+    std::vector<std::int16_t> samples;
+    for (int i = 0; i < Seconds * recording.sampleRate; ++i) {
+        const double time = static_cast<double>(i) / recording.sampleRate;
+        const double fifth = Amplitude * std::sin(TwoPi * 660 * time);
+        for (const double root : {440.0, 441.0}) // left, right
+            samples.push_back(static_cast<std::int16_t>(fifth + Amplitude * std::sin(TwoPi * root * time)));
+    }
+    recording.pcm = QByteArray(reinterpret_cast<const char *>(samples.data()),
+                               static_cast<int>(samples.size() * sizeof(std::int16_t)));
+    return recording;
+}
+
+/// All files as one recording; empty when they cannot be, and `error` says why.
+Recording readRecordings(const QStringList &files, QString &error)
+{
+    if (files.isEmpty())
+        return chord();
+    Recording whole;
+    for (const QString &file : files) {
+        const Recording part = readRecording(file, error);
+        if (part.pcm.isEmpty())
+            return {};
+        if (!whole.pcm.isEmpty() && part.sampleRate != whole.sampleRate) {
+            error = QStringLiteral("%1: its sampling rate is %2 Hz, but that of %3 is %4 Hz")
+                        .arg(file)
+                        .arg(part.sampleRate)
+                        .arg(files.first())
+                        .arg(whole.sampleRate);
+            return {};
+        }
+        whole.sampleRate = part.sampleRate;
+        whole.channels = part.channels;
+        whole.pcm += part.pcm;
+    }
+    return whole;
+}
+
+/// The board with its phone, and the story that they tell. A step that does not come out as it should stops the story:
+/// `fault_` then says which.
+class Demo {
+public:
+    Demo(const DemoOptions &options, const Recording &recording);
+
+    int run();
+
+private:
+    bool stream();
+    bool stopStreaming();
+    int hold();
+
+    void say(const char *who, const QString &text) const;
+    bool insist(bool asItShouldBe, const QString &otherwise);
+    bool awaitRequest(const QString &request);
+    bool awaitStatus(const char *connected, const QString &name, const char *streaming);
+    bool isAdapterSetUp() const;
+    int sumUp();
+
+    const DemoOptions &options_;
+    const Recording &recording_;
+    QElapsedTimer clock_;
+    SbcFormat format_;
+    QList<QByteArray> packets_;
+    Board board_;
+    Phone phone_;
+    QStringList callsAtStart_;
+    int awaitedRequests_ = 0;
+    QString fault_;
+};
+
+Demo::Demo(const DemoOptions &options, const Recording &recording)
+    : options_(options), recording_(recording), board_(options.busSocketPath),
+      phone_(board_.bluez, PhonePath, PhoneName)
+{
+    constexpr int Mtu = 672; // what BlueZ and a phone agree on
+    clock_.start();
+    format_.sampleRate = recording.sampleRate;
+    packets_ = encodeSbc(recording.pcm, format_, Mtu);
+
+    QObject::connect(&board_.daemon, &Daemon::logLine, &board_.daemon,
+                     [this](const QString &text) { say("kado-bt", text); });
+    QObject::connect(&board_.player, &Player::requested, &board_.player,
+                     [this](const PlayerRequest &request) { say("player", "is told " + request.target); });
+    board_.player.connectWhenTold(true);
+}
+
+int Demo::run()
+{
+    const bool streaming = stream();
+    if (streaming && options_.hold)
+        return hold();
+    if (streaming)
+        stopStreaming();
+    board_.daemon.stop();
+    return sumUp();
+}
+
+/// From the start of the daemon to the phone's first packet, which is on its way when this returns true.
+bool Demo::stream()
+{
+    say("board", QStringLiteral("kado-bt starts"));
+    if (!insist(board_.startDaemon(), QStringLiteral("kado-bt did not set the adapter up")))
+        return false;
+    const QList<BluezCall> &calls = board_.bluez.calls();
+    for (const BluezCall &call : calls)
+        callsAtStart_.append(call.text());
+    if (!awaitStatus("false", QString(), "false")
+        || !insist(isAdapterSetUp(), QStringLiteral("the adapter is not as it should be")))
+        return false;
+    say("board",
+        QStringLiteral("the adapter is \"%1\", discoverable without end, with %2 endpoints and an agent")
+            .arg(board_.bluez.property("/org/bluez/hci0", bus::AdapterInterface, "Alias").toString())
+            .arg(board_.bluez.endpoints().size()));
+
+    say("phone", PhoneName + QStringLiteral(" pairs and connects"));
+    phone_.connect();
+    if (!awaitStatus("true", PhoneName, "false"))
+        return false;
+    if (!insist(phone_.authorize(), QStringLiteral("the phone was not authorised")))
+        return false;
+    say("phone", QStringLiteral("is authorised for audio"));
+    if (!insist(phone_.configure(format_), QStringLiteral("the configuration was refused")))
+        return false;
+    say("phone",
+        QStringLiteral("has configured SBC: %1 Hz, joint stereo, %2 blocks, %3 subbands, loudness, bitpool %4")
+            .arg(format_.sampleRate)
+            .arg(format_.blocks)
+            .arg(format_.subbands)
+            .arg(format_.bitpool));
+
+    if (!insist(phone_.start(), QStringLiteral("the stream was not acquired")))
+        return false;
+    QElapsedTimer sinceActive;
+    sinceActive.start();
+    say("phone", QStringLiteral("has started the stream"));
+    if (!awaitStatus("true", PhoneName, "true"))
+        return false;
+    say("board", QStringLiteral("calls SelectBluetooth of the control interface"));
+    if (!insist(board_.command(QStringLiteral("SelectBluetooth")).type() == QDBusMessage::ReplyMessage,
+                QStringLiteral("SelectBluetooth failed"))
+        || !awaitRequest(QStringLiteral("/Play?url=Capture:bluez:bluetooth:pcm/%1/16/2&name=%2")
+                             .arg(format_.sampleRate)
+                             .arg(PhoneName)))
+        return false;
+    waitFor([this] { return board_.player.audioConnected(); },
+            std::max(0, EncoderStartMs - static_cast<int>(sinceActive.elapsed())));
+    say("player",
+        board_.player.audioConnected() ? QStringLiteral("is connected to \"bluetooth\"")
+                                       : QStringLiteral("is late: not connected to \"bluetooth\" yet"));
+    say("phone", QStringLiteral("plays %1 s").arg(recording_.seconds(), 0, 'f', 2));
+    phone_.play(packets_, format_);
+    return true;
+}
+
+/// From the first packet to a phone that is gone.
+bool Demo::stopStreaming()
+{
+    const auto patience = LastAudioMs + static_cast<int>(recording_.seconds() * 1500);
+    if (!insist(waitFor([this] { return !phone_.isPlaying(); }, patience),
+                QStringLiteral("the daemon did not read the stream to its end")))
+        return false;
+    const auto all = decodeSbc(packets_).size();
+    waitFor([&] { return board_.player.heard().size() >= all; }, LastAudioMs);
+
+    say("phone", QStringLiteral("suspends the stream"));
+    phone_.suspend();
+    if (!awaitStatus("true", PhoneName, "false"))
+        return false;
+    if (!insist(phone_.clear(), QStringLiteral("ClearConfiguration failed")))
+        return false;
+    say("phone", QStringLiteral("has cleared the configuration"));
+    say("phone", QStringLiteral("disconnects"));
+    phone_.disconnect();
+    return awaitStatus("false", QString(), "false");
+}
+
+int Demo::hold()
+{
+    if (::pipe(wakeUpPipe) != 0)
+        return EXIT_FAILURE;
+    QSocketNotifier signalled(wakeUpPipe[0], QSocketNotifier::Read);
+    QObject::connect(&signalled, &QSocketNotifier::activated, &signalled, [] { QCoreApplication::quit(); });
+    std::signal(SIGINT, wakeUp);
+    std::signal(SIGTERM, wakeUp);
+
+    QObject::connect(&phone_, &Phone::finished, &board_.player, [this] {
+        if (phone_.socket() < 0)
+            return;
+        say("phone", QStringLiteral("plays it again"));
+        board_.player.forgetHeard();
+        phone_.play(packets_, format_);
+    });
+    QObject::connect(&board_.bluez, &FakeBluez::disconnectRequested, &phone_,
+                     [this] { say("phone", QStringLiteral("is disconnected by the speaker")); });
+    QObject::connect(&board_.daemon.process(), &QProcess::stateChanged, &board_.daemon, [] {
+        std::fprintf(stderr, "kado-bt has ended by itself\n");
+        QCoreApplication::exit(EXIT_FAILURE);
+    });
+
+    const QString busctl = QStringLiteral("busctl --address=") + board_.bus.address();
+    const QString object = QStringLiteral(" org.kadobt /kadobt");
+    const QString interface = object + QStringLiteral(" org.kadobt.commands ");
+    std::printf("\nThe board stays up until Ctrl-C. To try the control interface from another terminal:\n\n");
+    for (const char *property : {"AdapterPresent", "Connected", "Streaming", "Name"})
+        std::printf("%s\n", qPrintable(busctl + " get-property" + interface + property));
+    for (const char *method : {"IsAdapterPresent", "ResetAlias", "SelectBluetooth"})
+        std::printf("%s\n", qPrintable(busctl + " call" + interface + method));
+    std::printf("%s\n", qPrintable(busctl + " set-property" + interface + "Connected b false"));
+    std::printf("%s\n", qPrintable(busctl + " introspect" + object));
+    std::printf("%s\n\n", qPrintable(busctl + " tree org.bluez"));
+
+    const int status = QCoreApplication::exec();
+    board_.daemon.process().disconnect(&board_.daemon);
+    board_.daemon.stop();
+    say("board", QStringLiteral("kado-bt is stopped"));
+    return status;
+}
+
+void Demo::say(const char *who, const QString &text) const
+{
+    std::printf("%8.3f %-7s | %s\n", static_cast<double>(clock_.elapsed()) / 1000, who, qPrintable(text));
+}
+
+bool Demo::insist(bool asItShouldBe, const QString &otherwise)
+{
+    if (!asItShouldBe)
+        fault_ = otherwise;
+    return asItShouldBe;
+}
+
+/// Waits for the player's next request, which has to be `request` once percent-decoded.
+bool Demo::awaitRequest(const QString &request)
+{
+    const QList<PlayerRequest> &requests = board_.player.requests();
+    if (!insist(waitFor([&] { return requests.size() > awaitedRequests_; }),
+                QStringLiteral("the player was not told ") + request))
+        return false;
+    const QString actual = QUrl::fromPercentEncoding(requests.at(awaitedRequests_++).target.toUtf8());
+    return insist(actual == request, QStringLiteral("the player was told %1, not %2").arg(actual, request));
+}
+
+bool Demo::awaitStatus(const char *connected, const QString &name, const char *streaming)
+{
+    return awaitRequest(QStringLiteral("/BTPropertyChange?type=USB?adapter=true&connected=%1&name=%2&streaming=%3")
+                            .arg(QLatin1String(connected), name, QLatin1String(streaming)));
+}
+
+bool Demo::isAdapterSetUp() const
+{
+    const auto property = [this](const char *name) {
+        return board_.bluez.property("/org/bluez/hci0", bus::AdapterInterface, QLatin1String(name));
+    };
+    return property("Alias") == "Kitchen BT" && property("Powered").toBool() && property("Discoverable").toBool()
+        && property("DiscoverableTimeout") == 0U && board_.bluez.defaultAgent() && !board_.bluez.endpoints().isEmpty();
+}
+
+int Demo::sumUp()
+{
+    const QByteArray &heard = board_.player.heard();
+    const HeardCheck check = checkHeard(packets_, heard);
+    if (fault_.isEmpty() && board_.player.requests().size() != awaitedRequests_)
+        fault_ = QStringLiteral("the player was told more than it should");
+    if (fault_.isEmpty() && !check.exact)
+        fault_ = QStringLiteral("what the player heard is not what the phone sent");
+
+    const QString wav = QDir(options_.outDirectory).absoluteFilePath(QStringLiteral("heard.wav"));
+    const Recording heardRecording{format_.sampleRate, format_.channels(), heard};
+    if (!writeWav(wav, heardRecording) && fault_.isEmpty())
+        fault_ = wav + QStringLiteral(" could not be written");
+
+    double sentSeconds = 0;
+    for (const QByteArray &packet : packets_)
+        sentSeconds += packetSeconds(packet, format_);
+    // What came before the player is not held against the codec.
+    const QByteArray original = recording_.pcm.mid(
+        static_cast<int>(decodeSbc(packets_.mid(0, check.firstPacket)).size()));
+
+    std::printf("\nCalls to BlueZ at start:\n");
+    for (const QString &call : std::as_const(callsAtStart_))
+        std::printf("    %s\n", qPrintable(call));
+    std::printf("What the player was told:\n");
+    const QStringList targets = board_.player.targets();
+    for (const QString &target : targets)
+        std::printf("    %s\n", qPrintable(target));
+    std::printf("Audio:\n");
+    std::printf("    sent       %.2f s in %d packets\n", sentSeconds, static_cast<int>(packets_.size()));
+    std::printf("    heard      %.2f s, %s\n", heardRecording.seconds(),
+                qPrintable(heard.isEmpty() ? QStringLiteral("nothing at all") : check.text()));
+    if (check.exact)
+        std::printf("    SNR        %.1f dB against the recording\n", snrDb(original, heard, format_.channels()));
+    std::printf("    to listen  %s\n", qPrintable(wav));
+    if (!fault_.isEmpty()) {
+        std::printf("FAILED: %s.\n", qPrintable(fault_));
+        return EXIT_FAILURE;
+    }
+    std::printf("Everything was as it should be.\n");
+    return EXIT_SUCCESS;
+}
+
+} // namespace
+
+int runDemo(const DemoOptions &options)
+{
+    std::setvbuf(stdout, nullptr, _IOLBF, 0); // a person follows it, also through a pipe
+    QString error;
+    const Recording recording = readRecordings(options.files, error);
+    if (recording.pcm.isEmpty()) {
+        std::fprintf(stderr, "%s\n", qPrintable(error));
+        return EXIT_FAILURE;
+    }
+    if (!QDir().mkpath(options.outDirectory)) {
+        std::fprintf(stderr, "%s: no such folder, and it cannot be made\n", qPrintable(options.outDirectory));
+        return EXIT_FAILURE;
+    }
+    return Demo(options, recording).run();
+}
+
+} // namespace sim

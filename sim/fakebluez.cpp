@@ -1,0 +1,308 @@
+#include "sim/fakebluez.h"
+
+#include "bus/names.h"
+#include "sim/waiting.h"
+
+#include <QDBusArgument>
+#include <QDBusMetaType>
+#include <QDBusVariant>
+#include <QTimer>
+
+#include <algorithm>
+#include <fcntl.h>
+
+namespace sim {
+
+namespace {
+
+const QString AgentInterface = QStringLiteral("org.bluez.Agent1");
+const QString MediaEndpointInterface = QStringLiteral("org.bluez.MediaEndpoint1");
+
+QVariant unwrapped(const QVariant &value)
+{
+    if (value.userType() == qMetaTypeId<QDBusVariant>())
+        return unwrapped(value.value<QDBusVariant>().variant());
+    if (value.userType() == qMetaTypeId<QDBusArgument>()) {
+        const auto argument = value.value<QDBusArgument>();
+        if (argument.currentType() != QDBusArgument::MapType)
+            return value;
+        QVariantMap map = qdbus_cast<QVariantMap>(argument);
+        for (QVariant &entry : map)
+            entry = unwrapped(entry);
+        return map;
+    }
+    return value;
+}
+
+QString textOf(const QVariant &value)
+{
+    switch (value.userType()) {
+    case QMetaType::QString:
+        return QLatin1Char('"') + value.toString() + QLatin1Char('"');
+    case QMetaType::UChar: // a number here, but a character to QVariant
+        return QString::number(value.value<uchar>());
+    case QMetaType::QByteArray:
+        return QString::fromLatin1(value.toByteArray().toHex(' ').toUpper());
+    case QMetaType::QStringList:
+        return QLatin1Char('[') + value.toStringList().join(QStringLiteral(", ")) + QLatin1Char(']');
+    case QMetaType::QVariantMap: {
+        QStringList entries;
+        const QVariantMap map = value.toMap();
+        for (auto entry = map.begin(); entry != map.end(); ++entry)
+            entries.append(entry.key() + QStringLiteral(": ") + textOf(entry.value()));
+        return QLatin1Char('{') + entries.join(QStringLiteral(", ")) + QLatin1Char('}');
+    }
+    default:
+        return value.toString();
+    }
+}
+
+} // namespace
+
+QString BluezCall::text() const
+{
+    QStringList words{member, path};
+    for (const QVariant &argument : arguments)
+        words.append(textOf(argument));
+    return words.join(QLatin1Char(' '));
+}
+
+FakeBluez::FakeBluez(const QString &address) : address_(address), connection_(QString())
+{
+    static int instances = 0;
+    connectionName_ = QStringLiteral("fakebluez-%1").arg(instances++);
+    bus::registerObjectTreeTypes();
+    if (!QMetaType::hasRegisteredConverterFunction<QDBusObjectPath, QString>())
+        QMetaType::registerConverter(&QDBusObjectPath::path);
+    clock_.start();
+    connectToBus();
+    addObject(bus::BluezRootPath, {{bus::AgentManagerInterface, {}}}, Announce::Quietly);
+}
+
+FakeBluez::~FakeBluez()
+{
+    crash();
+}
+
+void FakeBluez::connectToBus()
+{
+    connection_ = QDBusConnection::connectToBus(address_, connectionName_);
+    connection_.registerVirtualObject(bus::ObjectManagerPath, this, QDBusConnection::SubPath);
+    if (!connection_.registerService(bus::BluezService))
+        qFatal("org.bluez on %s: %s", qPrintable(address_), qPrintable(connection_.lastError().message()));
+    clients_ = std::make_unique<QDBusServiceWatcher>();
+    clients_->setConnection(connection_);
+    clients_->setWatchMode(QDBusServiceWatcher::WatchForUnregistration);
+    connect(clients_.get(), &QDBusServiceWatcher::serviceUnregistered, this, &FakeBluez::forgetClient);
+}
+
+void FakeBluez::crash()
+{
+    clients_.reset();
+    endpoints_.clear();
+    streams_.clear();
+    agentPath_.clear();
+    agentService_.clear();
+    defaultAgent_ = false;
+    tree_.clear();
+    connection_ = QDBusConnection(QString()); // the last reference but the library's own
+    QDBusConnection::disconnectFromBus(connectionName_);
+}
+
+void FakeBluez::restart()
+{
+    connectToBus();
+    addObject(bus::BluezRootPath, {{bus::AgentManagerInterface, {}}});
+}
+
+void FakeBluez::forgetClient(const QString &service)
+{
+    clients_->removeWatchedService(service);
+    endpoints_.erase(std::remove_if(endpoints_.begin(), endpoints_.end(),
+                                    [&](const RegisteredEndpoint &endpoint) { return endpoint.service == service; }),
+                     endpoints_.end());
+    if (agentService_ == service) {
+        agentService_.clear();
+        agentPath_.clear();
+        defaultAgent_ = false;
+    }
+}
+
+// --- The object tree.
+
+void FakeBluez::addObject(const QString &path, const QVariantMapMap &interfaces, Announce how)
+{
+    QVariantMapMap &object = tree_[QDBusObjectPath(path)];
+    for (auto interface = interfaces.begin(); interface != interfaces.end(); ++interface)
+        object.insert(interface.key(), interface.value());
+    if (how == Announce::Quietly)
+        return;
+    QDBusMessage signal = QDBusMessage::createSignal(bus::ObjectManagerPath, bus::ObjectManagerInterface,
+                                                     QStringLiteral("InterfacesAdded"));
+    signal << QVariant::fromValue(QDBusObjectPath(path)) << QVariant::fromValue(interfaces);
+    connection_.send(signal);
+}
+
+void FakeBluez::removeObject(const QString &path, const QStringList &interfaces, Announce how)
+{
+    const auto object = tree_.find(QDBusObjectPath(path));
+    if (object == tree_.end())
+        return;
+    const QStringList removed = interfaces.isEmpty() ? QStringList(object->keys()) : interfaces;
+    for (const QString &interface : removed)
+        object->remove(interface);
+    if (object->isEmpty()) {
+        tree_.erase(object);
+        withdrawStream(path);
+    }
+    if (how == Announce::Quietly)
+        return;
+    QDBusMessage signal = QDBusMessage::createSignal(bus::ObjectManagerPath, bus::ObjectManagerInterface,
+                                                     QStringLiteral("InterfacesRemoved"));
+    signal << QVariant::fromValue(QDBusObjectPath(path)) << removed;
+    connection_.send(signal);
+}
+
+void FakeBluez::addAdapter(const QString &path, Announce how)
+{
+    constexpr uint LoudspeakerClass = 0x240414; // rendering, audio; audio/video, loudspeaker
+    constexpr uint DiscoverableSeconds = 180;
+    const QVariantMap adapter{
+        {QStringLiteral("Address"), QStringLiteral("00:AA:01:00:00:42")},
+        {QStringLiteral("AddressType"), QStringLiteral("public")},
+        {QStringLiteral("Name"), QStringLiteral("BlueZ 5.66")},
+        {QStringLiteral("Alias"), QStringLiteral("BlueZ 5.66")},
+        {QStringLiteral("Class"), LoudspeakerClass},
+        {QStringLiteral("Powered"), false},
+        {QStringLiteral("Discoverable"), false},
+        {QStringLiteral("DiscoverableTimeout"), DiscoverableSeconds},
+        {QStringLiteral("Pairable"), !agentPath_.isEmpty()},
+        {QStringLiteral("PairableTimeout"), 0U},
+        {QStringLiteral("Discovering"), false},
+        {QStringLiteral("UUIDs"), QStringList{QStringLiteral("00001200-0000-1000-8000-00805f9b34fb")}},
+        {QStringLiteral("Modalias"), QStringLiteral("usb:v1D6Bp0246d0542")},
+    };
+    addObject(path, {{bus::AdapterInterface, adapter}, {bus::MediaInterface, {}}}, how);
+}
+
+void FakeBluez::removeAdapter(const QString &path)
+{
+    const QList<RegisteredEndpoint> endpoints = endpoints_;
+    for (const RegisteredEndpoint &endpoint : endpoints) {
+        if (endpoint.adapter == path)
+            connection_.send(QDBusMessage::createMethodCall(endpoint.service, endpoint.path, MediaEndpointInterface,
+                                                            QStringLiteral("Release")));
+    }
+    endpoints_.erase(std::remove_if(endpoints_.begin(), endpoints_.end(),
+                                    [&](const RegisteredEndpoint &endpoint) { return endpoint.adapter == path; }),
+                     endpoints_.end());
+
+    const QList<QDBusObjectPath> objects = tree_.keys();
+    for (auto object = objects.rbegin(); object != objects.rend(); ++object) { // what is below comes behind
+        if (object->path() == path || object->path().startsWith(path + QLatin1Char('/')))
+            removeObject(object->path());
+    }
+}
+
+QVariant FakeBluez::property(const QString &path, const QString &interface, const QString &name) const
+{
+    return tree_.value(QDBusObjectPath(path)).value(interface).value(name);
+}
+
+void FakeBluez::setProperty(const QString &path, const QString &interface, const QString &name, const QVariant &value)
+{
+    tree_[QDBusObjectPath(path)][interface][name] = value;
+    emitPropertiesChanged(path, interface, {{name, value}});
+}
+
+void FakeBluez::emitPropertiesChanged(const QString &path, const QString &interface, const QVariantMap &changed)
+{
+    QDBusMessage signal = QDBusMessage::createSignal(path, bus::PropertiesInterface,
+                                                     QStringLiteral("PropertiesChanged"));
+    signal << interface << changed << QStringList();
+    connection_.send(signal);
+}
+
+// --- Misbehaviour.
+
+void FakeBluez::intercept(const QString &member, const Interceptor &interceptor)
+{
+    interceptors_.insert(member, interceptor);
+}
+
+void FakeBluez::refuse(const QString &member, const QString &errorName, const QString &text)
+{
+    intercept(member, [=](const QDBusMessage &call) {
+        refuseCall(call, errorName, text);
+        return true;
+    });
+}
+
+void FakeBluez::delay(const QString &member, int ms)
+{
+    intercept(member, [=](const QDBusMessage &call) {
+        QTimer::singleShot(ms, Qt::PreciseTimer, this, [=] { answer(call); });
+        return true;
+    });
+}
+
+void FakeBluez::swallow(const QString &member)
+{
+    intercept(member, [](const QDBusMessage &) { return true; });
+}
+
+// --- What the daemon did, and calls to it.
+
+int FakeBluez::countCalls(const QString &member) const
+{
+    return static_cast<int>(
+        std::count_if(calls_.begin(), calls_.end(), [&](const BluezCall &call) { return call.member == member; }));
+}
+
+void FakeBluez::remember(const QDBusMessage &message)
+{
+    BluezCall call;
+    call.path = message.path();
+    call.interface = message.interface();
+    call.member = message.member();
+    const QVariantList arguments = message.arguments();
+    for (const QVariant &argument : arguments)
+        call.arguments.append(unwrapped(argument));
+    call.ms = clock_.elapsed();
+    calls_.append(call);
+    Q_EMIT called(call);
+}
+
+void FakeBluez::offerStream(const QString &path, int fd, quint16 mtu)
+{
+    streams_.insert_or_assign(path, Stream{FileDescriptor(::fcntl(fd, F_DUPFD_CLOEXEC, 0)), mtu});
+}
+
+QDBusMessage FakeBluez::callAgent(const QString &member, const QVariantList &arguments)
+{
+    if (agentPath_.isEmpty())
+        return QDBusMessage::createError(QStringLiteral("sim.NoAgent"), QStringLiteral("No agent is registered"));
+    QDBusMessage message = QDBusMessage::createMethodCall(agentService_, agentPath_, AgentInterface, member);
+    message.setArguments(arguments);
+    return call(message);
+}
+
+QDBusMessage FakeBluez::callEndpoint(uchar codec, const QString &member, const QVariantList &arguments)
+{
+    const auto endpoint = std::find_if(endpoints_.cbegin(), endpoints_.cend(),
+                                       [&](const RegisteredEndpoint &candidate) { return candidate.codec == codec; });
+    if (endpoint == endpoints_.cend())
+        return QDBusMessage::createError(QStringLiteral("sim.NoEndpoint"),
+                                         QStringLiteral("No endpoint is registered for codec %1").arg(codec));
+    QDBusMessage message = QDBusMessage::createMethodCall(endpoint->service, endpoint->path, MediaEndpointInterface,
+                                                          member);
+    message.setArguments(arguments);
+    return call(message);
+}
+
+QDBusMessage FakeBluez::call(const QDBusMessage &message)
+{
+    return callAndWait(connection_, message);
+}
+
+} // namespace sim

@@ -1,0 +1,243 @@
+#include "sim/phone.h"
+
+#include "bus/names.h"
+#include "sim/waiting.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <sys/socket.h>
+
+namespace sim {
+
+namespace {
+
+const QString Connected = QStringLiteral("Connected");
+const QString State = QStringLiteral("State");
+const QString MediaControlInterface = QStringLiteral("org.bluez.MediaControl1");
+
+// Advanced Audio Distribution (Bluetooth Assigned Numbers, 3.3): what BlueZ asks for, whichever side the phone is.
+const QString AdvancedAudioUuid = QStringLiteral("0000110d-0000-1000-8000-00805f9b34fb");
+
+constexpr uchar SbcCodec = 0;
+constexpr quint16 FullVolume = 127;
+constexpr uint SmartphoneClass = 0x5A020C;
+constexpr int AcquireMs = 5000;
+constexpr int FullSocketMs = 10'000;
+// How soon a socket that was full is tried again: a fraction of a packet's audio.
+constexpr int RetryMs = 5;
+
+enum class Sent { Yes, Full, Gone };
+
+Sent trySend(const FileDescriptor &socket, const QByteArray &packet)
+{
+    const ssize_t result = ::send(socket.get(), packet.constData(), static_cast<size_t>(packet.size()),
+                                  MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (result >= 0)
+        return Sent::Yes;
+    return errno == EAGAIN || errno == EINTR ? Sent::Full : Sent::Gone;
+}
+
+bool agreed(const QDBusMessage &answer)
+{
+    return answer.type() == QDBusMessage::ReplyMessage;
+}
+
+} // namespace
+
+Phone::Phone(FakeBluez &bluez, const QString &path, const QString &alias, QObject *parent)
+    : QObject(parent), bluez_(bluez), path_(path), alias_(alias)
+{
+    timer_.setTimerType(Qt::PreciseTimer);
+    timer_.setSingleShot(true);
+    QObject::connect(&timer_, &QTimer::timeout, this, &Phone::sendDue);
+    QObject::connect(
+        &bluez_, &FakeBluez::disconnectRequested, this,
+        [this](const QString &device) {
+            if (device == path_)
+                hangUp();
+        },
+        Qt::QueuedConnection); // we call the daemon, which waits for the answer first
+}
+
+Phone::~Phone()
+{
+    if (!transportPath_.isEmpty())
+        bluez_.withdrawStream(transportPath_);
+}
+
+void Phone::connect()
+{
+    if (bluez_.hasObject(path_)) {
+        bluez_.setProperty(path_, bus::DeviceInterface, Connected, true);
+        return;
+    }
+    // The last element is dev_ and the address with underscores.
+    const QString address = path_.section(QStringLiteral("dev_"), -1).replace(QLatin1Char('_'), QLatin1Char(':'));
+    const QVariantMap device{
+        {QStringLiteral("Adapter"), QVariant::fromValue(QDBusObjectPath(path_.section(QLatin1Char('/'), 0, -2)))},
+        {QStringLiteral("Address"), address},
+        {QStringLiteral("AddressType"), QStringLiteral("public")},
+        {QStringLiteral("Alias"), alias_},
+        {QStringLiteral("Blocked"), false},
+        {QStringLiteral("Bonded"), true},
+        {QStringLiteral("Class"), SmartphoneClass},
+        {Connected, true},
+        {QStringLiteral("Icon"), QStringLiteral("phone")},
+        {QStringLiteral("LegacyPairing"), false},
+        {QStringLiteral("Name"), alias_},
+        {QStringLiteral("Paired"), true},
+        {QStringLiteral("ServicesResolved"), false},
+        {QStringLiteral("Trusted"), false},
+        {QStringLiteral("UUIDs"), QStringList()},
+    };
+    bluez_.addObject(path_, {{bus::DeviceInterface, device}});
+    bluez_.addObject(path_, {{MediaControlInterface, {{Connected, false}}}});
+    bluez_.setProperty(path_, bus::DeviceInterface, QStringLiteral("UUIDs"),
+                       QStringList{QStringLiteral("0000110a-0000-1000-8000-00805f9b34fb"), AdvancedAudioUuid});
+    bluez_.setProperty(path_, bus::DeviceInterface, QStringLiteral("ServicesResolved"), true);
+}
+
+bool Phone::authorize()
+{
+    return agreed(bluez_.callAgent(QStringLiteral("AuthorizeService"),
+                                   {QVariant::fromValue(QDBusObjectPath(path_)), AdvancedAudioUuid}));
+}
+
+bool Phone::configure(const SbcFormat &format)
+{
+    return configure(SbcCodec, format.configuration());
+}
+
+bool Phone::configure(uchar codec, const QByteArray &configuration)
+{
+    codec_ = codec;
+    transportPath_ = QStringLiteral("%1/fd%2").arg(path_).arg(transports_++);
+
+    // BlueZ hands the endpoint's UUID back as it was registered.
+    const QList<RegisteredEndpoint> &endpoints = bluez_.endpoints();
+    const auto endpoint = std::find_if(endpoints.cbegin(), endpoints.cend(),
+                                       [&](const RegisteredEndpoint &candidate) { return candidate.codec == codec; });
+    const QVariantMap transport{
+        {QStringLiteral("Device"), QVariant::fromValue(QDBusObjectPath(path_))},
+        {QStringLiteral("UUID"), endpoint == endpoints.cend() ? QString(bus::A2dpSinkUuid) : endpoint->uuid},
+        {QStringLiteral("Codec"), QVariant::fromValue(codec)},
+        {QStringLiteral("Configuration"), configuration},
+        {State, QStringLiteral("idle")},
+        {QStringLiteral("Volume"), QVariant::fromValue(FullVolume)},
+    };
+    bluez_.addObject(transportPath_, {{bus::MediaTransportInterface, transport}});
+    const bool accepted = agreed(bluez_.callEndpoint(
+        codec, QStringLiteral("SetConfiguration"), {QVariant::fromValue(QDBusObjectPath(transportPath_)), transport}));
+    if (accepted) {
+        bluez_.setProperty(path_, MediaControlInterface, Connected, true);
+    } else {
+        bluez_.removeObject(transportPath_);
+        transportPath_.clear();
+    }
+    return accepted;
+}
+
+bool Phone::clear()
+{
+    timer_.stop();
+    const bool accepted = agreed(bluez_.callEndpoint(codec_, QStringLiteral("ClearConfiguration"),
+                                                     {QVariant::fromValue(QDBusObjectPath(transportPath_))}));
+    bluez_.removeObject(transportPath_);
+    transportPath_.clear();
+    closeSocket();
+    return accepted;
+}
+
+bool Phone::start(quint16 mtu)
+{
+    if (!socket_.isValid()) {
+        int ends[2];
+        if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) != 0)
+            return false;
+        socket_ = FileDescriptor(ends[0]);
+        offered_ = FileDescriptor(ends[1]);
+    }
+    bluez_.offerStream(transportPath_, offered_.get(), mtu);
+    bluez_.setProperty(transportPath_, bus::MediaTransportInterface, State, QStringLiteral("pending"));
+    return waitFor(
+        [this] {
+            return bluez_.property(transportPath_, bus::MediaTransportInterface, State).toString()
+                == QLatin1String("active");
+        },
+        AcquireMs);
+}
+
+void Phone::suspend()
+{
+    timer_.stop();
+    bluez_.withdrawStream(transportPath_);
+    bluez_.setProperty(transportPath_, bus::MediaTransportInterface, State, QStringLiteral("idle"));
+}
+
+void Phone::hangUp()
+{
+    timer_.stop();
+    socket_.reset();
+    disconnect();
+}
+
+void Phone::disconnect()
+{
+    if (!transportPath_.isEmpty())
+        clear();
+    if (!bluez_.property(path_, bus::DeviceInterface, Connected).toBool())
+        return;
+    if (bluez_.property(path_, MediaControlInterface, Connected).toBool())
+        bluez_.setProperty(path_, MediaControlInterface, Connected, false);
+    bluez_.setProperty(path_, bus::DeviceInterface, Connected, false);
+}
+
+bool Phone::send(const QByteArray &packet)
+{
+    Sent sent = Sent::Full;
+    waitFor(
+        [&] {
+            sent = trySend(socket_, packet);
+            return sent != Sent::Full;
+        },
+        FullSocketMs);
+    return sent == Sent::Yes;
+}
+
+void Phone::play(const QList<QByteArray> &packets, const SbcFormat &format)
+{
+    queue_ = packets;
+    sent_ = 0;
+    secondsAPacket_ = packets.isEmpty() ? 0 : packetSeconds(packets.first(), format);
+    started_.start();
+    timer_.start(0);
+}
+
+void Phone::sendDue()
+{
+    constexpr double MsPerSecond = 1000;
+    while (sent_ < queue_.size()) {
+        const double dueInMs = sent_ * secondsAPacket_ * MsPerSecond - static_cast<double>(started_.elapsed());
+        if (dueInMs > 0) {
+            timer_.start(static_cast<int>(dueInMs) + 1);
+            return;
+        }
+        const Sent sent = trySend(socket_, queue_.at(sent_));
+        if (sent == Sent::Full) {
+            timer_.start(RetryMs);
+            return;
+        }
+        if (sent == Sent::Gone)
+            break;
+        ++sent_;
+    }
+    Q_EMIT finished();
+}
+
+void Phone::closeSocket()
+{
+    socket_.reset();
+    offered_.reset();
+}
+
+} // namespace sim

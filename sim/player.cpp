@@ -1,0 +1,148 @@
+#include "sim/player.h"
+
+#include "sim/waiting.h"
+
+#include <QHostAddress>
+
+#include <cstdio>
+#include <utility>
+
+namespace sim {
+
+namespace {
+constexpr int ConnectMs = 2000;
+}
+
+Player::Player(QObject *parent) : QObject(parent)
+{
+    clock_.start();
+    connect(&server_, &QTcpServer::newConnection, this, &Player::serveConnection);
+}
+
+Player::~Player()
+{
+    hangUpAudio();
+}
+
+bool Player::serve(quint16 port)
+{
+    if (server_.listen(QHostAddress::LocalHost, port))
+        return true;
+    std::fprintf(stderr, "The player cannot serve port %d: %s\n", port, qPrintable(server_.errorString()));
+    return false;
+}
+
+void Player::stopServing()
+{
+    server_.close();
+    const auto connections = server_.findChildren<QTcpSocket *>();
+    for (QTcpSocket *connection : connections)
+        connection->abort();
+}
+
+QStringList Player::targets() const
+{
+    QStringList targets;
+    for (const PlayerRequest &request : requests_)
+        targets.append(request.target);
+    return targets;
+}
+
+bool Player::connectAudio()
+{
+    hangUpAudio();
+    heard_.clear();
+    paused_ = false;
+    audio_ = std::make_unique<QLocalSocket>();
+    connect(audio_.get(), &QLocalSocket::readyRead, this, &Player::readAudio);
+    return waitFor(
+        [this] {
+            if (audio_->state() == QLocalSocket::UnconnectedState)
+                audio_->connectToServer(QStringLiteral("bluetooth"), QIODevice::ReadOnly);
+            return audioConnected();
+        },
+        ConnectMs);
+}
+
+void Player::hangUpAudio()
+{
+    if (audio_) {
+        audio_->disconnect(this);
+        audio_.release()->deleteLater(); // we may stand in one of its signals
+    }
+}
+
+void Player::pauseReading(bool paused)
+{
+    paused_ = paused;
+    if (!audio_)
+        return;
+    // QLocalSocket reads ahead on its own; a full buffer is what stops it, and one of a single byte is as good as full.
+    audio_->setReadBufferSize(paused ? 1 : 0);
+    if (!paused)
+        readAudio();
+}
+
+void Player::serveConnection()
+{
+    while (QTcpSocket *socket = server_.nextPendingConnection()) {
+        connect(socket, &QTcpSocket::readyRead, this, [this, socket] { answer(socket); });
+        connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+        answer(socket);
+    }
+}
+
+void Player::answer(QTcpSocket *socket)
+{
+    static const QByteArray BlankLine = QByteArrayLiteral("\r\n\r\n");
+    QList<PlayerRequest> arrived;
+    for (;;) {
+        const auto end = socket->peek(socket->bytesAvailable()).indexOf(BlankLine);
+        if (end < 0)
+            break;
+        PlayerRequest request;
+        request.ms = clock_.elapsed();
+        request.head = socket->read(end + BlankLine.size());
+        const QList<QByteArray> requestLine = request.head.left(request.head.indexOf("\r\n")).split(' ');
+        request.target = QString::fromUtf8(requestLine.value(1));
+        arrived.append(request);
+
+        switch (behaviour_) {
+        case Behaviour::Answer:
+            socket->write("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+            break;
+        case Behaviour::Refuse:
+            socket->write("HTTP/1.1 500 Internal Server Error\r\nContent-Length: 0\r\n\r\n");
+            break;
+        case Behaviour::NeverAnswer:
+            break;
+        case Behaviour::Garbage:
+            socket->write("\x16\x03\x01 no HTTP at all\r\n\r\n");
+            socket->disconnectFromHost();
+            break;
+        case Behaviour::CloseEarly:
+            socket->write("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf");
+            socket->disconnectFromHost();
+            break;
+        }
+    }
+
+    // From here on the socket may be gone: whoever listens to our signal may make us stop serving.
+    requests_ += arrived;
+    for (const PlayerRequest &request : std::as_const(arrived)) {
+        if (connectWhenTold_ && request.target.startsWith(QLatin1String("/Play")))
+            QMetaObject::invokeMethod(
+                this, [this] { connectAudio(); }, Qt::QueuedConnection);
+        Q_EMIT requested(request);
+    }
+}
+
+void Player::readAudio()
+{
+    if (paused_)
+        return;
+    heard_ += audio_->readAll();
+    Q_EMIT audioArrived();
+}
+
+} // namespace sim

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+
+#include <functional>
+
+namespace sim {
+
+/// Runs the event loop until `condition` holds; false when it does not within `ms`. The condition is looked at again
+/// after every event, so nothing is waited for longer than it takes.
+bool waitFor(const std::function<bool()> &condition, int ms = 5000);
+
+/// Makes a method call and runs the event loop until its reply or error is there, 10 s at most. Unlike a blocking call
+/// it lets objects of this process be called meanwhile, by the callee as well.
+QDBusMessage callAndWait(const QDBusConnection &connection, const QDBusMessage &call);
+
+} // namespace sim
