@@ -1,0 +1,25 @@
+#pragma once
+
+#include "sim/board.h"
+
+#include <QTest>
+
+/// Waits until the condition holds, and fails the test when it does not within 5 s.
+#define WAIT_UNTIL(condition) QVERIFY2(sim::waitFor([&] { return (condition); }), "never true: " #condition)
+
+namespace boardtest {
+
+inline const QString Hci0 = QStringLiteral("/org/bluez/hci0");
+inline const QString Device = QStringLiteral("org.bluez.Device1");
+inline const QString PhonePath = Hci0 + QStringLiteral("/dev_00_AA_01_01_00_42");
+
+/// The target of a status notification.
+inline QString notification(bool adapter, bool connected, const char *name, bool streaming)
+{
+    const auto text = [](bool value) { return QLatin1String(value ? "true" : "false"); };
+    return QLatin1String("/BTPropertyChange?type=USB?adapter=") + text(adapter) + QLatin1String("&connected=")
+        + text(connected) + QLatin1String("&name=") + QLatin1String(name) + QLatin1String("&streaming=")
+        + text(streaming);
+}
+
+} // namespace boardtest

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QByteArray>
+#include <QIODevice>
+#include <QList>
+
+/// Keeps what is written to it, write by write.
+class RecordingDevice : public QIODevice {
+public:
+    RecordingDevice() { open(QIODevice::WriteOnly | QIODevice::Unbuffered); }
+
+    QList<QByteArray> writes;
+
+    QByteArray everything() const
+    {
+        QByteArray all;
+        for (const QByteArray &write : writes)
+            all += write;
+        return all;
+    }
+
+protected:
+    qint64 readData(char *, qint64) override { return -1; }
+    qint64 writeData(const char *data, qint64 size) override
+    {
+        writes.append(QByteArray(data, static_cast<int>(size)));
+        return size;
+    }
+};

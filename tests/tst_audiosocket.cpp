@@ -1,0 +1,187 @@
+// The local audio socket with clients that read, do not read, leave and come in crowds.
+
+#include "player/audioclient.h"
+#include "player/audioserver.h"
+#include "sim/board.h"
+
+#include <QLocalSocket>
+#include <QTest>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+namespace {
+
+using Socket = std::unique_ptr<QLocalSocket>;
+
+Socket connectClient()
+{
+    auto socket = std::make_unique<QLocalSocket>();
+    socket->connectToServer(QStringLiteral("bluetooth"));
+    return socket->waitForConnected(2000) ? std::move(socket) : nullptr;
+}
+
+/// A stream socket pair: an AudioClient on one end, a descriptor on the other.
+struct Pair {
+    Pair()
+    {
+        int ends[2];
+        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+            qFatal("socketpair");
+        client = std::make_unique<AudioClient>(FileDescriptor(ends[0]));
+        far = FileDescriptor(ends[1]);
+        ::fcntl(far.get(), F_SETFL, O_NONBLOCK);
+    }
+    /// What has arrived since the last call, with the event loop running until nothing more comes; `ended` says whether
+    /// the near end has closed.
+    QByteArray hear(bool *ended = nullptr)
+    {
+        QByteArray all;
+        char buffer[65536];
+        for (;;) {
+            const ssize_t size = ::read(far.get(), buffer, sizeof buffer);
+            if (size > 0) {
+                all.append(buffer, static_cast<int>(size));
+                continue;
+            }
+            if (ended)
+                *ended = size == 0;
+            if (size == 0 || !sim::waitFor([this] { return readable(); }, 200))
+                return all;
+        }
+    }
+    bool readable() const
+    {
+        pollfd poller{far.get(), POLLIN, 0};
+        return ::poll(&poller, 1, 0) > 0;
+    }
+    std::unique_ptr<AudioClient> client;
+    FileDescriptor far;
+};
+
+/// Packet `number` of a stream, told apart by its bytes.
+QByteArray packet(int number)
+{
+    return QByteArray(2560, static_cast<char>(number % 251));
+}
+
+} // namespace
+
+class AudioSocketTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void writesLeaveInTheSameTurn();
+    void slowClientGetsItsBacklogThenCurrentAudio();
+    void slowClientGetsItsTailAfterTheEnd();
+    void goneClientIsHarmless();
+    void clientsWaitInOrder();
+    void deadConnectionsMakeRoom();
+};
+
+void AudioSocketTest::writesLeaveInTheSameTurn()
+{
+    Pair pair;
+    QCOMPARE(pair.client->write(packet(1)), 2560);
+    QByteArray received(4096, '\0');
+    QCOMPARE(::read(pair.far.get(), received.data(), 4096), ssize_t{2560}); // no event loop in between
+    QCOMPARE(pair.client->write("", 0), 0);
+    QVERIFY(!pair.readable());
+}
+
+void AudioSocketTest::slowClientGetsItsBacklogThenCurrentAudio()
+{
+    Pair pair;
+    constexpr int Packets = 3000; // 7.5 MiB
+    for (int i = 0; i < Packets; ++i)
+        QCOMPARE(pair.client->write(packet(i)), 2560);
+    const QByteArray heard = pair.hear();
+    QVERIFY(heard.size() >= AudioClient::BacklogLimit - 2560);
+    QVERIFY(heard.size() <= AudioClient::BacklogLimit + 512 * 1024); // and what the kernel's buffer took before
+    QCOMPARE(heard.size() % 2560, 0);
+    for (int i = 0; i < heard.size() / 2560; ++i)
+        QVERIFY2(heard.mid(i * 2560, 2560) == packet(i), qPrintable(QString::number(i)));
+
+    pair.client->write(packet(7));
+    QVERIFY(pair.hear() == packet(7));
+}
+
+void AudioSocketTest::slowClientGetsItsTailAfterTheEnd()
+{
+    Pair pair;
+    QByteArray sent;
+    for (int i = 0; i < 400; ++i) {
+        sent += packet(i);
+        pair.client->write(packet(i));
+    }
+    AudioClient::finish(std::move(pair.client));
+    bool ended = false;
+    QVERIFY(pair.hear(&ended) == sent);
+    QVERIFY(ended);
+
+    Pair quick;
+    quick.client->write(packet(1));
+    AudioClient::finish(std::move(quick.client));
+    QVERIFY(quick.hear(&ended) == packet(1));
+    QVERIFY(ended);
+}
+
+void AudioSocketTest::goneClientIsHarmless()
+{
+    Pair pair;
+    pair.far.reset();
+    for (int i = 0; i < 10; ++i)
+        pair.client->write(packet(i));
+
+    Pair leaving; // leaves with a backlog waiting
+    for (int i = 0; i < 400; ++i)
+        leaving.client->write(packet(i));
+    leaving.far.reset();
+    AudioClient *gone = leaving.client.get();
+    QVERIFY(sim::waitFor([gone] { return gone->write("x", 1) < 0; }));
+}
+
+void AudioSocketTest::clientsWaitInOrder()
+{
+    AudioServer server(nullptr);
+    QVERIFY(!server.nextClient());
+    const Socket first = connectClient();
+    const Socket second = connectClient();
+    QVERIFY(first && second);
+    first->write(QByteArray(1024 * 1024, 'x')); // nobody reads it, and nobody keeps it
+    first->flush();
+
+    std::unique_ptr<AudioClient> client;
+    QVERIFY(sim::waitFor([&] { return (client = server.nextClient()) != nullptr; }));
+    client->write("one");
+    std::unique_ptr<AudioClient> next;
+    QVERIFY(sim::waitFor([&] { return (next = server.nextClient()) != nullptr; }));
+    next->write("two");
+    QVERIFY(!server.nextClient());
+    QVERIFY(sim::waitFor([&] { return first->bytesAvailable() == 3 && second->bytesAvailable() == 3; }));
+    QCOMPARE(first->readAll(), QByteArray("one"));
+    QCOMPARE(second->readAll(), QByteArray("two"));
+    client.reset();
+    QVERIFY(sim::waitFor([&] { return first->state() == QLocalSocket::UnconnectedState; }));
+}
+
+void AudioSocketTest::deadConnectionsMakeRoom()
+{
+    AudioServer server(nullptr);
+    const Socket early = connectClient();
+    for (int i = 0; i < 200; ++i) {
+        QVERIFY(connectClient()); // and leaves at once
+        QCoreApplication::processEvents();
+    }
+    const Socket late = connectClient();
+    QVERIFY(early && late);
+    QVERIFY(sim::waitFor([&] {
+        if (const auto client = server.nextClient())
+            client->write("hello");
+        return late->bytesAvailable() > 0;
+    }));
+    QVERIFY(sim::waitFor([&] { return early->bytesAvailable() > 0; }));
+}
+
+QTEST_GUILESS_MAIN(AudioSocketTest)
+#include "tst_audiosocket.moc"
