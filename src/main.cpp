@@ -3,7 +3,6 @@
 #include "core/kadoinfo.h"
 #include "core/log.h"
 #include "player/playerrequests.h"
-#include "transport/transport.h"
 
 #include <QCoreApplication>
 #include <QNetworkAccessManager>
@@ -16,13 +15,18 @@ int main(int argc, char **argv)
     // Qt's own event dispatcher wakes up with fewer system calls than GLib's.
     qputenv("QT_NO_GLIB", "1");
 
+    // Qt takes options of its own out of argv.
+    QStringList arguments;
+    for (int i = 1; i < argc; ++i)
+        arguments << QString::fromLocal8Bit(argv[i]);
+
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("kado-bt"));
     QCoreApplication::setApplicationVersion(QStringLiteral(KADO_VERSION));
     const QString name = QCoreApplication::applicationName();
     const QString version = QCoreApplication::applicationVersion();
 
-    const CommandLine commandLine = CommandLine::parse(QCoreApplication::arguments().mid(1));
+    const CommandLine commandLine = CommandLine::parse(arguments);
     switch (commandLine.action) {
     case CommandLine::Action::PrintVersion:
         std::printf("%s %s\n", qUtf8Printable(name), qUtf8Printable(version));
@@ -33,6 +37,10 @@ int main(int argc, char **argv)
     case CommandLine::Action::Run:
         break;
     }
+
+    // No plugin is needed; those of Qt 5's network library would start a thread and ask other services about the
+    // network.
+    QCoreApplication::setLibraryPaths({});
 
     installLogOutput(commandLine.log);
     qDebug("0start %s %s", qUtf8Printable(name), qUtf8Printable(version));
@@ -46,7 +54,6 @@ int main(int argc, char **argv)
     QNetworkAccessManager theNetworkManager;
     PlayerRequests player(theNetworkManager);
 
-    Transport::InitSocketServer();
     AdapterManager theManager(commandLine.aacDisabled, player);
 
     return QCoreApplication::exec();

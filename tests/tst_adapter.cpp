@@ -37,6 +37,7 @@ private Q_SLOTS:
     void disconnectOnDemand();
     void adapterLossHidesThePhone();
     void playerThatIsDown();
+    void silentPlayerHearsTheLastStateLast();
 };
 
 void AdapterTest::firstAdapterInPathOrderIsAdopted()
@@ -240,13 +241,13 @@ void AdapterTest::phoneWithoutAlias()
 void AdapterTest::phoneNamesReachThePlayer()
 {
     sim::Board board;
-    QVERIFY(board.startDaemon());
+    QVERIFY(board.startDaemon({QStringLiteral("--stderr"), QStringLiteral("--debug"), QStringLiteral("9")}));
     const struct {
         QString alias;
         const char *sent;
     } names[] = {
         {QStringLiteral("Bob & Co"), "Bob%20&%20Co"},
-        {QString::fromUtf8("J\xC3\xBCrgen\n\"\x01\""), "J%C3%BCrgen%0A%22%01%22"},
+        {QString::fromUtf8("J\xC3\xBCrgen\nFatal: \"\x01\""), "J%C3%BCrgen%0AFatal:%20%22%01%22"},
     };
     for (const auto &name : names) {
         sim::Phone phone(board.bluez, PhonePath, name.alias);
@@ -256,9 +257,15 @@ void AdapterTest::phoneNamesReachThePlayer()
         phone.disconnect();
         WAIT_UNTIL(board.player.targets().last() == notification(true, false, "", false));
     }
-    // A name cannot forge a line of the log.
-    WAIT_UNTIL(
-        board.daemon.logged(QStringLiteral("Active Device: \"%1\" \"J\u00FCrgen\\n\\\"\\u0001\\\"\"").arg(PhonePath)));
+    // A name cannot forge a line of the log, also where a whole message is traced.
+    board.bluez.emitPropertiesChanged(
+        PhonePath, Device, {{Connected, true}, {QStringLiteral("Alias"), QStringLiteral("x\nFatal: forged")}});
+    WAIT_UNTIL(!board.daemon.logTexts().filter(QStringLiteral("x\\x0aFatal: forged")).isEmpty());
+    WAIT_UNTIL(board.daemon.logTexts().last().startsWith(QStringLiteral("Active Device:")));
+    for (const QString &line : board.daemon.logTexts())
+        QVERIFY2(!line.startsWith(QStringLiteral("Fatal")), qPrintable(line));
+    WAIT_UNTIL(board.daemon.logged(
+        QStringLiteral("Active Device: \"%1\" \"J\u00FCrgen\\nFatal: \\\"\\u0001\\\"\"").arg(PhonePath)));
 }
 
 void AdapterTest::pairingAgent()
@@ -322,6 +329,25 @@ void AdapterTest::playerThatIsDown()
     QVERIFY(board.player.serve());
     board.bluez.removeObject(Hci0, {QStringLiteral("org.bluez.Media1")});
     WAIT_UNTIL(finishedWith(QStringLiteral("OK")));
+}
+
+void AdapterTest::silentPlayerHearsTheLastStateLast()
+{
+    sim::Board board;
+    board.player.behave(sim::Player::Behaviour::NeverAnswer);
+    QVERIFY(board.startDaemon());
+    sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
+    QStringList expected{notification(true, false, "", false)};
+    for (int round = 0; round < 2; ++round) {
+        phone.connect();
+        expected << notification(true, true, "Anna", false);
+        if (round == 1)
+            break;
+        phone.disconnect();
+        expected << notification(true, false, "", false);
+    }
+    WAIT_UNTIL(board.player.targets().size() == expected.size());
+    QCOMPARE(board.player.targets(), expected);
 }
 
 QTEST_GUILESS_MAIN(AdapterTest)

@@ -143,7 +143,8 @@ void AudioSocketTest::goneClientIsHarmless()
 
 void AudioSocketTest::clientsWaitInOrder()
 {
-    AudioServer server(nullptr);
+    AudioServer server;
+    server.start();
     QVERIFY(!server.nextClient());
     const Socket first = connectClient();
     const Socket second = connectClient();
@@ -167,7 +168,8 @@ void AudioSocketTest::clientsWaitInOrder()
 
 void AudioSocketTest::deadConnectionsMakeRoom()
 {
-    AudioServer server(nullptr);
+    AudioServer server;
+    server.start();
     const Socket early = connectClient();
     for (int i = 0; i < 200; ++i) {
         QVERIFY(connectClient()); // and leaves at once

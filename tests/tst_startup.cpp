@@ -102,6 +102,7 @@ void StartupTest::refusedServiceNameIsFatal()
     QVERIFY(board.startDaemon());
     Ending second = runToEnd(board.bus.address(), ToStderr);
     QVERIFY(second.aborted);
+    QVERIFY(board.player.connectAudio()); // it left the first one's socket alone
     QVERIFY(second.log.last().startsWith(QStringLiteral("Fatal: ")));
     second = runToEnd(board.bus.address(),
                       {QStringLiteral("--stderr"), QStringLiteral("--debug"), QStringLiteral("-1")});

@@ -27,6 +27,8 @@ AdapterManager::AdapterManager(bool aacDisabled, PlayerRequests &player, QObject
 
     new DBusCommandListener(this);
     DBusCommandListener::claimService(this);
+    // Not before the name is ours: a second daemon, started by mistake, would take the socket of the first with it.
+    Transport::InitSocketServer();
     FindAnAvailableAdapter();
 }
 
@@ -37,20 +39,20 @@ void AdapterManager::subscribe()
     const struct {
         QLatin1String path;
         QLatin1String interface;
-        const char *signal;
+        QLatin1String signal;
         const char *slot;
     } subscriptions[] = {
-        {bus::ObjectManagerPath, bus::ObjectManagerInterface, "InterfacesAdded",
+        {bus::ObjectManagerPath, bus::ObjectManagerInterface, QLatin1String("InterfacesAdded"),
          SLOT(InterfacesAdded(QDBusObjectPath, QVariantMapMap))},
-        {bus::ObjectManagerPath, bus::ObjectManagerInterface, "InterfacesRemoved",
+        {bus::ObjectManagerPath, bus::ObjectManagerInterface, QLatin1String("InterfacesRemoved"),
          SLOT(InterfacesRemoved(QDBusObjectPath, QStringList))},
-        {bus::AnyPath, bus::PropertiesInterface, "PropertiesChanged",
+        {bus::AnyPath, bus::PropertiesInterface, bus::PropertiesChanged,
          SLOT(PropertiesChanged(QString, QVariantMap, QStringList))},
     };
     for (const auto &subscription : subscriptions) {
         if (!QDBusConnection::systemBus().connect(bus::BluezService, subscription.path, subscription.interface,
-                                                  QLatin1String(subscription.signal), this, subscription.slot))
-            qWarning("0Could not subscribe to %s", subscription.signal);
+                                                  subscription.signal, this, subscription.slot))
+            qWarning("0Could not subscribe to %s", subscription.signal.data());
     }
 }
 
@@ -59,7 +61,7 @@ void AdapterManager::FindAnAvailableAdapter()
     qDebug("FindAnAvailableAdapter");
     const QDBusMessage reply = bus::callBluez(bus::ObjectManagerPath, bus::ObjectManagerInterface,
                                               QStringLiteral("GetManagedObjects"));
-    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
+    if (reply.type() != QDBusMessage::ReplyMessage)
         return;
     if (reply.signature() != QLatin1String("a{oa{sa{sv}}}")) {
         logDebug() << "GetManagedObjects: unexpected types" << reply.signature();
@@ -129,7 +131,7 @@ void AdapterManager::ResetAlias()
         return;
     const QString alias = name + QLatin1String(SpeakerNameSuffix);
     logDebug() << alias;
-    SetProperty(bus::AdapterInterface, adapterPath_, QStringLiteral("Alias"), alias);
+    SetProperty(bus::AdapterInterface, adapterPath_, bus::AliasProperty, alias);
 }
 
 void AdapterManager::Disconnect()
@@ -165,7 +167,7 @@ void AdapterManager::InterfacesAdded(const QDBusObjectPath &aPath, const QVarian
         }
     }
     // A phone that BlueZ has only just learnt of is announced as connected already; no other notice of it follows.
-    const QVariant connected = interfaces.value(bus::DeviceInterface).value(QStringLiteral("Connected"));
+    const QVariant connected = interfaces.value(bus::DeviceInterface).value(bus::ConnectedProperty);
     if (connected.userType() == QMetaType::Bool && connected.toBool())
         DeviceConnected(aPath.path());
 }
@@ -185,23 +187,22 @@ void AdapterManager::PropertiesChanged(const QString &interface, const QVariantM
     logDebug() << "AdapterManager::PropertiesChanged" << interface << changed << invalidated;
     if (interface != bus::DeviceInterface)
         return;
-    const QVariant connected = changed.value(QStringLiteral("Connected"));
+    const QVariant connected = changed.value(bus::ConnectedProperty);
     if (connected.userType() != QMetaType::Bool)
         return;
-    logDebug() << message();
-    const QString device = message().path();
     if (connected.toBool())
-        DeviceConnected(device);
+        DeviceConnected(message().path());
     else
-        DeviceDisconnected(device);
+        DeviceDisconnected(message().path());
 }
 
 void AdapterManager::DeviceConnected(const QString &path)
 {
+    logDebug() << message();
     logDebug() << "0Device Connect:" << path;
     if (!IsConnected()) {
         connectedDevicePath_ = path;
-        connectedDeviceName_ = GetProperty(bus::DeviceInterface, path, QStringLiteral("Alias")).toString();
+        connectedDeviceName_ = GetProperty(bus::DeviceInterface, path, bus::AliasProperty).toString();
         sendBTPropertyChange();
     }
     LogActiveDevice();
@@ -209,6 +210,7 @@ void AdapterManager::DeviceConnected(const QString &path)
 
 void AdapterManager::DeviceDisconnected(const QString &path)
 {
+    logDebug() << message();
     logDebug() << "0Device Disconnect:" << path;
     if (path == connectedDevicePath_) {
         connectedDevicePath_.clear();
@@ -249,7 +251,11 @@ QVariant AdapterManager::GetProperty(const QString &interface, const QString &pa
     logDebug() << "GetProperty" << interface << path << name;
     const QDBusMessage reply = bus::callBluez(path, bus::PropertiesInterface, QStringLiteral("Get"), {interface, name});
     logDebug() << reply.errorName() << reply.errorMessage();
-    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
+    if (reply.type() != QDBusMessage::ReplyMessage)
         return {};
+    if (reply.signature() != QLatin1String("v")) {
+        logDebug() << "GetProperty: unexpected types" << reply.signature();
+        return {};
+    }
     return qvariant_cast<QDBusVariant>(reply.arguments().constFirst()).variant();
 }

@@ -24,8 +24,8 @@ class PlayerRequests;
 class AdapterManager : public AbstractManager, public QDBusContext {
     Q_OBJECT
 public:
-    /// Takes the service name (a fatal message if that is refused) and adopts an adapter if there is one. `player`
-    /// outlives the manager. `aacDisabled`: phones are offered SBC only.
+    /// Takes the service name (a fatal message if that is refused), makes the local audio socket and adopts an adapter
+    /// if there is one. `player` outlives the manager. `aacDisabled`: phones are offered SBC only.
     AdapterManager(bool aacDisabled, PlayerRequests &player, QObject *parent = nullptr);
     ~AdapterManager() override;
 

@@ -23,6 +23,11 @@ inline constexpr QLatin1String ControlService("org.kadobt");
 inline constexpr QLatin1String ControlPath("/kadobt");
 inline constexpr QLatin1String AgentPath("/Nodera/BluetoothAgent");
 
+inline constexpr QLatin1String PropertiesChanged("PropertiesChanged");
+inline constexpr QLatin1String AliasProperty("Alias");
+inline constexpr QLatin1String ConnectedProperty("Connected");
+inline constexpr QLatin1String StateProperty("State");
+
 /// The service class that a phone connects to for audio (Bluetooth Assigned Numbers, 3.3).
 inline constexpr QLatin1String A2dpSinkUuid("0000110B-0000-1000-8000-00805F9B34FB");
 

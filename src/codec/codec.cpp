@@ -8,3 +8,11 @@ unsigned Codec::pickPreferred(unsigned mask, const unsigned *preferences, int co
     }
     return preferences[0];
 }
+
+QByteArray Codec::element(std::initializer_list<unsigned> octets)
+{
+    QByteArray element;
+    for (const unsigned value : octets)
+        element.append(static_cast<char>(value & 0xFF));
+    return element;
+}

@@ -8,8 +8,8 @@
 
 namespace {
 
-// The RTP header and the stream configuration of the audio mux element.
-constexpr int PayloadLengthOffset = 21;
+// The stream configuration of the audio mux element, between the RTP header and the payload length.
+constexpr int StreamConfigurationSize = 9;
 
 constexpr unsigned AacLc = 0x80;
 constexpr unsigned VariableBitRate = 0x80;
@@ -63,18 +63,14 @@ QByteArray CodecAAC::selectConfiguration(const QByteArray &peerCapabilities)
     const unsigned frequency = pickPreferred(frequencyField(c1, c2), FrequencyPreferences);
     const unsigned channelBit = pickPreferred(channelField(c2), ChannelPreferences);
     // Variable rate and bit rate are the phone's to choose.
-    const unsigned result[] = {
+    return element({
         AacLc,
         frequency >> 4,
         (frequency << 4 & 0xF0) | channelBit << 2,
         octet(peerCapabilities, 3),
         octet(peerCapabilities, 4),
         octet(peerCapabilities, 5),
-    };
-    QByteArray configuration;
-    for (const unsigned value : result)
-        configuration.append(static_cast<char>(value));
-    return configuration;
+    });
 }
 
 void CodecAAC::setConfiguration(const QByteArray &configuration)
@@ -102,7 +98,7 @@ void CodecAAC::processPacket(const char *packet, int length, QIODevice *out)
     if (!out)
         return;
 
-    int position = PayloadLengthOffset;
+    int position = RtpHeaderSize + StreamConfigurationSize;
     int payloadSize = 0;
     unsigned lengthByte = 0;
     do {

@@ -9,9 +9,6 @@
 
 namespace {
 
-// An RTP header and one byte with the frame count, which is not needed: the frames say how long they are.
-constexpr int PayloadOffset = 13;
-
 constexpr unsigned MinBitpool = 2;
 constexpr unsigned MaxBitpool = 250;
 
@@ -61,17 +58,13 @@ QByteArray CodecSBC::selectConfiguration(const QByteArray &peerCapabilities)
 {
     const unsigned c0 = octet(peerCapabilities, 0);
     const unsigned c1 = octet(peerCapabilities, 1);
-    const unsigned result[] = {
+    return element({
         pickPreferred(c0 >> 4, Frequencies) << 4 | pickPreferred(c0 & 0xF, ChannelModes),
         pickPreferred(c1 >> 4, BlockLengths) << 4 | pickPreferred(c1 >> 2 & 3, Subbands) << 2
             | pickPreferred(c1 & 3, AllocationMethods),
         std::max(octet(peerCapabilities, 2), MinBitpool),
         std::min(octet(peerCapabilities, 3), MaxBitpool),
-    };
-    QByteArray configuration;
-    for (const unsigned value : result)
-        configuration.append(static_cast<char>(value));
-    return configuration;
+    });
 }
 
 void CodecSBC::setConfiguration(const QByteArray &configuration)
@@ -93,6 +86,8 @@ void CodecSBC::prepare(int readMtu)
 
 void CodecSBC::processPacket(const char *packet, int length, QIODevice *out)
 {
+    // One byte holds the frame count, which is not needed: the frames say how long they are.
+    constexpr int PayloadOffset = RtpHeaderSize + 1;
     if (!out || length < PayloadOffset)
         return;
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstddef>
-
 /// What the header of an SBC frame says of it (A2DP 1.3.2, 12.6.1 and 12.9).
 struct SbcFrame {
     int length;   ///< bytes, header included: 6 or more

@@ -16,9 +16,10 @@ void DBusCommandListener::claimService(AbstractManager *manager)
     QDBusConnection systemBus = QDBusConnection::systemBus();
     qDebug("Register Service");
     if (!systemBus.registerService(bus::ControlService)) {
-        // The bus counts a name that somebody else owns as an answer, not as an error.
-        const QString error = systemBus.lastError().message();
-        qFatal("0%s", error.isEmpty() ? "The service name org.kadobt is taken" : qUtf8Printable(error));
+        QString error = systemBus.lastError().message();
+        if (error.isEmpty()) // that somebody else owns the name is an answer of the bus, not an error
+            error = bus::ControlService + QLatin1String(" is taken");
+        qFatal("0%s", qUtf8Printable(error));
     }
     logDebug() << "Register Object"
                << systemBus.registerObject(bus::ControlPath, manager, QDBusConnection::ExportAdaptors);

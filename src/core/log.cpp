@@ -27,6 +27,20 @@ const char *prefix(QtMsgType type)
     }
 }
 
+/// The text with its control characters, but for tabs, spelled out: no peer's string can begin a line of its own.
+QString oneLine(const QString &text)
+{
+    QString result;
+    for (const QChar character : text) {
+        const ushort code = character.unicode();
+        if ((code < 0x20 && code != '\t') || code == 0x7F)
+            result += QStringLiteral("\\x%1").arg(code, 2, 16, QLatin1Char('0'));
+        else
+            result += character;
+    }
+    return result;
+}
+
 void print(QtMsgType type, const QString &message)
 {
     if (message.isEmpty())
@@ -36,7 +50,7 @@ void print(QtMsgType type, const QString &message)
     const int level = hasLevel ? first - '0' : 9;
     if (level > settings.debugLevel)
         return;
-    const QByteArray text = (hasLevel ? message.mid(1) : message).toUtf8();
+    const QByteArray text = oneLine(hasLevel ? message.mid(1) : message).toUtf8();
     if (settings.logToStderr)
         std::fprintf(stderr, "%s%s\n", prefix(type), text.constData());
     else
@@ -65,7 +79,5 @@ void installLogOutput(const LogSettings &newSettings)
 LogStream::~LogStream()
 {
     // Qt's own streams cut the last blank; one that inserts no blanks passes the text on as it is.
-    const QMessageLogger logger;
-    QDebug out = type_ == QtWarningMsg ? logger.warning() : logger.debug();
-    out.nospace().noquote() << text_;
+    qDebug().nospace().noquote() << text_;
 }

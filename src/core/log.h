@@ -17,12 +17,12 @@ struct LogSettings {
 /// fatal message ends the process by abort(), shown or not. Failing writes are ignored.
 void installLogOutput(const LogSettings &settings);
 
-/// A message built from items, in Qt's debug stream form: one blank after each item, the last one included, strings
-/// in double quotes with control characters escaped. It is handed to Qt's message functions when it goes out of scope.
-/// A message without items is better given to qDebug() and its like as a format.
+/// A debug message built from items, in Qt's debug stream form: one blank after each item, the last one included,
+/// strings in double quotes with control characters escaped. It is handed to Qt's message functions when it goes out of
+/// scope. A message without items is better given to qDebug() and its like as a format.
 class LogStream {
 public:
-    explicit LogStream(QtMsgType type) : type_(type), stream_(&text_) {}
+    LogStream() : stream_(&text_) {}
     ~LogStream();
     LogStream(const LogStream &) = delete;
     LogStream &operator=(const LogStream &) = delete;
@@ -35,19 +35,12 @@ public:
     }
 
 private:
-    QtMsgType type_;
     QString text_;
     QDebug stream_;
 };
 
-/// A debug message: logDebug() << "0Device Connect:" << path;
+/// logDebug() << "0Device Connect:" << path;
 inline LogStream logDebug()
 {
-    return LogStream(QtDebugMsg);
-}
-
-/// A warning built the same way.
-inline LogStream logWarning()
-{
-    return LogStream(QtWarningMsg);
+    return {};
 }

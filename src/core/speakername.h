@@ -2,8 +2,6 @@
 
 #include <QString>
 
-class QIODevice;
-
 /// The file in which the speaker's software keeps its name, in the first line.
 inline constexpr char SpeakerNameFile[] = "/var/data/player_name";
 

@@ -15,7 +15,7 @@ public:
     /// Registers with the adapter at `adapterPath` and waits for BlueZ's answer, which is not looked at. Codec, manager
     /// and requests outlive the endpoint.
     Endpoint(const QString &adapterPath, Codec &codec, AbstractManager &manager, PlayerRequests &player);
-    /// Leaves the bus and ends a configured stream. BlueZ, which removed the adapter, is told nothing.
+    /// Leaves the bus and ends a configured stream. BlueZ is told nothing: an endpoint ends with its adapter.
     ~Endpoint() override;
 
 private:

@@ -9,9 +9,8 @@
 
 namespace {
 
-// A player that plays in real time takes a socket buffer of audio, the most that can be kept by one that is not
-// behind, in about a second; one that has taken nothing for this long is not listening.
-constexpr int FinishTimeoutMs = 10'000;
+// The most that can be kept, BacklogLimit, is 24 s of 16-bit stereo at 44100 Hz to a player that reads in real time.
+constexpr int FinishTimeoutMs = 30'000;
 
 } // namespace
 

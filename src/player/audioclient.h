@@ -16,15 +16,15 @@
 class AudioClient : public QIODevice {
     Q_OBJECT
 public:
-    /// Bytes kept for a slow client: 23 s of 16-bit stereo at 44100 Hz.
+    /// Bytes kept for a slow client: 24 s of 16-bit stereo at 44100 Hz.
     static constexpr qint64 BacklogLimit = 4 * 1024 * 1024;
 
     /// Takes over a connected stream socket.
     explicit AudioClient(FileDescriptor socket);
     ~AudioClient() override;
 
-    /// Ends with the client: at once when it has taken everything, otherwise as soon as it has, and after a bounded
-    /// time in any case. The audio that was already written is thus not lost with the end of a stream.
+    /// Ends with the client: at once when it has taken everything, otherwise as soon as it has, and after 30 s in any
+    /// case. The audio that was already written is thus not lost with the end of a stream.
     static void finish(std::unique_ptr<AudioClient> client);
 
     bool isSequential() const override { return true; }
@@ -47,5 +47,5 @@ private:
     QByteArray backlog_;
     qint64 backlogSent_ = 0; ///< bytes at the start of backlog_ that are gone already
     qint64 droppedWrites_ = 0;
-    bool finishing_ = false;
+    bool finishing_ = false; ///< the client owns itself
 };

@@ -13,8 +13,10 @@ bool hungUp(const FileDescriptor &connection)
 
 } // namespace
 
-AudioServer::AudioServer(QObject *parent) : QLocalServer(parent)
+void AudioServer::start()
 {
+    if (isListening())
+        return;
     const QString name = QStringLiteral("bluetooth");
     removeServer(name);
     listen(name);

@@ -18,9 +18,12 @@ public:
     /// Connections kept waiting, as many as a local server keeps by default.
     static constexpr size_t WaitingLimit = 30;
 
-    /// Replaces a stale socket of that name and listens. A failure is not reported: the player finds nothing to
-    /// connect to.
-    explicit AudioServer(QObject *parent);
+    using QLocalServer::QLocalServer;
+
+    /// Replaces a stale socket of that name and listens; nothing if it listens already. A local server stops listening
+    /// for good when a connection cannot be accepted, for want of descriptors for instance. A failure is not reported:
+    /// the player finds nothing to connect to.
+    void start();
 
     /// The connection that has waited longest, or null.
     std::unique_ptr<AudioClient> nextClient();

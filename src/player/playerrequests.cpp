@@ -10,15 +10,20 @@
 
 namespace {
 
-// A player on the same board answers within milliseconds. One that never does would hold its connection, of which the
-// network access manager has six, for ever.
-constexpr int TransferTimeoutMs = 10'000;
+constexpr QLatin1String Player("http://127.0.0.1:11000");
+
+// A player on the same board answers within milliseconds. One that has not finished by now would hold its connection
+// for ever.
+constexpr int ReplyTimeoutMs = 10'000;
 
 // Requests that are under way together take connections of their own and may overtake each other. One that has had this
 // long has arrived, whether or not the player has answered.
 constexpr int PatienceMs = 250;
 
-// Each notification carries the whole state: of more than this the oldest are of no use to anybody.
+// Beyond six the network access manager lets requests wait in an order of its own.
+constexpr int MaxUnderWay = 5;
+
+// Each notification carries the whole state, and a wish to play this old has passed: the oldest are of no use.
 constexpr int MaxWaiting = 64;
 
 // Nobody reads what a player answers; more than this is not taken from it.
@@ -56,18 +61,14 @@ void PlayerRequests::sendBTPropertyChange(const QString &type, bool adapter, boo
 
 QString PlayerRequests::playUrl(const QString &format, int sampleRate, int bitDepth, int channels, const QString &name)
 {
-    return QStringLiteral("http://127.0.0.1:11000/Play?url=Capture:bluez:bluetooth:%1/%2/%3/%4&name=%5")
-        .arg(format)
-        .arg(sampleRate)
-        .arg(bitDepth)
-        .arg(channels)
-        .arg(name);
+    const QString url = Player + QLatin1String("/Play?url=Capture:bluez:bluetooth:%1/%2/%3/%4&name=%5");
+    return url.arg(format).arg(sampleRate).arg(bitDepth).arg(channels).arg(name);
 }
 
 QString PlayerRequests::propertyChangeUrl(const QString &type, bool adapter, bool connected, const QString &name,
                                           bool streaming)
 {
-    const QString url = QLatin1String("http://127.0.0.1:11000/BTPropertyChange?type=") + type
+    const QString url = Player + QLatin1String("/BTPropertyChange?type=") + type
         + QLatin1String("?adapter=%1&connected=%2&name=%3&streaming=%4");
     return url.arg(text(adapter)).arg(text(connected)).arg(name).arg(text(streaming));
 }
@@ -84,14 +85,15 @@ void PlayerRequests::send(const QString &url)
 void PlayerRequests::sendNext()
 {
     latest_ = nullptr;
-    if (waiting_.isEmpty())
+    if (waiting_.isEmpty() || underWay_ == MaxUnderWay)
         return;
     QNetworkRequest request(QUrl(waiting_.dequeue(), QUrl::TolerantMode));
-    request.setTransferTimeout(TransferTimeoutMs);
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
     request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
     latest_ = network_.get(request);
     latest_->setReadBufferSize(ReplyBufferBytes);
+    QTimer::singleShot(ReplyTimeoutMs, latest_, &QNetworkReply::abort);
+    ++underWay_;
     patience_.start();
 }
 
@@ -104,8 +106,11 @@ void PlayerRequests::finished(QNetworkReply *reply)
     else
         logDebug() << "AdapterManager::finished" << url << reply->errorString();
     reply->deleteLater();
+    --underWay_;
     if (reply == latest_) {
         patience_.stop();
-        sendNext();
+        latest_ = nullptr;
     }
+    if (!latest_)
+        sendNext();
 }

@@ -39,5 +39,6 @@ private:
     QNetworkAccessManager &network_;
     QQueue<QString> waiting_;
     QNetworkReply *latest_ = nullptr; ///< null: nothing that the next request must wait for
+    int underWay_ = 0;
     QTimer patience_;
 };

@@ -54,9 +54,8 @@ Transport::Transport(const QString &path, Codec &codec, const AbstractManager &m
     lookAgain_.setSingleShot(true);
     lookAgain_.setInterval(EndedStreamLookMs);
     connect(&lookAgain_, &QTimer::timeout, this, &Transport::readData);
-    QDBusConnection::systemBus().connect(bus::BluezService, path_, bus::PropertiesInterface,
-                                         QStringLiteral("PropertiesChanged"), this,
-                                         SLOT(PropertiesChanged(QString, QVariantMap, QStringList)));
+    QDBusConnection::systemBus().connect(bus::BluezService, path_, bus::PropertiesInterface, bus::PropertiesChanged,
+                                         this, SLOT(PropertiesChanged(QString, QVariantMap, QStringList)));
 }
 
 Transport::~Transport()
@@ -67,10 +66,11 @@ Transport::~Transport()
 
 void Transport::InitSocketServer()
 {
-    if (server)
-        return;
-    qDebug("Transport::InitSocketServer()");
-    server = new AudioServer(QCoreApplication::instance());
+    if (!server) {
+        qDebug("Transport::InitSocketServer()");
+        server = new AudioServer(QCoreApplication::instance());
+    }
+    server->start();
 }
 
 bool Transport::isActive() const
@@ -92,7 +92,7 @@ void Transport::PropertiesChanged(const QString &interface, const QVariantMap &c
     logDebug() << "Transport::PropertiesChanged" << interface << changed << invalidated;
     if (interface != bus::MediaTransportInterface)
         return;
-    const QVariant state = changed.value(QStringLiteral("State"));
+    const QVariant state = changed.value(bus::StateProperty);
     if (state.userType() == QMetaType::QString)
         setState(state.toString());
 }
@@ -127,7 +127,8 @@ void Transport::Acquire()
     ::fcntl(fd.get(), F_SETFL, ::fcntl(fd.get(), F_GETFL) | O_NONBLOCK);
     fd_ = std::move(fd);
     readMtu_ = readMtu;
-    buffer_.reset(new char[static_cast<size_t>(readMtu)]);
+    // libsbc may look one byte behind the frame that it decodes.
+    buffer_.reset(new char[static_cast<size_t>(readMtu) + 1]);
     codec_.prepare(readMtu);
     notifier_ = std::make_unique<QSocketNotifier>(fd_.get(), QSocketNotifier::Read);
     connect(notifier_.get(), &QSocketNotifier::activated, this, &Transport::readData);
@@ -156,7 +157,7 @@ void Transport::AdoptWaitingClient()
     std::unique_ptr<AudioClient> next = server->nextClient();
     if (!next)
         return;
-    DeleteSocket();
+    DeleteSocket(Farewell::AtOnce);
     socket_ = std::move(next);
     qDebug("0New audio out socket connection accepted");
 }
@@ -173,13 +174,15 @@ void Transport::Cleanup()
     notifier_.reset();
     fd_.reset();
     buffer_.reset();
-    DeleteSocket();
+    DeleteSocket(Farewell::AfterItsAudio);
 }
 
-void Transport::DeleteSocket()
+void Transport::DeleteSocket(Farewell farewell)
 {
     if (!socket_)
         return;
     qDebug("Transport::DeleteSocket()");
-    AudioClient::finish(std::move(socket_));
+    if (farewell == Farewell::AfterItsAudio)
+        AudioClient::finish(std::move(socket_));
+    socket_.reset();
 }

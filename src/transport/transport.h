@@ -26,7 +26,7 @@ public:
     Transport(const QString &path, Codec &codec, const AbstractManager &manager, PlayerRequests &player);
     ~Transport() override;
 
-    /// Makes the local audio socket, one for the process; later calls change nothing.
+    /// Makes the local audio socket, one for the process; later calls only mend it.
     static void InitSocketServer();
 
     /// BlueZ says that the stream is active.
@@ -52,7 +52,8 @@ private:
     Read readPacket();
     void AdoptWaitingClient();
     void Cleanup();
-    void DeleteSocket();
+    enum class Farewell { AtOnce, AfterItsAudio };
+    void DeleteSocket(Farewell farewell);
 
     QString path_;
     Codec &codec_;
@@ -60,7 +61,7 @@ private:
     PlayerRequests &player_;
     QString state_;
 
-    // The acquired stream: all of these, or none.
+    // The acquired stream. Without one, fd_ is none.
     FileDescriptor fd_;
     int readMtu_ = 0;
     std::unique_ptr<char[]> buffer_;
