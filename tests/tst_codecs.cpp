@@ -192,7 +192,7 @@ void CodecsTest::sbcPlaysWhatComesBeforeAFault()
     const sim::SbcFormat format;
     const QByteArray packet = sim::encodeSbc(music(0.1, format), format, Mtu).constFirst();
     const QByteArray whole = sim::decodeSbc({packet});
-    const int frames = packet.at(12);
+    const int frames = static_cast<uchar>(packet.at(12));
     const int frameBytes = static_cast<int>(packet.size() - PayloadOffset) / frames;
     const int framePcm = static_cast<int>(whole.size()) / frames;
     QCOMPARE(frames, 5);
