@@ -1,15 +1,14 @@
 #pragma once
 
 #include "sim/bus.h"
+#include "sim/control.h"
 #include "sim/daemon.h"
 #include "sim/fakebluez.h"
 #include "sim/phone.h"
 #include "sim/player.h"
 #include "sim/waiting.h"
 
-#include <QDBusConnection>
-#include <QDBusMessage>
-#include <QVariant>
+#include <QByteArray>
 
 namespace sim {
 
@@ -37,14 +36,7 @@ public:
     FakeBluez bluez;
     Player player;
     Daemon daemon;
-
-    /// Calls org.kadobt.commands on /kadobt, a method or (get, set) a property; the event loop runs meanwhile.
-    QDBusMessage command(const QString &method);
-    QVariant commandProperty(const QString &name);
-    QDBusMessage setCommandProperty(const QString &name, const QVariant &value);
-
-private:
-    QDBusConnection control_;
+    Control control;
 };
 
 } // namespace sim

@@ -3,12 +3,12 @@
 #include "bus/names.h"
 #include "sim/board.h"
 #include "sim/heardcheck.h"
+#include "sim/story.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QSocketNotifier>
-#include <QUrl>
 
 #include <algorithm>
 #include <cmath>
@@ -85,8 +85,7 @@ Recording readRecordings(const QStringList &files, QString &error)
     return whole;
 }
 
-/// The board with its phone, and the story that they tell. A step that does not come out as it should stops the story:
-/// `fault_` then says which.
+/// The board with its phone, and the story that they tell. A step that does not come out as it should stops the story.
 class Demo {
 public:
     Demo(const DemoOptions &options, const Recording &recording);
@@ -98,38 +97,32 @@ private:
     bool stopStreaming();
     int hold();
 
-    void say(const char *who, const QString &text) const;
-    bool insist(bool asItShouldBe, const QString &otherwise);
-    bool awaitRequest(const QString &request);
-    bool awaitStatus(const char *connected, const QString &name, const char *streaming);
+    bool awaitStatus(bool connected, bool streaming);
     bool isAdapterSetUp() const;
     int sumUp();
 
     const DemoOptions &options_;
     const Recording &recording_;
-    QElapsedTimer clock_;
     SbcFormat format_;
     QList<QByteArray> packets_;
     Board board_;
+    Story story_;
     Phone phone_;
     QStringList callsAtStart_;
-    int awaitedRequests_ = 0;
-    QString fault_;
 };
 
 Demo::Demo(const DemoOptions &options, const Recording &recording)
-    : options_(options), recording_(recording), board_(options.busSocketPath),
+    : options_(options), recording_(recording), board_(options.busSocketPath), story_(board_.player),
       phone_(board_.bluez, PhonePath, PhoneName)
 {
     constexpr int Mtu = 672; // what BlueZ and a phone agree on
-    clock_.start();
     format_.sampleRate = recording.sampleRate;
     packets_ = encodeSbc(recording.pcm, format_, Mtu);
 
     QObject::connect(&board_.daemon, &Daemon::logLine, &board_.daemon,
-                     [this](const QString &text) { say("kado-bt", text); });
+                     [this](const QString &text) { story_.say("kado-bt", text); });
     QObject::connect(&board_.player, &Player::requested, &board_.player,
-                     [this](const PlayerRequest &request) { say("player", "is told " + request.target); });
+                     [this](const PlayerRequest &request) { story_.say("player", "is told " + request.target); });
     board_.player.connectWhenTold(true);
 }
 
@@ -147,56 +140,56 @@ int Demo::run()
 /// From the start of the daemon to the phone's first packet, which is on its way when this returns true.
 bool Demo::stream()
 {
-    say("board", QStringLiteral("kado-bt starts"));
-    if (!insist(board_.startDaemon(), QStringLiteral("kado-bt did not set the adapter up")))
+    story_.say("board", QStringLiteral("kado-bt starts"));
+    if (!story_.insist(board_.startDaemon(), QStringLiteral("kado-bt did not set the adapter up")))
         return false;
     const QList<BluezCall> &calls = board_.bluez.calls();
     for (const BluezCall &call : calls)
         callsAtStart_.append(call.text());
-    if (!awaitStatus("false", QString(), "false")
-        || !insist(isAdapterSetUp(), QStringLiteral("the adapter is not as it should be")))
+    if (!awaitStatus(false, false)
+        || !story_.insist(isAdapterSetUp(), QStringLiteral("the adapter is not as it should be")))
         return false;
-    say("board",
-        QStringLiteral("the adapter is \"%1\", discoverable without end, with %2 endpoints and an agent")
-            .arg(board_.bluez.property("/org/bluez/hci0", bus::AdapterInterface, "Alias").toString())
-            .arg(board_.bluez.endpoints().size()));
+    story_.say("board",
+               QStringLiteral("the adapter is \"%1\", discoverable without end, with %2 endpoints and an agent")
+                   .arg(board_.bluez.property("/org/bluez/hci0", bus::AdapterInterface, "Alias").toString())
+                   .arg(board_.bluez.endpoints().size()));
 
-    say("phone", PhoneName + QStringLiteral(" pairs and connects"));
+    story_.say("phone", PhoneName + QStringLiteral(" pairs and connects"));
     phone_.connect();
-    if (!awaitStatus("true", PhoneName, "false"))
+    if (!awaitStatus(true, false))
         return false;
-    if (!insist(phone_.authorize(), QStringLiteral("the phone was not authorised")))
+    if (!story_.insist(phone_.authorize(), QStringLiteral("the phone was not authorised")))
         return false;
-    say("phone", QStringLiteral("is authorised for audio"));
-    if (!insist(phone_.configure(format_), QStringLiteral("the configuration was refused")))
+    story_.say("phone", QStringLiteral("is authorised for audio"));
+    if (!story_.insist(phone_.configure(format_), QStringLiteral("the configuration was refused")))
         return false;
-    say("phone",
-        QStringLiteral("has configured SBC: %1 Hz, joint stereo, %2 blocks, %3 subbands, loudness, bitpool %4")
-            .arg(format_.sampleRate)
-            .arg(format_.blocks)
-            .arg(format_.subbands)
-            .arg(format_.bitpool));
+    story_.say("phone",
+               QStringLiteral("has configured SBC: %1 Hz, joint stereo, %2 blocks, %3 subbands, loudness, bitpool %4")
+                   .arg(format_.sampleRate)
+                   .arg(format_.blocks)
+                   .arg(format_.subbands)
+                   .arg(format_.bitpool));
 
-    if (!insist(phone_.start(), QStringLiteral("the stream was not acquired")))
+    if (!story_.insist(phone_.start(), QStringLiteral("the stream was not acquired")))
         return false;
     QElapsedTimer sinceActive;
     sinceActive.start();
-    say("phone", QStringLiteral("has started the stream"));
-    if (!awaitStatus("true", PhoneName, "true"))
+    story_.say("phone", QStringLiteral("has started the stream"));
+    if (!awaitStatus(true, true))
         return false;
-    say("board", QStringLiteral("calls SelectBluetooth of the control interface"));
-    if (!insist(board_.command(QStringLiteral("SelectBluetooth")).type() == QDBusMessage::ReplyMessage,
-                QStringLiteral("SelectBluetooth failed"))
-        || !awaitRequest(QStringLiteral("/Play?url=Capture:bluez:bluetooth:pcm/%1/16/2&name=%2")
-                             .arg(format_.sampleRate)
-                             .arg(PhoneName)))
+    story_.say("board", QStringLiteral("calls SelectBluetooth of the control interface"));
+    if (!story_.insist(board_.control.call(QStringLiteral("SelectBluetooth")).type() == QDBusMessage::ReplyMessage,
+                       QStringLiteral("SelectBluetooth failed"))
+        || !story_.awaitRequest(QStringLiteral("/Play?url=Capture:bluez:bluetooth:pcm/%1/16/2&name=%2")
+                                    .arg(format_.sampleRate)
+                                    .arg(PhoneName)))
         return false;
     waitFor([this] { return board_.player.audioConnected(); },
             std::max(0, EncoderStartMs - static_cast<int>(sinceActive.elapsed())));
-    say("player",
-        board_.player.audioConnected() ? QStringLiteral("is connected to \"bluetooth\"")
-                                       : QStringLiteral("is late: not connected to \"bluetooth\" yet"));
-    say("phone", QStringLiteral("plays %1 s").arg(recording_.seconds(), 0, 'f', 2));
+    story_.say("player",
+               board_.player.audioConnected() ? QStringLiteral("is connected to \"bluetooth\"")
+                                              : QStringLiteral("is late: not connected to \"bluetooth\" yet"));
+    story_.say("phone", QStringLiteral("plays %1 s").arg(recording_.seconds(), 0, 'f', 2));
     phone_.play(packets_, format_);
     return true;
 }
@@ -205,22 +198,22 @@ bool Demo::stream()
 bool Demo::stopStreaming()
 {
     const auto patience = LastAudioMs + static_cast<int>(recording_.seconds() * 1500);
-    if (!insist(waitFor([this] { return !phone_.isPlaying(); }, patience),
-                QStringLiteral("the daemon did not read the stream to its end")))
+    if (!story_.insist(waitFor([this] { return !phone_.isPlaying(); }, patience),
+                       QStringLiteral("the daemon did not read the stream to its end")))
         return false;
     const auto all = decodeSbc(packets_).size();
     waitFor([&] { return board_.player.heard().size() >= all; }, LastAudioMs);
 
-    say("phone", QStringLiteral("suspends the stream"));
+    story_.say("phone", QStringLiteral("suspends the stream"));
     phone_.suspend();
-    if (!awaitStatus("true", PhoneName, "false"))
+    if (!awaitStatus(true, false))
         return false;
-    if (!insist(phone_.clear(), QStringLiteral("ClearConfiguration failed")))
+    if (!story_.insist(phone_.clear(), QStringLiteral("ClearConfiguration failed")))
         return false;
-    say("phone", QStringLiteral("has cleared the configuration"));
-    say("phone", QStringLiteral("disconnects"));
+    story_.say("phone", QStringLiteral("has cleared the configuration"));
+    story_.say("phone", QStringLiteral("disconnects"));
     phone_.disconnect();
-    return awaitStatus("false", QString(), "false");
+    return awaitStatus(false, false);
 }
 
 int Demo::hold()
@@ -235,12 +228,12 @@ int Demo::hold()
     QObject::connect(&phone_, &Phone::finished, &board_.player, [this] {
         if (phone_.socket() < 0)
             return;
-        say("phone", QStringLiteral("plays it again"));
+        story_.say("phone", QStringLiteral("plays it again"));
         board_.player.forgetHeard();
         phone_.play(packets_, format_);
     });
     QObject::connect(&board_.bluez, &FakeBluez::disconnectRequested, &phone_,
-                     [this] { say("phone", QStringLiteral("is disconnected by the speaker")); });
+                     [this] { story_.say("phone", QStringLiteral("is disconnected by the speaker")); });
     QObject::connect(&board_.daemon.process(), &QProcess::stateChanged, &board_.daemon, [] {
         std::fprintf(stderr, "kado-bt has ended by itself\n");
         QCoreApplication::exit(EXIT_FAILURE);
@@ -261,37 +254,13 @@ int Demo::hold()
     const int status = QCoreApplication::exec();
     board_.daemon.process().disconnect(&board_.daemon);
     board_.daemon.stop();
-    say("board", QStringLiteral("kado-bt is stopped"));
+    story_.say("board", QStringLiteral("kado-bt is stopped"));
     return status;
 }
 
-void Demo::say(const char *who, const QString &text) const
+bool Demo::awaitStatus(bool connected, bool streaming)
 {
-    std::printf("%8.3f %-7s | %s\n", static_cast<double>(clock_.elapsed()) / 1000, who, qPrintable(text));
-}
-
-bool Demo::insist(bool asItShouldBe, const QString &otherwise)
-{
-    if (!asItShouldBe)
-        fault_ = otherwise;
-    return asItShouldBe;
-}
-
-/// Waits for the player's next request, which has to be `request` once percent-decoded.
-bool Demo::awaitRequest(const QString &request)
-{
-    const QList<PlayerRequest> &requests = board_.player.requests();
-    if (!insist(waitFor([&] { return requests.size() > awaitedRequests_; }),
-                QStringLiteral("the player was not told ") + request))
-        return false;
-    const QString actual = QUrl::fromPercentEncoding(requests.at(awaitedRequests_++).target.toUtf8());
-    return insist(actual == request, QStringLiteral("the player was told %1, not %2").arg(actual, request));
-}
-
-bool Demo::awaitStatus(const char *connected, const QString &name, const char *streaming)
-{
-    return awaitRequest(QStringLiteral("/BTPropertyChange?type=USB?adapter=true&connected=%1&name=%2&streaming=%3")
-                            .arg(QLatin1String(connected), name, QLatin1String(streaming)));
+    return story_.awaitStatus("USB", connected, connected ? PhoneName : QString(), streaming);
 }
 
 bool Demo::isAdapterSetUp() const
@@ -307,15 +276,13 @@ int Demo::sumUp()
 {
     const QByteArray &heard = board_.player.heard();
     const HeardCheck check = checkHeard(packets_, heard);
-    if (fault_.isEmpty() && board_.player.requests().size() != awaitedRequests_)
-        fault_ = QStringLiteral("the player was told more than it should");
-    if (fault_.isEmpty() && !check.exact)
-        fault_ = QStringLiteral("what the player heard is not what the phone sent");
+    if (!story_.failed())
+        story_.insistOnNoMoreRequests();
+    story_.insist(check.exact, QStringLiteral("what the player heard is not what the phone sent"));
 
     const QString wav = QDir(options_.outDirectory).absoluteFilePath(QStringLiteral("heard.wav"));
     const Recording heardRecording{format_.sampleRate, format_.channels(), heard};
-    if (!writeWav(wav, heardRecording) && fault_.isEmpty())
-        fault_ = wav + QStringLiteral(" could not be written");
+    story_.insist(writeWav(wav, heardRecording), wav + QStringLiteral(" could not be written"));
 
     double sentSeconds = 0;
     for (const QByteArray &packet : packets_)
@@ -327,10 +294,7 @@ int Demo::sumUp()
     std::printf("\nCalls to BlueZ at start:\n");
     for (const QString &call : std::as_const(callsAtStart_))
         std::printf("    %s\n", qPrintable(call));
-    std::printf("What the player was told:\n");
-    const QStringList targets = board_.player.targets();
-    for (const QString &target : targets)
-        std::printf("    %s\n", qPrintable(target));
+    story_.listRequests();
     std::printf("Audio:\n");
     std::printf("    sent       %.2f s in %d packets\n", sentSeconds, static_cast<int>(packets_.size()));
     std::printf("    heard      %.2f s, %s\n", heardRecording.seconds(),
@@ -338,12 +302,7 @@ int Demo::sumUp()
     if (check.exact)
         std::printf("    SNR        %.1f dB against the recording\n", snrDb(original, heard, format_.channels()));
     std::printf("    to listen  %s\n", qPrintable(wav));
-    if (!fault_.isEmpty()) {
-        std::printf("FAILED: %s.\n", qPrintable(fault_));
-        return EXIT_FAILURE;
-    }
-    std::printf("Everything was as it should be.\n");
-    return EXIT_SUCCESS;
+    return story_.end();
 }
 
 } // namespace

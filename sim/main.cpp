@@ -1,4 +1,5 @@
 #include "sim/demo.h"
+#include "sim/moduledemo.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -25,8 +26,11 @@ int main(int argc, char *argv[])
     parser.setApplicationDescription(
         QStringLiteral("A simulated board that shows kado-bt at work. Runs in scripts/sandbox."));
     const QCommandLineOption help = parser.addHelpOption();
-    parser.addOptions({out, bus, hold});
-    parser.addPositionalArgument(QStringLiteral("demo"), QStringLiteral("What to do."));
+    const QCommandLineOption silence(QStringLiteral("silence"), QStringLiteral("How long the player listens to it."),
+                                     QStringLiteral("SECONDS"), QStringLiteral("10"));
+    parser.addOptions({out, bus, hold, silence});
+    parser.addPositionalArgument(QStringLiteral("demo|module"),
+                                 QStringLiteral("A board with a BlueZ adapter, or with an external module."));
     parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("Recordings; without one, a few tones."),
                                  QStringLiteral("[FILE...]"));
 
@@ -36,7 +40,11 @@ int main(int argc, char *argv[])
         return EXIT_SUCCESS;
     }
     const QStringList words = parser.positionalArguments();
-    if (!understood || words.value(0) != QLatin1String("demo")) {
+    const QString what = words.value(0);
+    const int seconds = parser.value(silence).toInt();
+    if (understood && what == QLatin1String("module") && words.size() == 1 && seconds > 0)
+        return sim::runModuleDemo(seconds);
+    if (!understood || what != QLatin1String("demo")) {
         std::fprintf(stderr, "%s\n\n%s", qPrintable(parser.errorText()), qPrintable(parser.helpText()));
         return UsageStatus;
     }

@@ -2,6 +2,7 @@
 #include "core/commandline.h"
 #include "core/kadoinfo.h"
 #include "core/log.h"
+#include "module/csr8675manager.h"
 #include "player/playerrequests.h"
 
 #include <QCoreApplication>
@@ -9,6 +10,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 
 int main(int argc, char **argv)
 {
@@ -46,15 +48,14 @@ int main(int argc, char **argv)
     qDebug("0start %s %s", qUtf8Printable(name), qUtf8Printable(version));
 
     const kadoInfo info;
-    if (info.isMelody()) {
-        qCritical("0The device file asks for an external Bluetooth module, which this version does not drive");
-        return EXIT_FAILURE;
-    }
-
     QNetworkAccessManager theNetworkManager;
     PlayerRequests player(theNetworkManager);
 
-    AdapterManager theManager(commandLine.aacDisabled, player);
+    std::unique_ptr<AbstractManager> theManager;
+    if (info.isMelody())
+        theManager = std::make_unique<csr8675Manager>(player);
+    else
+        theManager = std::make_unique<AdapterManager>(commandLine.aacDisabled, player);
 
     return QCoreApplication::exec();
 }

@@ -59,7 +59,7 @@ void AdapterTest::firstAdapterInPathOrderIsAdopted()
     board.bluez.removeObject(QStringLiteral("/other"));
     WAIT_UNTIL(board.player.targets().size() == 3 && board.bluez.countCalls(QStringLiteral("GetManagedObjects")) == 3);
     board.bluez.addObject(QStringLiteral("/other"), {{QStringLiteral("com.example.Adapter1"), {}}});
-    QCOMPARE(board.commandProperty(QStringLiteral("AdapterPresent")), QVariant(false));
+    QCOMPARE(board.control.property(QStringLiteral("AdapterPresent")), QVariant(false));
 }
 
 void AdapterTest::adapterIsNamedAfterTheSpeaker_data()
@@ -100,7 +100,7 @@ void AdapterTest::lostAdapterIsReplaced()
 
     board.bluez.removeAdapter(QStringLiteral("/org/bluez/hci1"));
     WAIT_UNTIL(board.player.targets().size() == 3);
-    QCOMPARE(board.commandProperty(QStringLiteral("AdapterPresent")), QVariant(false));
+    QCOMPARE(board.control.property(QStringLiteral("AdapterPresent")), QVariant(false));
     board.bluez.addAdapter();
     WAIT_UNTIL(board.player.targets().size() == 4);
     QCOMPARE(board.bluez.endpoints()[0].path, QStringLiteral("/endpoint/4"));
@@ -113,7 +113,7 @@ void AdapterTest::anyLostInterfaceCountsAsLoss()
     board.bluez.removeObject(Hci0, {QStringLiteral("org.bluez.Media1")});
     WAIT_UNTIL(board.player.targets().size() == 3);
     QCOMPARE(board.bluez.countCalls(QStringLiteral("GetManagedObjects")), 2);
-    QCOMPARE(board.commandProperty(QStringLiteral("AdapterPresent")), QVariant(true));
+    QCOMPARE(board.control.property(QStringLiteral("AdapterPresent")), QVariant(true));
 }
 
 void AdapterTest::refusalsDoNotStopTheSetUp()
@@ -133,7 +133,7 @@ void AdapterTest::silentBluezAtStart()
     board.bluez.refuse(QStringLiteral("GetManagedObjects"), QStringLiteral("org.bluez.Error.Failed"), {});
     board.daemon.start(board.bus.address());
     WAIT_UNTIL(board.bluez.countCalls(QStringLiteral("GetManagedObjects")) == 1);
-    QCOMPARE(board.commandProperty(QStringLiteral("AdapterPresent")), QVariant(false));
+    QCOMPARE(board.control.property(QStringLiteral("AdapterPresent")), QVariant(false));
 
     board.bluez.intercept(QStringLiteral("GetManagedObjects"), [&](const QDBusMessage &call) {
         board.bluez.connection().send(call.createReply(QStringLiteral("no tree")));
@@ -143,7 +143,7 @@ void AdapterTest::silentBluezAtStart()
     board.daemon.start(board.bus.address(),
                        {QStringLiteral("--stderr"), QStringLiteral("--debug"), QStringLiteral("9")});
     WAIT_UNTIL(board.daemon.logged(QStringLiteral("GetManagedObjects: unexpected types \"s\"")));
-    QCOMPARE(board.commandProperty(QStringLiteral("AdapterPresent")), QVariant(false));
+    QCOMPARE(board.control.property(QStringLiteral("AdapterPresent")), QVariant(false));
 }
 
 void AdapterTest::unknownPhoneConnects()
@@ -155,8 +155,8 @@ void AdapterTest::unknownPhoneConnects()
     WAIT_UNTIL(board.player.targets().contains(notification(true, true, "Anna", false)));
     WAIT_UNTIL(board.daemon.logged(QStringLiteral("Device Connect: \"%1\"").arg(PhonePath)));
     WAIT_UNTIL(board.daemon.logged(QStringLiteral("Active Device: \"%1\" \"Anna\"").arg(PhonePath)));
-    QCOMPARE(board.commandProperty(Connected), QVariant(true));
-    QCOMPARE(board.commandProperty(QStringLiteral("Name")), QVariant(QStringLiteral("Anna")));
+    QCOMPARE(board.control.property(Connected), QVariant(true));
+    QCOMPARE(board.control.property(QStringLiteral("Name")), QVariant(QStringLiteral("Anna")));
     QVERIFY(phone.authorize());
 }
 
@@ -201,7 +201,7 @@ void AdapterTest::onlyOnePhoneAtATime()
     bob.disconnect();
     WAIT_UNTIL(board.daemon.logged(QStringLiteral("Device Disconnect: \"%1\"").arg(bob.path())));
     QCOMPARE(board.player.targets().size(), 2);
-    QCOMPARE(board.commandProperty(QStringLiteral("Name")), QVariant(QStringLiteral("Anna")));
+    QCOMPARE(board.control.property(QStringLiteral("Name")), QVariant(QStringLiteral("Anna")));
 
     anna.disconnect();
     bob.connect();
@@ -222,8 +222,8 @@ void AdapterTest::otherNoticesChangeNothing()
     board.bluez.emitPropertiesChanged(PhonePath, Device, {{Connected, QStringList(QStringLiteral("no"))}});
     board.bluez.addObject(Hci0 + QStringLiteral("/dev_X"), {{Device, {{Connected, QStringLiteral("true")}}}});
     board.bluez.addObject(Hci0 + QStringLiteral("/dev_Y"), {{Device, {{Connected, false}}}});
-    QCOMPARE(board.commandProperty(Connected), QVariant(true));
-    QCOMPARE(board.commandProperty(QStringLiteral("Name")), QVariant(QStringLiteral("Anna")));
+    QCOMPARE(board.control.property(Connected), QVariant(true));
+    QCOMPARE(board.control.property(QStringLiteral("Name")), QVariant(QStringLiteral("Anna")));
     QCOMPARE(board.player.targets().size(), 2);
 }
 
@@ -290,9 +290,9 @@ void AdapterTest::disconnectOnDemand()
     sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
     phone.connect();
     WAIT_UNTIL(board.player.targets().size() == 2);
-    board.setCommandProperty(Connected, true);
+    board.control.setProperty(Connected, true);
     QCOMPARE(board.bluez.countCalls(QStringLiteral("Disconnect")), 0);
-    board.setCommandProperty(Connected, false);
+    board.control.setProperty(Connected, false);
     QCOMPARE(board.bluez.countCalls(QStringLiteral("Disconnect")), 1);
     QCOMPARE(board.bluez.calls().last().path, PhonePath);
     WAIT_UNTIL(board.player.targets().last() == notification(true, false, "", false));

@@ -45,7 +45,7 @@ struct ConfiguredBoard {
 
     bool active()
     {
-        return sim::waitFor([&] { return board.commandProperty(QStringLiteral("Streaming")).toBool(); });
+        return sim::waitFor([&] { return board.control.property(QStringLiteral("Streaming")).toBool(); });
     }
 
     bool send(const QList<QByteArray> &list)
@@ -109,7 +109,7 @@ void StreamingTest::phonePlaysThroughThePlayer()
     QVERIFY(b.ready);
     b.board.player.connectWhenTold(true);
     QVERIFY(b.phone.start(Mtu) && b.active());
-    QCOMPARE(b.board.command(QStringLiteral("SelectBluetooth")).type(), QDBusMessage::ReplyMessage);
+    QCOMPARE(b.board.control.call(QStringLiteral("SelectBluetooth")).type(), QDBusMessage::ReplyMessage);
     WAIT_UNTIL(b.board.player.audioConnected());
 
     const QList<QByteArray> sent = packets(2);
@@ -182,7 +182,7 @@ void StreamingTest::hangUpWhileStreaming()
     WAIT_UNTIL(b.board.player.targets().last() == notification(true, false, "", false));
     WAIT_UNTIL(!b.board.player.audioConnected());
     QVERIFY(b.hears(sim::decodeSbc(sent)));
-    QCOMPARE(b.board.commandProperty(QStringLiteral("Streaming")), QVariant(false));
+    QCOMPARE(b.board.control.property(QStringLiteral("Streaming")), QVariant(false));
 
     b.phone.connect();
     WAIT_UNTIL(b.board.player.targets().last() == notification(true, true, "Anna", false));
@@ -233,7 +233,7 @@ void StreamingTest::statesDecideAcquisition()
         b.board.bluez.emitPropertiesChanged(path, TransportInterface,
                                             {{QStringLiteral("State"), QString::fromLatin1(value)}});
     };
-    const auto streaming = [&] { return b.board.commandProperty(QStringLiteral("Streaming")).toBool(); };
+    const auto streaming = [&] { return b.board.control.property(QStringLiteral("Streaming")).toBool(); };
 
     state("idle");
     state("active"); // never pending in this process
@@ -326,7 +326,7 @@ void StreamingTest::secondConfigurationIsIgnored()
     QVERIFY(b.logs("Warning: Unexpected SetConfiguration"));
     QCOMPARE(b.phone.transportPath(), first);
     QVERIFY(b.startHeard()); // the first transport is still followed
-    b.board.command(QStringLiteral("SelectBluetooth"));
+    b.board.control.call(QStringLiteral("SelectBluetooth"));
     WAIT_UNTIL(b.board.player.targets().last()
                == QStringLiteral("/Play?url=Capture:bluez:bluetooth:pcm/48000/16/2&name=Anna"));
     QVERIFY(b.send(packets(0.2)));
@@ -359,10 +359,10 @@ void StreamingTest::selectBluetoothNeedsAnActiveStream()
 {
     ConfiguredBoard b;
     QVERIFY(b.ready);
-    b.board.command(QStringLiteral("SelectBluetooth"));
+    b.board.control.call(QStringLiteral("SelectBluetooth"));
     QVERIFY(b.logs("SelectBluetooth(): transport not active"));
     QVERIFY(b.phone.clear());
-    b.board.command(QStringLiteral("SelectBluetooth"));
+    b.board.control.call(QStringLiteral("SelectBluetooth"));
     QVERIFY(b.logs("SelectBluetooth(): no transport"));
     QVERIFY(b.board.player.targets().filter(QStringLiteral("/Play")).isEmpty());
 }
@@ -435,8 +435,8 @@ void StreamingTest::aacReachesThePlayerAsAdts()
     QVERIFY(phone.authorize() && phone.configure(2, QByteArray::fromHex("80010483e800")));
     WAIT_UNTIL(board.daemon.logged(QStringLiteral("Bitrate: 15400960 VBR")));
     QVERIFY(board.player.connectAudio() && phone.start(Mtu));
-    WAIT_UNTIL(board.commandProperty(QStringLiteral("Streaming")).toBool());
-    board.command(QStringLiteral("SelectBluetooth"));
+    WAIT_UNTIL(board.control.property(QStringLiteral("Streaming")).toBool());
+    board.control.call(QStringLiteral("SelectBluetooth"));
     WAIT_UNTIL(board.player.targets().last()
                == QStringLiteral("/Play?url=Capture:bluez:bluetooth:aac/44100/16/2&name=Anna"));
 
@@ -462,7 +462,7 @@ void StreamingTest::adapterLossEndsTheStream()
     WAIT_UNTIL(b.board.player.targets().last() == notification(false, false, "", false));
     WAIT_UNTIL(!b.board.player.audioConnected());
     QVERIFY(b.hears(sim::decodeSbc(packets(0.2))));
-    QCOMPARE(b.board.commandProperty(QStringLiteral("Streaming")), QVariant(false));
+    QCOMPARE(b.board.control.property(QStringLiteral("Streaming")), QVariant(false));
 }
 
 void StreamingTest::descriptorsAreClosed()

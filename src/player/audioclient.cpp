@@ -37,6 +37,12 @@ void AudioClient::finish(std::unique_ptr<AudioClient> client)
     QTimer::singleShot(FinishTimeoutMs, self, &QObject::deleteLater);
 }
 
+void AudioClient::watch()
+{
+    readable_ = std::make_unique<QSocketNotifier>(socket_.get(), QSocketNotifier::Read);
+    connect(readable_.get(), &QSocketNotifier::activated, this, &AudioClient::discardInput);
+}
+
 qint64 AudioClient::readData(char *, qint64)
 {
     return -1;
@@ -103,11 +109,23 @@ void AudioClient::flushBacklog()
         deleteLater();
 }
 
+void AudioClient::discardInput()
+{
+    char input[4096];
+    const ssize_t size = ::recv(socket_.get(), input, sizeof input, MSG_DONTWAIT);
+    if (size == 0 || (size < 0 && errno != EAGAIN && errno != EINTR))
+        hangUp();
+}
+
 void AudioClient::hangUp()
 {
     writable_.setEnabled(false);
     backlog_ = QByteArray();
     backlogSent_ = 0;
+    if (readable_) {
+        readable_->setEnabled(false);
+        Q_EMIT disconnected();
+    }
     socket_.reset();
 }
 

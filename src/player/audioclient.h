@@ -27,7 +27,14 @@ public:
     /// case. The audio that was already written is thus not lost with the end of a stream.
     static void finish(std::unique_ptr<AudioClient> client);
 
+    /// Reports, by disconnected(), when the client leaves. What it sends is read and forgotten.
+    void watch();
+
     bool isSequential() const override { return true; }
+
+Q_SIGNALS:
+    /// The client has left. Only of a watched client.
+    void disconnected();
 
 protected:
     qint64 readData(char *data, qint64 maxSize) override;
@@ -38,12 +45,14 @@ private:
     qint64 send(const char *data, qint64 size);
     void keep(const char *data, qint64 size);
     void flushBacklog();
+    void discardInput();
     void hangUp();
     void reportDropped();
     qint64 backlogSize() const { return backlog_.size() - backlogSent_; }
 
     FileDescriptor socket_;
     QSocketNotifier writable_;
+    std::unique_ptr<QSocketNotifier> readable_; ///< of a watched client
     QByteArray backlog_;
     qint64 backlogSent_ = 0; ///< bytes at the start of backlog_ that are gone already
     qint64 droppedWrites_ = 0;

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QString>
+#include <QVariant>
+
+namespace sim {
+
+/// Another process of the speaker: a caller of org.kadobt.commands on /kadobt. The event loop runs during every call.
+class Control {
+public:
+    /// On the bus at `address`.
+    explicit Control(const QString &address);
+    ~Control();
+    Control(const Control &) = delete;
+    Control &operator=(const Control &) = delete;
+
+    QDBusMessage call(const QString &method);
+    QVariant property(const QString &name);
+    QDBusMessage setProperty(const QString &name, const QVariant &value);
+
+private:
+    QDBusConnection connection_;
+};
+
+} // namespace sim

@@ -1,0 +1,191 @@
+#include "sim/module.h"
+
+#include <QFile>
+#include <QTimer>
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <termios.h>
+
+namespace sim {
+
+namespace {
+
+const QString Device = QStringLiteral("/dev/ttymxc3");
+
+} // namespace
+
+Module::Module(QObject *parent) : QObject(parent)
+{
+    clock_.start();
+    if (qEnvironmentVariable("KADO_SANDBOX") != QLatin1String("1"))
+        qFatal("the simulated module belongs in the sandbox");
+    master_ = FileDescriptor(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
+    char name[64];
+    if (!master_.isValid() || ::grantpt(master_.get()) != 0 || ::unlockpt(master_.get()) != 0
+        || ::ptsname_r(master_.get(), name, sizeof name) != 0)
+        qFatal("no pseudo terminal");
+    slave_ = FileDescriptor(::open(name, O_RDWR | O_NOCTTY | O_CLOEXEC));
+    termios line{};
+    ::tcgetattr(slave_.get(), &line);
+    ::cfmakeraw(&line); // a module does not echo
+    ::tcsetattr(slave_.get(), TCSANOW, &line);
+    QFile::remove(Device);
+    if (!QFile::link(QFile::decodeName(name), Device))
+        qFatal("cannot make /dev/ttymxc3");
+
+    readable_ = std::make_unique<QSocketNotifier>(master_.get(), QSocketNotifier::Read);
+    connect(readable_.get(), &QSocketNotifier::activated, this, &Module::readCommands);
+    saved_ = settings;
+}
+
+Module::~Module()
+{
+    QFile::remove(Device);
+}
+
+void Module::phoneConnects(const QByteArray &address, const QByteArray &name)
+{
+    address_ = address;
+    phoneName_ = name;
+    playState_ = "STOPPED";
+    say("OPEN_OK A2DP " + address);
+    say("OPEN_OK AVRCP " + address);
+}
+
+void Module::phonePlays()
+{
+    playState_ = "PLAYING";
+    say("AVRCP_PLAY " + address_);
+}
+
+void Module::phonePauses()
+{
+    playState_ = "PAUSED";
+    say("AVRCP_PAUSE " + address_);
+}
+
+void Module::phoneStops()
+{
+    playState_ = "STOPPED";
+    say("AVRCP_STOP " + address_);
+}
+
+void Module::phoneDisconnects()
+{
+    say("CLOSE_OK AVRCP " + address_);
+    say("CLOSE_OK A2DP " + address_);
+    address_.clear();
+}
+
+void Module::unplug()
+{
+    readable_.reset();
+    slave_.reset();
+    master_.reset();
+}
+
+QList<QByteArray> Module::commands(int from) const
+{
+    QList<QByteArray> all;
+    for (const Spoken &spoken : dialogue_) {
+        if (spoken.byDaemon)
+            all << spoken.line;
+    }
+    return all.mid(from);
+}
+
+void Module::readCommands()
+{
+    char buffer[1024];
+    const ssize_t size = ::read(master_.get(), buffer, sizeof buffer);
+    if (size > 0)
+        received_.append(buffer, static_cast<int>(size));
+    for (auto end = received_.indexOf('\r'); end >= 0; end = received_.indexOf('\r')) {
+        const QByteArray command = received_.left(end);
+        received_.remove(0, end + 1);
+        record(true, command);
+        if (!manner.mute)
+            QTimer::singleShot(manner.delayMs, this, [this, command] { obey(command); });
+    }
+}
+
+void Module::obey(const QByteArray &command)
+{
+    const struct {
+        const char *key;
+        QByteArray &value;
+    } keys[] = {
+        {"name", settings.name},
+        {"audio", settings.audio},
+        {"i2s", settings.i2s},
+        {"codec", settings.codec},
+    };
+    for (const auto &[key, value] : keys) {
+        if (command == QByteArray("get ") + key) {
+            say(QByteArray(key).toUpper() + '=' + value);
+            return;
+        }
+        const QByteArray set = QByteArray("set ") + key + '=';
+        if (command.startsWith(set)) {
+            value = command.mid(set.size());
+            say("OK");
+            return;
+        }
+    }
+    if (command == "write") {
+        saved_ = settings;
+        say("OK");
+    } else if (command == "reset") {
+        settings = saved_;
+        say("Ready");
+    } else if (command == "status") {
+        if (address_.isEmpty()) {
+            say("STATE CONNECTABLE");
+        } else {
+            say("STATE CONNECTED");
+            say("LINK 1 CONNECTED A2DP " + address_ + " SBC");
+            say("LINK 2 CONNECTED AVRCP " + address_ + ' ' + playState_);
+        }
+    } else if (command == "name " + address_) {
+        say("NAME " + address_ + ' ' + phoneName_);
+    } else {
+        say("OK");
+    }
+}
+
+void Module::say(const QByteArray &line)
+{
+    record(false, line);
+    if (manner.junk)
+        sendRaw("\x7F?? " + manner.lineEnd + manner.lineEnd + "= =" + manner.lineEnd);
+    sendRaw(line + manner.lineEnd);
+}
+
+void Module::record(bool byDaemon, const QByteArray &line)
+{
+    dialogue_ << Spoken{byDaemon, line, clock_.elapsed()};
+    Q_EMIT spoke(dialogue_.constLast());
+}
+
+void Module::sendRaw(const QByteArray &bytes)
+{
+    unsent_ += bytes;
+    if (!sending_)
+        sendFragments();
+}
+
+void Module::sendFragments()
+{
+    const auto size = manner.fragmentBytes > 0 ? qMin(unsent_.size(), decltype(unsent_.size()){manner.fragmentBytes})
+                                               : unsent_.size();
+    const ssize_t sent = ::write(master_.get(), unsent_.constData(), static_cast<size_t>(size));
+    if (sent > 0)
+        unsent_.remove(0, static_cast<int>(sent));
+    sending_ = !unsent_.isEmpty() && master_.isValid();
+    if (sending_)
+        QTimer::singleShot(1, this, &Module::sendFragments); // the far side is to see them one by one
+}
+
+} // namespace sim

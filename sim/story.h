@@ -1,0 +1,46 @@
+#pragma once
+
+#include "sim/player.h"
+
+#include <QElapsedTimer>
+#include <QString>
+
+namespace sim {
+
+/// What a demo tells on standard output, and whether it came out as it should: the first thing that did not is the
+/// story's fault.
+class Story {
+public:
+    explicit Story(const Player &player);
+
+    /// One line: seconds since the beginning, who, what.
+    void say(const char *who, const QString &text) const;
+
+    /// Returns `asItShouldBe`; when that is false, `otherwise` is the fault.
+    bool insist(bool asItShouldBe, const QString &otherwise);
+
+    /// Waits for the player's next request, which has to be `request` once percent-decoded.
+    bool awaitRequest(const QString &request);
+
+    /// The same for a status notification of an adapter of `type` that is present.
+    bool awaitStatus(const char *type, bool connected, const QString &name, bool streaming);
+
+    /// The player was told nothing that was not awaited.
+    bool insistOnNoMoreRequests();
+
+    bool failed() const { return !fault_.isEmpty(); }
+
+    /// Lists what the player was told.
+    void listRequests() const;
+
+    /// Says how it ended; returns the exit status.
+    int end() const;
+
+private:
+    const Player &player_;
+    QElapsedTimer clock_;
+    int awaitedRequests_ = 0;
+    QString fault_;
+};
+
+} // namespace sim

@@ -1,0 +1,44 @@
+#include "module/blankwriter.h"
+
+#include "module/i2sswitch.h"
+
+namespace {
+
+// The time that the silence of one write lasts.
+constexpr int BlankIntervalMs = 250;
+
+} // namespace
+
+BlankWriter::BlankWriter(QObject *parent) : QObject(parent)
+{
+    server_.start();
+    timer_.setTimerType(Qt::PreciseTimer); // a coarse one may run the player dry
+    connect(&timer_, &QTimer::timeout, this, &BlankWriter::blankWrite);
+    timer_.start(BlankIntervalMs);
+}
+
+void BlankWriter::blankWrite()
+{
+    server_.start(); // again, if it had to stop
+    if (std::unique_ptr<AudioClient> next = server_.nextClient()) {
+        DeleteBlankWriteSocket();
+        socket_ = std::move(next);
+        connect(socket_.get(), &AudioClient::disconnected, this, &BlankWriter::DeleteBlankWriteSocket);
+        socket_->watch();
+        qDebug("0New Blank audio out socket connection accepted");
+        I2sSwitch::set(true);
+    }
+    if (socket_)
+        socket_->write(silence_.data(), static_cast<qint64>(silence_.size()));
+}
+
+void BlankWriter::DeleteBlankWriteSocket()
+{
+    if (!socket_)
+        return;
+    qDebug("csr8675Manager::DeleteBlankWriteSocket()");
+    // It may be this client that is just reporting its end; it must not report another's.
+    socket_->disconnect(this);
+    socket_.release()->deleteLater();
+    I2sSwitch::set(false);
+}

@@ -1,0 +1,76 @@
+#include "module/csr8675manager.h"
+
+#include "core/dbuscommandlistener.h"
+#include "core/log.h"
+#include "core/speakername.h"
+#include "module/blankwriter.h"
+#include "player/playerrequests.h"
+
+#include <cstdlib>
+
+namespace {
+
+// A connection brings a burst of lines; the player is told once, when it is over.
+constexpr int PropertyDelayMs = 1500;
+
+// The module knows the phone's address a moment after it has reported the connection. Shorter than the above, so that
+// the phone's name is there when the player is told.
+constexpr int StatusDelayMs = 1250;
+
+} // namespace
+
+csr8675Manager::csr8675Manager(PlayerRequests &player)
+    : player_(player), protocol_(readSpeakerName), nameFile_(QString::fromLatin1(SpeakerNameFile))
+{
+    openPort();
+    new DBusCommandListener(this);
+    DBusCommandListener::claimService(this);
+    new BlankWriter(this);
+
+    port_.write(ModuleProtocol::GetName);
+    connect(&nameFile_, &FileFollower::changed, this, [this] { port_.write(ModuleProtocol::GetName); });
+
+    propertyTimer_.setSingleShot(true);
+    propertyTimer_.setInterval(PropertyDelayMs);
+    connect(&propertyTimer_, &QTimer::timeout, this, &csr8675Manager::sendBTPropertyChange);
+    statusTimer_.setSingleShot(true);
+    statusTimer_.setInterval(StatusDelayMs);
+    connect(&statusTimer_, &QTimer::timeout, this, [this] { port_.write(ModuleProtocol::Status); });
+}
+
+void csr8675Manager::openPort()
+{
+    if (!port_.open(QStringLiteral("/dev/ttymxc3"))) {
+        qDebug("Could not open CSR8675 Serial Port");
+        std::exit(EXIT_FAILURE);
+    }
+    connect(&port_, &SerialLine::received, this, &csr8675Manager::ttyRead);
+    connect(&port_, &SerialLine::failed, this,
+            [](const QString &reason) { logDebug() << "0CSR8675 Serial Port failed:" << reason; });
+}
+
+void csr8675Manager::ttyRead(const QByteArray &bytes)
+{
+    const QStringList lines = lines_.feed(bytes);
+    for (const QString &line : lines) {
+        const ModuleReaction reaction = protocol_.process(line);
+        if (!reaction.command.isEmpty())
+            port_.write(reaction.command);
+        if (reaction.queryStatus)
+            statusTimer_.start();
+        if (reaction.notify)
+            propertyTimer_.start();
+    }
+}
+
+void csr8675Manager::sendBTPropertyChange()
+{
+    player_.sendBTPropertyChange(QStringLiteral("CSR8675"), IsAdapterPresent(), IsConnected(),
+                                 IsConnected() ? Name() : QString(), IsConnected() && IsStreaming());
+}
+
+void csr8675Manager::SelectBluetooth()
+{
+    // What the blank writer feeds.
+    player_.sendPlay(QStringLiteral("pcm"), 44100, 16, 2, Name());
+}

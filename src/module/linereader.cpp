@@ -1,0 +1,25 @@
+#include "module/linereader.h"
+
+#include "core/log.h"
+
+QStringList LineReader::feed(const QByteArray &bytes)
+{
+    const auto zero = bytes.indexOf('\0');
+    QStringList lines;
+    for (const char byte : zero < 0 ? bytes : bytes.left(zero)) {
+        if (byte == '\r' || byte == '\n') {
+            if (!overlong_)
+                lines << pending_;
+            pending_.clear();
+            overlong_ = false;
+        } else if (!overlong_) {
+            pending_ += QLatin1Char(byte);
+            if (pending_.size() > MaxLineLength) {
+                logDebug() << "0CSR8675 line without end dropped, beginning with" << pending_.left(40);
+                pending_.clear();
+                overlong_ = true;
+            }
+        }
+    }
+    return lines;
+}
