@@ -11,8 +11,8 @@
 
 /// A serial line: 9600 baud, 8 data bits, no parity, 1 stop bit, no flow control, bytes as they are.
 ///
-/// The system's own terminal calls, because QSerialPort (Qt 6.4) reads a line that was unplugged, which is at its end and
-/// always readable, again and again without a word.
+/// The system's own terminal calls, because QSerialPort (Qt 6.4) reads a line that was unplugged, which is at its end
+/// and always readable, again and again without a word.
 class SerialLine : public QObject {
     Q_OBJECT
 public:
