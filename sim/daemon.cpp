@@ -56,6 +56,7 @@ Daemon::Daemon(const QString &program, QObject *parent)
 Daemon::~Daemon()
 {
     stop();
+    failOnSanitizerReport();
 }
 
 void Daemon::start(const QString &busAddress, const QStringList &arguments)
@@ -125,6 +126,13 @@ int Daemon::cpuMs() const
     if (fields.size() < 13)
         return 0;
     return static_cast<int>((fields.at(11).toLongLong() + fields.at(12).toLongLong()) * 1000 / ::sysconf(_SC_CLK_TCK));
+}
+
+void Daemon::failOnSanitizerReport() const
+{
+    const QString log = logTexts().join(QLatin1Char('\n'));
+    if (log.contains(QLatin1String("Sanitizer")) || log.contains(QLatin1String(": runtime error: ")))
+        qFatal("%s", qPrintable(log));
 }
 
 void Daemon::readLog()

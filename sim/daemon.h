@@ -49,6 +49,8 @@ Q_SIGNALS:
 
 private:
     void readLog();
+    /// Ends this program: what a sanitizer found in the daemon must not pass for a daemon that ended.
+    void failOnSanitizerReport() const;
 
     QString program_;
     ChildProcess process_;
