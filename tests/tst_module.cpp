@@ -297,13 +297,15 @@ void ModuleTest::floodOnTheLine()
     ModuleBoard board(rightSettings(), {QStringLiteral("--stderr")});
     QVERIFY(board.startChecked());
     board.module.manner.mute = true;
-    const int before = board.daemon.residentKib();
+    [[maybe_unused]] const int before = board.daemon.residentKib();
     for (int i = 0; i < 64; ++i)
         board.module.sendRaw(QByteArray(64 * 1024, i % 2 == 0 ? 'x' : ' '));
     board.module.sendRaw("\nAVRCP_PLAY 01\n");
     sim::Control control(board.bus.address());
     QVERIFY(sim::waitFor([&] { return control.property(QStringLiteral("Streaming")).toBool(); }, 30000));
+#ifndef KADO_SANITIZED // which keeps what is freed
     QVERIFY(board.daemon.residentKib() - before < 2048);
+#endif
     WAIT_UNTIL(!board.daemon.logTexts().filter(QStringLiteral("CSR8675 line without end dropped")).isEmpty());
 }
 
