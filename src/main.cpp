@@ -6,7 +6,6 @@
 #include "player/playerrequests.h"
 
 #include <QCoreApplication>
-#include <QNetworkAccessManager>
 
 #include <cstdio>
 #include <cstdlib>
@@ -40,16 +39,11 @@ int main(int argc, char **argv)
         break;
     }
 
-    // No plugin is needed; those of Qt 5's network library would start a thread and ask other services about the
-    // network.
-    QCoreApplication::setLibraryPaths({});
-
     installLogOutput(commandLine.log);
     qDebug("0start %s %s", qUtf8Printable(name), qUtf8Printable(version));
 
     const kadoInfo info;
-    QNetworkAccessManager theNetworkManager;
-    PlayerRequests player(theNetworkManager);
+    PlayerRequests player;
 
     std::unique_ptr<AbstractManager> theManager;
     if (info.isMelody())

@@ -37,6 +37,7 @@ private Q_SLOTS:
     void disconnectOnDemand();
     void adapterLossHidesThePhone();
     void playerThatIsDown();
+    void answersOfThePlayerAreLogged();
     void silentPlayerHearsTheLastStateLast();
 };
 
@@ -329,6 +330,40 @@ void AdapterTest::playerThatIsDown()
     QVERIFY(board.player.serve());
     board.bluez.removeObject(Hci0, {QStringLiteral("org.bluez.Media1")});
     WAIT_UNTIL(finishedWith(QStringLiteral("OK")));
+}
+
+void AdapterTest::answersOfThePlayerAreLogged()
+{
+    using Behaviour = sim::Player::Behaviour;
+    sim::Board board;
+    QVERIFY(board.startDaemon({QStringLiteral("--stderr"), QStringLiteral("--debug"), QStringLiteral("9")}));
+    sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
+    const struct {
+        Behaviour behaviour;
+        const char *ending;
+    } answers[] = {
+        {Behaviour::Refuse, "\"Answered with status 500\" "},
+        {Behaviour::Garbage, "\"Not an HTTP answer\" "},
+        {Behaviour::Answer, "OK "},
+    };
+    for (const auto &answer : answers) {
+        board.player.behave(answer.behaviour);
+        const auto lines = [&] {
+            return board.daemon.logTexts()
+                .filter(QStringLiteral("AdapterManager::finished"))
+                .filter(QLatin1String(answer.ending))
+                .size();
+        };
+        const auto before = lines();
+        phone.connect();
+        WAIT_UNTIL(lines() == before + 1);
+        phone.disconnect();
+        WAIT_UNTIL(lines() == before + 2);
+    }
+    WAIT_UNTIL(board.player.requests().size() == 7);
+    QCOMPARE(board.player.requests().last().head,
+             QByteArray("GET /BTPropertyChange?type=USB?adapter=true&connected=false&name=&streaming=false HTTP/1.1\r\n"
+                        "Host: 127.0.0.1:11000\r\nConnection: close\r\n\r\n"));
 }
 
 void AdapterTest::silentPlayerHearsTheLastStateLast()

@@ -144,7 +144,6 @@ void AudioSocketTest::goneClientIsHarmless()
 void AudioSocketTest::clientsWaitInOrder()
 {
     AudioServer server;
-    server.start();
     QVERIFY(!server.nextClient());
     const Socket first = connectClient();
     const Socket second = connectClient();
@@ -169,7 +168,6 @@ void AudioSocketTest::clientsWaitInOrder()
 void AudioSocketTest::deadConnectionsMakeRoom()
 {
     AudioServer server;
-    server.start();
     const Socket early = connectClient();
     for (int i = 0; i < 200; ++i) {
         QVERIFY(connectClient()); // and leaves at once

@@ -11,7 +11,6 @@ constexpr int BlankIntervalMs = 250;
 
 BlankWriter::BlankWriter(QObject *parent) : QObject(parent)
 {
-    server_.start();
     timer_.setTimerType(Qt::PreciseTimer); // a coarse one may run the player dry
     connect(&timer_, &QTimer::timeout, this, &BlankWriter::blankWrite);
     timer_.start(BlankIntervalMs);
@@ -19,7 +18,6 @@ BlankWriter::BlankWriter(QObject *parent) : QObject(parent)
 
 void BlankWriter::blankWrite()
 {
-    server_.start(); // again, if it had to stop
     if (std::unique_ptr<AudioClient> next = server_.nextClient()) {
         DeleteBlankWriteSocket();
         socket_ = std::move(next);

@@ -1,9 +1,21 @@
 #include "player/audioserver.h"
 
+#include <QDir>
+#include <QFile>
+#include <QTimer>
+
 #include <algorithm>
 #include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 namespace {
+
+// Connections that the kernel keeps until the event loop takes them.
+constexpr int KernelBacklog = 50;
+
+// A descriptor becomes free with the end of something else that the daemon does: no need to look more often.
+constexpr int RetryMs = 1000;
 
 bool hungUp(const FileDescriptor &connection)
 {
@@ -13,13 +25,21 @@ bool hungUp(const FileDescriptor &connection)
 
 } // namespace
 
-void AudioServer::start()
+AudioServer::AudioServer(QObject *parent) : QObject(parent)
 {
-    if (isListening())
+    const QByteArray path = QFile::encodeName(QDir::tempPath() + QLatin1String("/bluetooth"));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (static_cast<size_t>(path.size()) >= sizeof address.sun_path)
         return;
-    const QString name = QStringLiteral("bluetooth");
-    removeServer(name);
-    listen(name);
+    std::copy(path.begin(), path.end(), address.sun_path);
+    listener_ = FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    ::unlink(path.constData());
+    if (::bind(listener_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0
+        || ::listen(listener_.get(), KernelBacklog) != 0)
+        return;
+    incoming_ = std::make_unique<QSocketNotifier>(listener_.get(), QSocketNotifier::Read);
+    connect(incoming_.get(), &QSocketNotifier::activated, this, &AudioServer::accept);
 }
 
 std::unique_ptr<AudioClient> AudioServer::nextClient()
@@ -31,9 +51,16 @@ std::unique_ptr<AudioClient> AudioServer::nextClient()
     return std::make_unique<AudioClient>(std::move(connection));
 }
 
-void AudioServer::incomingConnection(quintptr descriptor)
+void AudioServer::accept()
 {
-    waiting_.emplace_back(static_cast<int>(descriptor));
+    FileDescriptor connection(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    if (!connection.isValid()) {
+        // One that cannot be taken, for want of descriptors, is reported again and again.
+        incoming_->setEnabled(false);
+        QTimer::singleShot(RetryMs, incoming_.get(), [this] { incoming_->setEnabled(true); });
+        return;
+    }
+    waiting_.push_back(std::move(connection));
     if (waiting_.size() <= WaitingLimit)
         return;
     // A full queue would leave the next client outside. Those that left are of no use to anybody; after them the oldest

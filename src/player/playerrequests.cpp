@@ -1,33 +1,22 @@
 #include "player/playerrequests.h"
 
 #include "core/log.h"
-
-#include <QNetworkAccessManager>
-#include <QNetworkProxy>
-#include <QNetworkReply>
-#include <QNetworkRequest>
-#include <QUrl>
+#include "player/httpget.h"
 
 namespace {
 
 constexpr QLatin1String Player("http://127.0.0.1:11000");
+constexpr quint16 PlayerPort = 11000;
 
-// A player on the same board answers within milliseconds. One that has not finished by now would hold its connection
-// for ever.
-constexpr int ReplyTimeoutMs = 10'000;
-
-// Requests that are under way together take connections of their own and may overtake each other. One that has had this
-// long has arrived, whether or not the player has answered.
+// Requests that are under way together may overtake each other. One that has had this long has arrived, whether or not
+// the player has answered.
 constexpr int PatienceMs = 250;
 
-// Beyond six the network access manager lets requests wait in an order of its own.
+// A player that does not answer is not given any number of connections.
 constexpr int MaxUnderWay = 5;
 
 // Each notification carries the whole state, and a wish to play this old has passed: the oldest are of no use.
 constexpr int MaxWaiting = 64;
-
-// Nobody reads what a player answers; more than this is not taken from it.
-constexpr qint64 ReplyBufferBytes = 16 * 1024;
 
 QString text(bool value)
 {
@@ -36,11 +25,8 @@ QString text(bool value)
 
 } // namespace
 
-PlayerRequests::PlayerRequests(QNetworkAccessManager &network, QObject *parent) : QObject(parent), network_(network)
+PlayerRequests::PlayerRequests(QObject *parent) : QObject(parent)
 {
-    // The player is on this very board, whatever proxy the environment names.
-    network_.setProxy(QNetworkProxy::NoProxy);
-    connect(&network_, &QNetworkAccessManager::finished, this, &PlayerRequests::finished);
     patience_.setSingleShot(true);
     patience_.setInterval(PatienceMs);
     connect(&patience_, &QTimer::timeout, this, &PlayerRequests::sendNext);
@@ -87,30 +73,32 @@ void PlayerRequests::sendNext()
     latest_ = nullptr;
     if (waiting_.isEmpty() || underWay_ == MaxUnderWay)
         return;
-    QNetworkRequest request(QUrl(waiting_.dequeue(), QUrl::TolerantMode));
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
-    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
-    latest_ = network_.get(request);
-    latest_->setReadBufferSize(ReplyBufferBytes);
-    QTimer::singleShot(ReplyTimeoutMs, latest_, &QNetworkReply::abort);
+    const QUrl url(waiting_.dequeue(), QUrl::TolerantMode);
+    const QByteArray target = url.toEncoded(QUrl::RemoveScheme | QUrl::RemoveAuthority | QUrl::RemoveFragment);
+    auto *request = new HttpGet(PlayerPort, target, this);
+    connect(request, &HttpGet::finished, this, [=](const QString &error) { finished(request, url, error); });
+    connect(request, &QObject::destroyed, this, [this] { requestGone(); });
+    latest_ = request;
     ++underWay_;
     patience_.start();
 }
 
-void PlayerRequests::finished(QNetworkReply *reply)
+void PlayerRequests::finished(const HttpGet *request, const QUrl &url, const QString &error)
 {
     // Both managers write this line under the same name, so that a log reads alike on every board.
-    const QString url = reply->url().toString();
-    if (reply->error() == QNetworkReply::NoError)
-        logDebug() << "AdapterManager::finished" << url << "OK";
+    if (error.isEmpty())
+        logDebug() << "AdapterManager::finished" << url.toString() << "OK";
     else
-        logDebug() << "AdapterManager::finished" << url << reply->errorString();
-    reply->deleteLater();
-    --underWay_;
-    if (reply == latest_) {
+        logDebug() << "AdapterManager::finished" << url.toString() << error;
+    if (request == latest_) {
         patience_.stop();
-        latest_ = nullptr;
+        sendNext();
     }
+}
+
+void PlayerRequests::requestGone()
+{
+    --underWay_;
     if (!latest_)
         sendNext();
 }

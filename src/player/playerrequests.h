@@ -4,9 +4,9 @@
 #include <QQueue>
 #include <QString>
 #include <QTimer>
+#include <QUrl>
 
-class QNetworkAccessManager;
-class QNetworkReply;
+class HttpGet;
 
 /// The requests to the speaker's media player: HTTP GET to its control service on the loopback interface, port 11000.
 /// They are sent and forgotten; their replies are only logged. They reach the player in the order in which they were
@@ -14,8 +14,7 @@ class QNetworkReply;
 class PlayerRequests : public QObject {
     Q_OBJECT
 public:
-    /// Every reply of `network`, which outlives this object, ends here.
-    explicit PlayerRequests(QNetworkAccessManager &network, QObject *parent = nullptr);
+    explicit PlayerRequests(QObject *parent = nullptr);
 
     /// Asks the player to play the socket "bluetooth", and logs the request: format "pcm" or "aac", sampling rate in
     /// Hz, bits per sample, channels, the phone's name.
@@ -34,11 +33,11 @@ public:
 private:
     void send(const QString &url);
     void sendNext();
-    void finished(QNetworkReply *reply);
+    void requestGone();
+    void finished(const HttpGet *request, const QUrl &url, const QString &error);
 
-    QNetworkAccessManager &network_;
     QQueue<QString> waiting_;
-    QNetworkReply *latest_ = nullptr; ///< null: nothing that the next request must wait for
+    HttpGet *latest_ = nullptr; ///< null: nothing that the next request must wait for
     int underWay_ = 0;
     QTimer patience_;
 };

@@ -66,11 +66,10 @@ Transport::~Transport()
 
 void Transport::InitSocketServer()
 {
-    if (!server) {
-        qDebug("Transport::InitSocketServer()");
-        server = new AudioServer(QCoreApplication::instance());
-    }
-    server->start();
+    if (server)
+        return;
+    qDebug("Transport::InitSocketServer()");
+    server = new AudioServer(QCoreApplication::instance());
 }
 
 bool Transport::isActive() const

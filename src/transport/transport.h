@@ -26,7 +26,7 @@ public:
     Transport(const QString &path, Codec &codec, const AbstractManager &manager, PlayerRequests &player);
     ~Transport() override;
 
-    /// Makes the local audio socket, one for the process; later calls only mend it.
+    /// Makes the local audio socket, one for the process; later calls change nothing.
     static void InitSocketServer();
 
     /// BlueZ says that the stream is active.
