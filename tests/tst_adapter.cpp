@@ -262,7 +262,6 @@ void AdapterTest::phoneNamesReachThePlayer()
     board.bluez.emitPropertiesChanged(
         PhonePath, Device, {{Connected, true}, {QStringLiteral("Alias"), QStringLiteral("x\nFatal: forged")}});
     WAIT_UNTIL(!board.daemon.logTexts().filter(QStringLiteral("x\\x0aFatal: forged")).isEmpty());
-    WAIT_UNTIL(board.daemon.logTexts().last().startsWith(QStringLiteral("Active Device:")));
     for (const QString &line : board.daemon.logTexts())
         QVERIFY2(!line.startsWith(QStringLiteral("Fatal")), qPrintable(line));
     WAIT_UNTIL(board.daemon.logged(
