@@ -13,7 +13,18 @@
 #include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QDBusServiceWatcher>
 #include <QDBusVariant>
+
+namespace {
+
+bool isConnectedDevice(const QVariantMapMap &interfaces)
+{
+    const QVariant connected = interfaces.value(bus::DeviceInterface).value(bus::ConnectedProperty);
+    return connected.userType() == QMetaType::Bool && connected.toBool();
+}
+
+} // namespace
 
 AdapterManager::AdapterManager(bool aacDisabled, PlayerRequests &player, QObject *parent)
     : AbstractManager(parent), aacDisabled_(aacDisabled), player_(player)
@@ -54,6 +65,9 @@ void AdapterManager::subscribe()
                                                   subscription.signal, this, subscription.slot))
             qWarning("0Could not subscribe to %s", subscription.signal.data());
     }
+    auto *watcher = new QDBusServiceWatcher(bus::BluezService, QDBusConnection::systemBus(),
+                                            QDBusServiceWatcher::WatchForOwnerChange, this);
+    connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, this, &AdapterManager::serviceOwnerChanged);
 }
 
 void AdapterManager::FindAnAvailableAdapter()
@@ -75,10 +89,23 @@ void AdapterManager::FindAnAvailableAdapter()
             logDebug() << "\t" << interface.key();
             if (interface.key().endsWith(QLatin1String("Adapter1")) && !IsAdapterPresent()) {
                 SetDefaultAdapter(path);
+                TrackConnectedDevice(objects);
                 return;
             }
             for (auto property = interface->begin(); property != interface->end(); ++property)
                 logDebug() << "\t\t" << property.key() << "=" << property.value();
+        }
+    }
+}
+
+/// A phone that was there before us, reconnected while the board booted for instance, is not reported again.
+void AdapterManager::TrackConnectedDevice(const DBusManagerStruct &objects)
+{
+    for (auto object = objects.begin(); object != objects.end(); ++object) {
+        const QString path = object.key().path();
+        if (path.startsWith(adapterPath_ + QLatin1Char('/')) && isConnectedDevice(*object)) {
+            DeviceConnected(path);
+            return;
         }
     }
 }
@@ -167,8 +194,7 @@ void AdapterManager::InterfacesAdded(const QDBusObjectPath &aPath, const QVarian
         }
     }
     // A phone that BlueZ has only just learnt of is announced as connected already; no other notice of it follows.
-    const QVariant connected = interfaces.value(bus::DeviceInterface).value(bus::ConnectedProperty);
-    if (connected.userType() == QMetaType::Bool && connected.toBool())
+    if (isConnectedDevice(interfaces))
         DeviceConnected(aPath.path());
 }
 
@@ -179,6 +205,22 @@ void AdapterManager::InterfacesRemoved(const QDBusObjectPath &aPath, const QStri
         return;
     SetDefaultAdapter(QString());
     FindAnAvailableAdapter();
+}
+
+/// BlueZ that crashes says nothing of what it takes along, and the new one announces its adapters as if for the first
+/// time: what was there counts as removed.
+void AdapterManager::serviceOwnerChanged(const QString & /*service*/, const QString &oldOwner, const QString &newOwner)
+{
+    if (!oldOwner.isEmpty()) {
+        if (IsConnected())
+            DeviceDisconnected(connectedDevicePath_);
+        if (IsAdapterPresent()) {
+            logDebug() << "InterfacesRemoved " << adapterPath_;
+            SetDefaultAdapter(QString());
+        }
+    }
+    if (!newOwner.isEmpty() && !IsAdapterPresent())
+        FindAnAvailableAdapter();
 }
 
 void AdapterManager::PropertiesChanged(const QString &interface, const QVariantMap &changed,
@@ -198,7 +240,8 @@ void AdapterManager::PropertiesChanged(const QString &interface, const QVariantM
 
 void AdapterManager::DeviceConnected(const QString &path)
 {
-    logDebug() << message();
+    if (calledFromDBus())
+        logDebug() << message();
     logDebug() << "0Device Connect:" << path;
     if (!IsConnected()) {
         connectedDevicePath_ = path;
@@ -210,7 +253,8 @@ void AdapterManager::DeviceConnected(const QString &path)
 
 void AdapterManager::DeviceDisconnected(const QString &path)
 {
-    logDebug() << message();
+    if (calledFromDBus())
+        logDebug() << message();
     logDebug() << "0Device Disconnect:" << path;
     if (path == connectedDevicePath_) {
         connectedDevicePath_.clear();

@@ -45,12 +45,14 @@ private Q_SLOTS:
     void InterfacesRemoved(const QDBusObjectPath &aPath, const QStringList &aStringList);
     void PropertiesChanged(const QString &interface, const QVariantMap &changed, const QStringList &invalidated);
     void transportActive(bool active);
+    void serviceOwnerChanged(const QString &service, const QString &oldOwner, const QString &newOwner);
 
 private:
     void subscribe();
     void FindAnAvailableAdapter();
     void SetDefaultAdapter(const QString &path);
     static void RegisterAgent(const QString &agentPath);
+    void TrackConnectedDevice(const DBusManagerStruct &objects);
     void DeviceConnected(const QString &path);
     void DeviceDisconnected(const QString &path);
     void LogActiveDevice() const;
