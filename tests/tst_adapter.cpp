@@ -325,7 +325,7 @@ void AdapterTest::playerThatIsDown()
         }
         return false;
     };
-    WAIT_UNTIL(finishedWith(QStringLiteral("\""))); // an error text
+    WAIT_UNTIL(finishedWith(QStringLiteral("\"Connection refused\"")));
     QVERIFY(board.player.serve());
     board.bluez.removeObject(Hci0, {QStringLiteral("org.bluez.Media1")});
     WAIT_UNTIL(finishedWith(QStringLiteral("OK")));

@@ -15,16 +15,15 @@ constexpr int RestMs = 1000;
 
 constexpr int MaxStatusLine = 1024;
 
-int connectToLoopback(quint16 port)
+/// Begins to connect; 0, or the error that there was at once. Any later one is told by the socket once it is writable.
+int connectToLoopback(int fd, quint16 port)
 {
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    // Whether it worked is told by the socket once it is writable.
-    ::connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address);
-    return fd;
+    const int result = ::connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    return result == 0 || errno == EINPROGRESS ? 0 : errno;
 }
 
 /// The error that a status line stands for; empty for none.
@@ -42,14 +41,16 @@ QString errorOf(const QByteArray &statusLine)
 HttpGet::HttpGet(quint16 port, const QByteArray &target, QObject *parent)
     : QObject(parent), request_("GET " + target + " HTTP/1.1\r\nHost: 127.0.0.1:" + QByteArray::number(port)
                                 + "\r\nConnection: close\r\n\r\n"),
-      socket_(connectToLoopback(port))
+      socket_(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0))
 {
     timeout_.setSingleShot(true);
-    connect(&timeout_, &QTimer::timeout, this, [this] {
-        finish(QStringLiteral("No answer"));
+    const int error = connectToLoopback(socket_.get(), port);
+    const QString reason = error == 0 ? QStringLiteral("No answer") : qt_error_string(error);
+    connect(&timeout_, &QTimer::timeout, this, [this, reason] {
+        finish(reason);
         leave();
     });
-    if (!socket_.isValid()) {
+    if (error != 0) {
         timeout_.start(0);
         return;
     }
@@ -112,7 +113,7 @@ void HttpGet::finish(const QString &error)
 void HttpGet::leave()
 {
     timeout_.stop();
-    if (socket_.isValid()) {
+    if (writable_) {
         writable_->setEnabled(false);
         readable_->setEnabled(false);
     }
