@@ -5,6 +5,7 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <cerrno>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -51,21 +52,30 @@ std::unique_ptr<AudioClient> AudioServer::nextClient()
     return std::make_unique<AudioClient>(std::move(connection));
 }
 
-void AudioServer::accept()
+void AudioServer::collect()
+{
+    for (int i = 0; i < KernelBacklog && accept(); ++i) {
+    }
+}
+
+bool AudioServer::accept()
 {
     FileDescriptor connection(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
     if (!connection.isValid()) {
         // One that cannot be taken, for want of descriptors, is reported again and again.
-        incoming_->setEnabled(false);
-        QTimer::singleShot(RetryMs, incoming_.get(), [this] { incoming_->setEnabled(true); });
-        return;
+        if (incoming_ && errno != EAGAIN && errno != EINTR && errno != ECONNABORTED) {
+            incoming_->setEnabled(false);
+            QTimer::singleShot(RetryMs, incoming_.get(), [this] { incoming_->setEnabled(true); });
+        }
+        return false;
     }
     waiting_.push_back(std::move(connection));
     if (waiting_.size() <= WaitingLimit)
-        return;
+        return true;
     // A full queue would leave the next client outside. Those that left are of no use to anybody; after them the oldest
     // goes, as it would when the newest is adopted.
     waiting_.erase(std::remove_if(waiting_.begin(), waiting_.end(), hungUp), waiting_.end());
     if (waiting_.size() > WaitingLimit)
         waiting_.pop_front();
+    return true;
 }

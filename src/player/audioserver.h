@@ -24,11 +24,14 @@ public:
     /// to.
     explicit AudioServer(QObject *parent = nullptr);
 
+    /// Takes in what the kernel still holds, so that a connection made a moment ago does not miss the packet at hand.
+    void collect();
+
     /// The connection that has waited longest, or null.
     std::unique_ptr<AudioClient> nextClient();
 
 private:
-    void accept();
+    bool accept();
 
     FileDescriptor listener_;
     std::unique_ptr<QSocketNotifier> incoming_;

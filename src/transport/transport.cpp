@@ -153,6 +153,8 @@ Transport::Read Transport::readPacket()
 
 void Transport::AdoptWaitingClient()
 {
+    if (!socket_)
+        server->collect();
     std::unique_ptr<AudioClient> next = server->nextClient();
     if (!next)
         return;
