@@ -12,8 +12,8 @@
 /// The local audio socket "bluetooth", in the system's temporary directory, to which the player connects.
 ///
 /// Connections wait here until nextClient() collects them, and are not read: one that sends anything cannot make the
-/// process grow. Our own, because the network library's server costs 3 MiB of memory and half of the time to start, and
-/// stops listening for good when a connection cannot be accepted.
+/// process grow. Our own, for the memory that the network library takes (see HttpGet), and because its server stops
+/// listening for good when a connection cannot be accepted.
 class AudioServer : public QObject {
     Q_OBJECT
 public:
