@@ -13,6 +13,7 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusUnixFileDescriptor>
+#include <QEvent>
 
 #include <cerrno>
 #include <fcntl.h>
@@ -129,8 +130,20 @@ void Transport::Acquire()
     // libsbc may look one byte behind the frame that it decodes.
     buffer_.reset(new char[static_cast<size_t>(readMtu) + 1]);
     codec_.prepare(readMtu);
-    notifier_ = std::make_unique<QSocketNotifier>(fd_.get(), QSocketNotifier::Read);
-    connect(notifier_.get(), &QSocketNotifier::activated, this, &Transport::readData);
+    notifier_ = std::make_unique<PacketNotifier>(fd_.get(), *this);
+}
+
+Transport::PacketNotifier::PacketNotifier(int fd, Transport &transport)
+    : QSocketNotifier(fd, QSocketNotifier::Read), transport_(transport)
+{
+}
+
+bool Transport::PacketNotifier::event(QEvent *event)
+{
+    if (event->type() != QEvent::SockAct)
+        return QSocketNotifier::event(event);
+    transport_.readData();
+    return true;
 }
 
 void Transport::readData()

@@ -44,6 +44,18 @@ public Q_SLOTS:
     void PropertiesChanged(const QString &interface, const QVariantMap &changed, const QStringList &invalidated);
 
 private:
+    /// Calls readData() without going through a signal, which costs a fifth of a wake-up.
+    class PacketNotifier final : public QSocketNotifier {
+    public:
+        PacketNotifier(int fd, Transport &transport);
+
+    protected:
+        bool event(QEvent *event) override;
+
+    private:
+        Transport &transport_;
+    };
+
     void setState(const QString &state);
     void Acquire();
     void readData();
@@ -65,7 +77,7 @@ private:
     FileDescriptor fd_;
     int readMtu_ = 0;
     std::unique_ptr<char[]> buffer_;
-    std::unique_ptr<QSocketNotifier> notifier_;
+    std::unique_ptr<PacketNotifier> notifier_;
 
     QTimer lookAgain_;
     std::unique_ptr<AudioClient> socket_;

@@ -1,0 +1,206 @@
+#include "core/eventdispatcher.h"
+
+#include <QCoreApplication>
+#include <QSocketNotifier>
+#include <QTimerEvent>
+#include <QVarLengthArray>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+
+namespace {
+
+constexpr unsigned WakesReader = EPOLLIN | EPOLLHUP | EPOLLERR;
+constexpr unsigned WakesWriter = EPOLLOUT | EPOLLHUP | EPOLLERR;
+
+// An epoll_wait() of more is none that anybody waits for; it keeps the milliseconds within an int.
+constexpr qint64 LongestWaitMs = 24 * 60 * 60 * 1000;
+
+qint64 now()
+{
+    timespec time{};
+    ::clock_gettime(CLOCK_MONOTONIC, &time);
+    return qint64{time.tv_sec} * 1000 + time.tv_nsec / 1'000'000;
+}
+
+void notify(QSocketNotifier *notifier)
+{
+    QEvent event(QEvent::SockAct);
+    QCoreApplication::sendEvent(notifier, &event);
+}
+
+} // namespace
+
+EventDispatcher::EventDispatcher()
+    : epoll_(::epoll_create1(EPOLL_CLOEXEC)),
+      // Events may have been posted before there was a dispatcher to wake up.
+      wakeUp_(::eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK))
+{
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.fd = wakeUp_.get();
+    if (::epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, wakeUp_.get(), &event) != 0)
+        qFatal("0Event loop: %s", std::strerror(errno));
+}
+
+bool EventDispatcher::processEvents(QEventLoop::ProcessEventsFlags flags)
+{
+    const bool waits = (flags & QEventLoop::WaitForMoreEvents) != 0;
+    // One event a turn: a handler may remove any notifier without one of its events being under way already.
+    epoll_event event{};
+    const bool woken = ::epoll_wait(epoll_.get(), &event, 1, waits ? timeToNextTimer() : 0) > 0;
+    if (woken) {
+        if (event.data.fd == wakeUp_.get())
+            dispatchPosted();
+        else
+            dispatchSocket(event.data.fd, event.events);
+    }
+    if (!timers_.empty())
+        dispatchTimers();
+    return woken;
+}
+
+void EventDispatcher::dispatchPosted()
+{
+    eventfd_t count = 0;
+    ::eventfd_read(wakeUp_.get(), &count);
+    wakeUpPending_ = false; // before the look at what was posted: what is posted from here on wakes up again
+    QCoreApplication::sendPostedEvents();
+}
+
+void EventDispatcher::wakeUp()
+{
+    if (!wakeUpPending_.exchange(true))
+        ::eventfd_write(wakeUp_.get(), 1);
+}
+
+// --- Sockets
+
+void EventDispatcher::dispatchSocket(int fd, unsigned events)
+{
+    auto socket = socketOf(fd);
+    if (socket != sockets_.end() && socket->reader && (events & WakesReader) != 0) {
+        notify(socket->reader);
+        socket = socketOf(fd); // the handler may have changed everything
+    }
+    if (socket != sockets_.end() && socket->writer && (events & WakesWriter) != 0)
+        notify(socket->writer);
+}
+
+std::vector<EventDispatcher::Socket>::iterator EventDispatcher::socketOf(int fd)
+{
+    return std::find_if(sockets_.begin(), sockets_.end(), [fd](const Socket &socket) { return socket.fd == fd; });
+}
+
+QSocketNotifier **EventDispatcher::placeOf(QSocketNotifier *notifier, Socket &socket) const
+{
+    return notifier->type() == QSocketNotifier::Read ? &socket.reader : &socket.writer;
+}
+
+void EventDispatcher::control(int operation, const Socket &socket)
+{
+    epoll_event event{};
+    event.events = (socket.reader ? unsigned{EPOLLIN} : 0U) | (socket.writer ? unsigned{EPOLLOUT} : 0U);
+    event.data.fd = socket.fd;
+    // A descriptor that was closed before its notifier has left by itself.
+    if (::epoll_ctl(epoll_.get(), operation, socket.fd, &event) != 0 && operation != EPOLL_CTL_DEL)
+        qWarning("0Event loop: descriptor %d: %s", socket.fd, std::strerror(errno));
+}
+
+void EventDispatcher::registerSocketNotifier(QSocketNotifier *notifier)
+{
+    const auto fd = static_cast<int>(notifier->socket());
+    auto socket = socketOf(fd);
+    const bool isNew = socket == sockets_.end();
+    if (isNew)
+        socket = sockets_.insert(sockets_.end(), {fd, nullptr, nullptr});
+    *placeOf(notifier, *socket) = notifier;
+    control(isNew ? EPOLL_CTL_ADD : EPOLL_CTL_MOD, *socket);
+}
+
+void EventDispatcher::unregisterSocketNotifier(QSocketNotifier *notifier)
+{
+    const auto socket = socketOf(static_cast<int>(notifier->socket()));
+    if (socket == sockets_.end())
+        return;
+    *placeOf(notifier, *socket) = nullptr;
+    if (socket->reader || socket->writer) {
+        control(EPOLL_CTL_MOD, *socket);
+    } else {
+        control(EPOLL_CTL_DEL, *socket);
+        sockets_.erase(socket);
+    }
+}
+
+// --- Timers
+
+void EventDispatcher::dispatchTimers()
+{
+    const qint64 time = now();
+    QVarLengthArray<int, 16> due;
+    for (const Timer &timer : timers_) {
+        if (timer.due <= time)
+            due.append(timer.id);
+    }
+    for (const int id : due) {
+        const auto timer = std::find_if(timers_.begin(), timers_.end(), [id](const Timer &it) { return it.id == id; });
+        if (timer == timers_.end() || timer->due > time) // stopped, or started anew, by the handler of another
+            continue;
+        timer->due = std::max(timer->due + timer->interval, time);
+        QTimerEvent event(id);
+        QCoreApplication::sendEvent(timer->object, &event);
+    }
+}
+
+int EventDispatcher::timeToNextTimer() const
+{
+    if (timers_.empty())
+        return -1;
+    const auto next = std::min_element(timers_.begin(), timers_.end(),
+                                       [](const Timer &one, const Timer &other) { return one.due < other.due; });
+    return static_cast<int>(std::clamp(next->due - now(), qint64{0}, LongestWaitMs));
+}
+
+void EventDispatcher::registerTimer(int id, qint64 intervalMs, Qt::TimerType type, QObject *object)
+{
+    timers_.push_back({id, type, intervalMs, now() + intervalMs, object});
+}
+
+template <typename Predicate>
+bool EventDispatcher::removeTimers(Predicate predicate)
+{
+    const auto removed = std::remove_if(timers_.begin(), timers_.end(), predicate);
+    const bool any = removed != timers_.end();
+    timers_.erase(removed, timers_.end());
+    return any;
+}
+
+bool EventDispatcher::unregisterTimer(int id)
+{
+    return removeTimers([id](const Timer &timer) { return timer.id == id; });
+}
+
+bool EventDispatcher::unregisterTimers(QObject *object)
+{
+    return removeTimers([object](const Timer &timer) { return timer.object == object; });
+}
+
+QList<QAbstractEventDispatcher::TimerInfo> EventDispatcher::registeredTimers(QObject *object) const
+{
+    QList<TimerInfo> result;
+    for (const Timer &timer : timers_) {
+        if (timer.object == object)
+            result << TimerInfo(timer.id, static_cast<int>(timer.interval), timer.type);
+    }
+    return result;
+}
+
+int EventDispatcher::remainingTime(int id)
+{
+    const auto timer = std::find_if(timers_.begin(), timers_.end(), [id](const Timer &it) { return it.id == id; });
+    return timer == timers_.end() ? -1 : static_cast<int>(std::max(timer->due - now(), qint64{0}));
+}

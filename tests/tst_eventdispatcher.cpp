@@ -1,0 +1,248 @@
+// The main thread's event loop, in itself: the daemon's other tests run on it without saying so.
+
+#include "core/eventdispatcher.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QPointer>
+#include <QSocketNotifier>
+#include <QTest>
+#include <QThread>
+#include <QTimer>
+
+#include <array>
+#include <cerrno>
+#include <memory>
+#include <sys/socket.h>
+
+class EventDispatcherTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void timersFireInTheirTime();
+    void handlersStopTimersThatAreDue();
+    void readersAndWritersAreWoken();
+    void handlersRemoveNotifiers();
+    void hangUpWakesWhoeverWaits();
+    void nobodyStarves();
+    void whatOtherThreadsPostArrives();
+    void deletesLater();
+};
+
+namespace {
+
+struct SocketPair {
+    SocketPair()
+    {
+        int ends[2] = {-1, -1};
+        [[maybe_unused]] const int failed = ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends);
+        near = FileDescriptor(ends[0]);
+        far = FileDescriptor(ends[1]);
+    }
+    FileDescriptor near;
+    FileDescriptor far;
+};
+
+void put(const FileDescriptor &socket)
+{
+    QCOMPARE(::send(socket.get(), "x", 1, MSG_NOSIGNAL), ssize_t{1});
+}
+
+ssize_t take(const FileDescriptor &socket)
+{
+    std::array<char, 65536> bytes{};
+    return ::recv(socket.get(), bytes.data(), bytes.size(), 0);
+}
+
+void fill(const FileDescriptor &socket)
+{
+    const std::array<char, 65536> bytes{};
+    while (::send(socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) > 0) {
+    }
+}
+
+} // namespace
+
+void EventDispatcherTest::timersFireInTheirTime()
+{
+    QElapsedTimer clock;
+    clock.start();
+    QList<int> order;
+    QTimer repeating;
+    connect(&repeating, &QTimer::timeout, this, [&] {
+        order << 10;
+        if (order.count(10) == 5)
+            repeating.stop();
+    });
+    repeating.start(10);
+    QTimer::singleShot(35, this, [&] { order << 35; });
+    QTimer::singleShot(0, this, [&] { order << 0; });
+    QVERIFY(repeating.remainingTime() <= 10);
+    QTRY_COMPARE(order.size(), 7);
+    QVERIFY(clock.elapsed() >= 50);
+    QCOMPARE(order.first(), 0);
+    QVERIFY(order.contains(35));
+    QCOMPARE(repeating.remainingTime(), -1);
+    QTest::qWait(20);
+    QCOMPARE(order.count(10), 5);
+}
+
+void EventDispatcherTest::handlersStopTimersThatAreDue()
+{
+    QTimer one;
+    QTimer other;
+    int fired = 0;
+    const auto stopBoth = [&] {
+        ++fired;
+        one.stop();
+        other.stop();
+    };
+    connect(&one, &QTimer::timeout, this, stopBoth);
+    connect(&other, &QTimer::timeout, this, stopBoth);
+    one.start(1);
+    other.start(1);
+    QThread::msleep(5); // both are due in one turn
+    QTRY_VERIFY(fired > 0);
+    QTest::qWait(10);
+    QCOMPARE(fired, 1);
+}
+
+void EventDispatcherTest::readersAndWritersAreWoken()
+{
+    SocketPair pair;
+    fill(pair.near);
+    int readable = 0;
+    int writable = 0;
+    QSocketNotifier reader(pair.near.get(), QSocketNotifier::Read);
+    QSocketNotifier writer(pair.near.get(), QSocketNotifier::Write);
+    connect(&reader, &QSocketNotifier::activated, this, [&] {
+        ++readable;
+        take(pair.near);
+    });
+    connect(&writer, &QSocketNotifier::activated, this, [&] {
+        ++writable;
+        writer.setEnabled(false);
+    });
+    put(pair.far);
+    QTRY_COMPARE(readable, 1);
+    QCOMPARE(writable, 0);
+    while (take(pair.far) > 0) {
+    }
+    QTRY_COMPARE(writable, 1);
+    put(pair.far);
+    QTRY_COMPARE(readable, 2);
+    QCOMPARE(writable, 1);
+}
+
+void EventDispatcherTest::handlersRemoveNotifiers()
+{
+    SocketPair pair;
+    SocketPair second;
+    auto reader = std::make_unique<QSocketNotifier>(pair.near.get(), QSocketNotifier::Read);
+    auto writer = std::make_unique<QSocketNotifier>(pair.near.get(), QSocketNotifier::Write);
+    std::unique_ptr<QSocketNotifier> next;
+    int woken = 0;
+    int wrong = 0;
+    writer->setEnabled(false);
+    connect(writer.get(), &QSocketNotifier::activated, this, [&] { ++wrong; });
+    connect(reader.get(), &QSocketNotifier::activated, this, [&] {
+        take(pair.near);
+        writer.reset(); // due in this very turn
+        reader->setEnabled(false);
+        next = std::make_unique<QSocketNotifier>(second.near.get(), QSocketNotifier::Read);
+        connect(next.get(), &QSocketNotifier::activated, this, [&] {
+            ++woken;
+            next->setEnabled(false);
+        });
+    });
+    put(pair.far);
+    put(second.far);
+    writer->setEnabled(true);
+    QTRY_COMPARE(woken, 1);
+    QVERIFY(wrong <= 1); // before the reader's turn, never after it
+    QVERIFY(!writer);
+}
+
+void EventDispatcherTest::hangUpWakesWhoeverWaits()
+{
+    SocketPair reading;
+    SocketPair writing;
+    fill(writing.near);
+    int ends = 0;
+    QSocketNotifier reader(reading.near.get(), QSocketNotifier::Read);
+    QSocketNotifier writer(writing.near.get(), QSocketNotifier::Write);
+    connect(&reader, &QSocketNotifier::activated, this, [&] {
+        ++ends;
+        reader.setEnabled(false);
+    });
+    connect(&writer, &QSocketNotifier::activated, this, [&] {
+        ++ends;
+        writer.setEnabled(false);
+    });
+    reading.far.reset();
+    writing.far.reset();
+    QTRY_COMPARE(ends, 2);
+}
+
+void EventDispatcherTest::nobodyStarves()
+{
+    std::array<SocketPair, 3> pairs;
+    std::array<int, 3> turns{};
+    std::vector<std::unique_ptr<QSocketNotifier>> notifiers;
+    for (size_t i = 0; i < pairs.size(); ++i) {
+        put(pairs[i].far); // and nobody takes it: readable for ever
+        notifiers.push_back(std::make_unique<QSocketNotifier>(pairs[i].near.get(), QSocketNotifier::Read));
+        connect(notifiers.back().get(), &QSocketNotifier::activated, this, [&turns, i] { ++turns[i]; });
+    }
+    int ticks = 0;
+    int posts = 0;
+    QObject poster; // what it was sent goes with it
+    QTimer timer;
+    connect(&timer, &QTimer::timeout, this, [&] {
+        ++ticks;
+        QMetaObject::invokeMethod(
+            this, [&posts] { ++posts; }, Qt::QueuedConnection);
+    });
+    timer.start(1);
+    QTRY_VERIFY(ticks >= 20 && posts >= 20);
+    QVERIFY(turns[0] > 20);
+    QVERIFY(qAbs(turns[0] - turns[1]) <= 2);
+    QVERIFY(qAbs(turns[1] - turns[2]) <= 2);
+}
+
+void EventDispatcherTest::whatOtherThreadsPostArrives()
+{
+    constexpr int Posts = 5'000;
+    int received = 0;
+    std::array<std::unique_ptr<QThread>, 2> threads;
+    for (auto &thread : threads) {
+        thread.reset(QThread::create([this, &received] {
+            for (int i = 0; i < Posts; ++i) {
+                QMetaObject::invokeMethod(
+                    this, [&received] { ++received; }, Qt::QueuedConnection);
+                if (i % 100 == 0)
+                    QThread::usleep(50); // the loop goes to sleep now and then
+            }
+        }));
+        thread->start();
+    }
+    QTRY_COMPARE_WITH_TIMEOUT(received, 2 * Posts, 30'000);
+    for (auto &thread : threads)
+        QVERIFY(thread->wait());
+}
+
+void EventDispatcherTest::deletesLater()
+{
+    const QPointer<QObject> object = new QObject;
+    object->deleteLater();
+    QTRY_VERIFY(!object);
+}
+
+int main(int argc, char **argv)
+{
+    QCoreApplication::setEventDispatcher(new EventDispatcher);
+    QCoreApplication app(argc, argv);
+    EventDispatcherTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_eventdispatcher.moc"
