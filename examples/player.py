@@ -1,0 +1,43 @@
+#!/usr/bin/env python3
+"""The player's side of kado-bt: is told what happens, and plays what a phone plays.
+
+Usage: player.py [COMMAND]    COMMAND plays the PCM on its standard input; default: aplay
+"""
+import re
+import shlex
+import socket
+import subprocess
+import sys
+from http.server import BaseHTTPRequestHandler, HTTPServer
+from threading import Thread
+from urllib.parse import unquote
+
+OUTPUT = sys.argv[1] if len(sys.argv) > 1 else "aplay -q -t raw -f S{bits} -r {rate} -c {channels}"
+STATE = re.compile(r"/BTPropertyChange\?type=\w+\?adapter=\w+&connected=(\w+)&name=(.*?)(?:&streaming=(\w+))?")
+PLAY = re.compile(r"/Play\?url=Capture:bluez:bluetooth:pcm/(\d+)/(\d+)/(\d+)&name=.*")
+SELECT = "dbus-send --system --type=method_call --dest=org.kadobt /kadobt org.kadobt.commands.SelectBluetooth"
+
+
+def listen(rate, bits, channels):
+    with socket.socket(socket.AF_UNIX) as audio:
+        audio.connect("/tmp/bluetooth")
+        print(f"plays {rate} Hz, {bits} bits, {channels} channels", file=sys.stderr)
+        subprocess.run(shlex.split(OUTPUT.format(rate=rate, bits=bits, channels=channels)), stdin=audio)
+
+
+class Player(BaseHTTPRequestHandler):
+    def do_GET(self):
+        self.send_response(200)
+        self.end_headers()
+        if state := STATE.fullmatch(self.path):
+            connected, name, streaming = state.groups()
+            print(f"connected: {connected}, name: {unquote(name)}, streaming: {streaming}", file=sys.stderr)
+            if streaming == "true":
+                subprocess.run(shlex.split(SELECT))  # answered by the request below
+        elif play := PLAY.fullmatch(self.path):
+            Thread(target=listen, args=play.groups(), daemon=True).start()
+
+
+server = HTTPServer(("127.0.0.1", 11000), Player)
+subprocess.run(shlex.split(SELECT))  # a phone may be playing already
+server.serve_forever()

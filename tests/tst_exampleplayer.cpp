@@ -1,0 +1,79 @@
+// The example player, in place of the board's own: what the documentation tells the author of a player works.
+
+#include "boardtest.h"
+
+#include <QProcessEnvironment>
+
+#include <algorithm>
+
+using namespace boardtest;
+
+namespace {
+
+/// A second of audio as a phone sends it, different in every packet.
+QList<QByteArray> packets()
+{
+    QByteArray pcm;
+    const sim::SbcFormat format;
+    for (int i = 0; i < format.sampleRate * format.channels(); ++i) {
+        const auto sample = static_cast<qint16>((i * (i / 500)) % 20000 - 10000);
+        pcm.append(reinterpret_cast<const char *>(&sample), sizeof sample);
+    }
+    return sim::encodeSbc(pcm, format, 672);
+}
+
+} // namespace
+
+class ExamplePlayerTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void hearsWhatThePhonePlays();
+};
+
+void ExamplePlayerTest::hearsWhatThePhonePlays()
+{
+    sim::Board board;
+    QVERIFY(board.startDaemon());
+    board.player.stopServing();
+    sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Bob & Co"));
+    phone.connect();
+    WAIT_UNTIL(board.control.property(QStringLiteral("Connected")).toBool());
+    QVERIFY(phone.authorize() && phone.configure(sim::SbcFormat{}) && phone.start());
+    WAIT_UNTIL(board.control.property(QStringLiteral("Streaming")).toBool());
+
+    QByteArray heard;
+    QByteArray said;
+    sim::ChildProcess example;
+    QObject::connect(&example, &QProcess::readyReadStandardOutput, [&] { heard += example.readAllStandardOutput(); });
+    QObject::connect(&example, &QProcess::readyReadStandardError, [&] { said += example.readAllStandardError(); });
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"), board.bus.address());
+    example.setProcessEnvironment(environment);
+    example.start(QStringLiteral(KADO_EXAMPLE_PLAYER), {QStringLiteral("cat")});
+    const QByteArray plays = "plays 44100 Hz, 16 bits, 2 channels";
+
+    // It comes late: the phone's stream is active already.
+    const QList<QByteArray> sent = packets();
+    const auto send = [&] {
+        return std::all_of(sent.begin(), sent.end(), [&](const QByteArray &packet) { return phone.send(packet); });
+    };
+    QVERIFY2(sim::waitFor([&] { return said.contains(plays); }), said.constData());
+    QVERIFY(send());
+    const QByteArray first = sim::decodeSbc(sent);
+    WAIT_UNTIL(heard == first);
+
+    // The phone pauses and goes on: it is told, and asks to be asked again.
+    phone.suspend();
+    QVERIFY2(sim::waitFor([&] { return said.contains("connected: true, name: Bob & Co, streaming: false"); }),
+             said.constData());
+    said.clear();
+    QVERIFY(phone.start());
+    QVERIFY2(sim::waitFor([&] { return said.contains(plays); }), said.constData());
+    QVERIFY(said.contains("connected: true, name: Bob & Co, streaming: true"));
+    QVERIFY(send());
+    const QByteArray both = sim::decodeSbc(sent + sent); // one decoder for both
+    WAIT_UNTIL(heard == both);
+}
+
+QTEST_GUILESS_MAIN(ExamplePlayerTest)
+#include "tst_exampleplayer.moc"
