@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -37,8 +38,11 @@ AudioServer::AudioServer(QObject *parent) : QObject(parent)
     listener_ = FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     ::unlink(path.constData());
     if (::bind(listener_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0
-        || ::listen(listener_.get(), KernelBacklog) != 0)
+        || ::listen(listener_.get(), KernelBacklog) != 0) {
+        // In the sticky /tmp it takes the owner of what lies there, or root, to remove it.
+        qWarning("0No audio socket %s: %s", path.constData(), std::strerror(errno));
         return;
+    }
     incoming_ = std::make_unique<QSocketNotifier>(listener_.get(), QSocketNotifier::Read);
     connect(incoming_.get(), &QSocketNotifier::activated, this, &AudioServer::accept);
 }

@@ -20,8 +20,8 @@ public:
     /// Connections kept waiting, as many as a local server keeps by default.
     static constexpr size_t WaitingLimit = 30;
 
-    /// Replaces a stale socket of that name and listens. A failure is not reported: the player finds nothing to connect
-    /// to.
+    /// Replaces a stale socket of that name and listens. A failure is logged; the player finds nothing to connect to
+    /// then, and all else goes on.
     explicit AudioServer(QObject *parent = nullptr);
 
     /// Takes in what the kernel still holds, so that a connection made a moment ago does not miss the packet at hand.
