@@ -8,7 +8,8 @@
 namespace sim {
 
 /// A private message bus: a dbus-daemon of its own, as a child process, in which everybody may own and send
-/// everything. It ends with this object.
+/// everything. It ends with this object. With folders in the environment's KADO_BUS_POLICY, separated by colons, it is
+/// the system bus as its package configures it, with the policy files in these folders.
 class Bus {
 public:
     /// Starts the bus and waits until it listens. `socketPath` is where its socket is made; empty: in a temporary

@@ -25,14 +25,14 @@ public:
     SwitchFile()
     {
         QDir().mkpath(QFileInfo(Path).path());
-        write("0");
+        write(Off);
         watcher_.addPath(Path);
         QObject::connect(&watcher_, &QFileSystemWatcher::fileChanged, &watcher_, [this] {
             QFile file(Path);
             if (!file.open(QIODevice::ReadOnly))
                 return;
             const QByteArray state = file.readAll();
-            if (!state.isEmpty() && (history.isEmpty() || history.constLast() != state))
+            if (!state.isEmpty() && state != (history.isEmpty() ? Off : history.constLast()))
                 history << state;
         });
     }
@@ -43,6 +43,7 @@ public:
     QList<QByteArray> history;
 
 private:
+    static inline const QByteArray Off = "0";
     static inline const QString Path = QStringLiteral("/sys/class/leds/bt_sw_i2s/brightness");
 
     static void write(const QByteArray &state)
