@@ -257,7 +257,7 @@ void ServiceTest::process()
     for (const QByteArray &line : lines)
         QVERIFY2(status.contains('\n' + line), status.constData());
 
-    if (QFile::symLinkTarget(folder + "/ns/mnt") == QFile::symLinkTarget(QStringLiteral("/proc/self/ns/mnt")))
+    if (runAs("root", {"unshare", "--mount", "true"}).status != 0)
         QSKIP("no mount namespaces here: the rest of the confinement is not tried");
     const auto rootMayWriteThere = [&](const char *path) {
         return runAs("root", {"nsenter", "--mount=" + folder + "/ns/mnt", "touch", path}).status == 0;
