@@ -74,10 +74,10 @@ Board::~Board()
     daemon.stop();
 }
 
-bool Board::startDaemon(const QStringList &arguments)
+bool Board::startDaemon(const QStringList &arguments, const QString &redirection)
 {
     const auto requestsBefore = player.requests().size();
-    daemon.start(bus.address(), arguments);
+    daemon.start(bus.address(), arguments, redirection);
     waitFor(
         [&] { return player.requests().size() > requestsBefore || daemon.process().state() == QProcess::NotRunning; },
         SetUpMs);

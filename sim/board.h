@@ -29,8 +29,8 @@ public:
     Board(const Board &) = delete;
     Board &operator=(const Board &) = delete;
 
-    /// Starts the daemon and waits until it has set up the adapter (the first notification has arrived).
-    bool startDaemon(const QStringList &arguments = {QStringLiteral("--stderr")});
+    /// Starts the daemon (see Daemon) and waits until it has set up the adapter (the first notification has arrived).
+    bool startDaemon(const QStringList &arguments = {QStringLiteral("--stderr")}, const QString &redirection = {});
 
     Bus bus;
     FakeBluez bluez;

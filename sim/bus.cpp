@@ -93,6 +93,12 @@ Bus::Bus(const QString &socketPath)
     }
 }
 
+void Bus::kill()
+{
+    process_.kill();
+    process_.waitForFinished();
+}
+
 Bus::~Bus()
 {
     process_.terminate();

@@ -19,6 +19,9 @@ public:
     Bus(const Bus &) = delete;
     Bus &operator=(const Bus &) = delete;
 
+    /// Kills the bus, and with it every connection.
+    void kill();
+
     /// "unix:path=...", for DBUS_SYSTEM_BUS_ADDRESS and FakeBluez.
     QString address() const { return address_; }
 

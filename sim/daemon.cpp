@@ -59,7 +59,7 @@ Daemon::~Daemon()
     failOnSanitizerReport();
 }
 
-void Daemon::start(const QString &busAddress, const QStringList &arguments)
+void Daemon::start(const QString &busAddress, const QStringList &arguments, const QString &redirection)
 {
     partial_.clear();
     output_.clear();
@@ -68,7 +68,12 @@ void Daemon::start(const QString &busAddress, const QStringList &arguments)
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"), busAddress);
     process_.setProcessEnvironment(environment);
-    process_.start(program_, arguments);
+    if (redirection.isEmpty()) {
+        process_.start(program_, arguments);
+    } else {
+        const QString command = QStringLiteral("exec \"$0\" \"$@\" ") + redirection;
+        process_.start(QStringLiteral("/bin/sh"), QStringList{QStringLiteral("-c"), command, program_} + arguments);
+    }
     if (!process_.waitForStarted())
         std::fprintf(stderr, "%s: %s\n", qPrintable(program_), qPrintable(process_.errorString()));
 }

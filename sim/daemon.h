@@ -24,8 +24,10 @@ public:
     ~Daemon() override;
 
     /// Starts it with DBUS_SYSTEM_BUS_ADDRESS set to `busAddress` and waits until the process runs, or prints why
-    /// it does not. An earlier run's log and output are forgotten.
-    void start(const QString &busAddress, const QStringList &arguments = {QStringLiteral("--stderr")});
+    /// it does not. An earlier run's log and output are forgotten. `redirection` is the shell's, "2>/dev/full" for
+    /// instance.
+    void start(const QString &busAddress, const QStringList &arguments = {QStringLiteral("--stderr")},
+               const QString &redirection = {});
     /// Ends it with SIGTERM and waits, with the event loop running; one that stays for 5 s is killed.
     void stop();
 

@@ -4,6 +4,7 @@
 #include "sim/waiting.h"
 
 #include <QDBusArgument>
+#include <QDBusConnectionInterface>
 #include <QDBusMetaType>
 #include <QDBusVariant>
 #include <QTimer>
@@ -69,8 +70,6 @@ QString BluezCall::text() const
 
 FakeBluez::FakeBluez(const QString &address) : address_(address), connection_(QString())
 {
-    static int instances = 0;
-    connectionName_ = QStringLiteral("fakebluez-%1").arg(instances++);
     bus::registerObjectTreeTypes();
     if (!QMetaType::hasRegisteredConverterFunction<QDBusObjectPath, QString>())
         QMetaType::registerConverter(&QDBusObjectPath::path);
@@ -86,9 +85,14 @@ FakeBluez::~FakeBluez()
 
 void FakeBluez::connectToBus()
 {
+    static int connections = 0;
+    connectionName_ = QStringLiteral("fakebluez-%1").arg(connections++);
     connection_ = QDBusConnection::connectToBus(address_, connectionName_);
     connection_.registerVirtualObject(bus::ObjectManagerPath, this, QDBusConnection::SubPath);
-    if (!connection_.registerService(bus::BluezService))
+    const QDBusReply<QDBusConnectionInterface::RegisterServiceReply> reply = connection_.interface()->registerService(
+        bus::BluezService, QDBusConnectionInterface::ReplaceExistingService,
+        QDBusConnectionInterface::AllowReplacement);
+    if (reply.value() != QDBusConnectionInterface::ServiceRegistered)
         qFatal("org.bluez on %s: %s", qPrintable(address_), qPrintable(connection_.lastError().message()));
     clients_ = std::make_unique<QDBusServiceWatcher>();
     clients_->setConnection(connection_);
@@ -96,7 +100,7 @@ void FakeBluez::connectToBus()
     connect(clients_.get(), &QDBusServiceWatcher::serviceUnregistered, this, &FakeBluez::forgetClient);
 }
 
-void FakeBluez::crash()
+void FakeBluez::forgetEverything()
 {
     clients_.reset();
     endpoints_.clear();
@@ -105,6 +109,11 @@ void FakeBluez::crash()
     agentService_.clear();
     defaultAgent_ = false;
     tree_.clear();
+}
+
+void FakeBluez::crash()
+{
+    forgetEverything();
     connection_ = QDBusConnection(QString()); // the last reference but the library's own
     QDBusConnection::disconnectFromBus(connectionName_);
 }
@@ -113,6 +122,14 @@ void FakeBluez::restart()
 {
     connectToBus();
     addObject(bus::BluezRootPath, {{bus::AgentManagerInterface, {}}});
+}
+
+void FakeBluez::replace()
+{
+    forgetEverything();
+    const QString oldName = connectionName_;
+    restart();
+    QDBusConnection::disconnectFromBus(oldName);
 }
 
 void FakeBluez::forgetClient(const QString &service)

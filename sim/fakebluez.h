@@ -89,6 +89,9 @@ public:
     /// empty tree but for "/org/bluez", no agent and no endpoints.
     void crash();
     void restart();
+    /// Another BlueZ, as after restart(), takes the name over before this one is gone: the name has an owner at any
+    /// time.
+    void replace();
 
     // What the daemon did.
     const QList<BluezCall> &calls() const { return calls_; }
@@ -131,6 +134,7 @@ private:
     static const QList<Method> &methods();
 
     void connectToBus();
+    void forgetEverything();
     void forgetClient(const QString &service);
     void remember(const QDBusMessage &message);
     void refuseCall(const QDBusMessage &call, const QString &errorName, const QString &text);

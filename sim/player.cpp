@@ -109,10 +109,12 @@ void Player::answer(QTcpSocket *socket)
 
         switch (behaviour_) {
         case Behaviour::Answer:
-            socket->write("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+            socket->write("HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+            socket->disconnectFromHost(); // as it was asked to
             break;
         case Behaviour::Refuse:
-            socket->write("HTTP/1.1 500 Internal Server Error\r\nContent-Length: 0\r\n\r\n");
+            socket->write("HTTP/1.1 500 Internal Server Error\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+            socket->disconnectFromHost();
             break;
         case Behaviour::NeverAnswer:
             break;

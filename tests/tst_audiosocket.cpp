@@ -78,6 +78,7 @@ private Q_SLOTS:
     void slowClientGetsItsTailAfterTheEnd();
     void goneClientIsHarmless();
     void clientsWaitInOrder();
+    void clientsOfThisTurnAreCollected();
     void deadConnectionsMakeRoom();
     void whatStandsInTheWayIsNamed();
 };
@@ -166,6 +167,24 @@ void AudioSocketTest::clientsWaitInOrder()
     QCOMPARE(second->readAll(), QByteArray("two"));
     client.reset();
     QVERIFY(sim::waitFor([&] { return first->state() == QLocalSocket::UnconnectedState; }));
+}
+
+void AudioSocketTest::clientsOfThisTurnAreCollected()
+{
+    AudioServer server;
+    server.collect(); // nobody there
+    const Socket gone = connectClient();
+    const Socket here = connectClient();
+    QVERIFY(gone && here);
+    gone->abort();
+    QVERIFY(!server.nextClient()); // no event has been handled since they came
+    server.collect();
+    const auto first = server.nextClient();
+    const auto second = server.nextClient();
+    QVERIFY(first && second && !server.nextClient());
+    QCOMPARE(first->write("x"), qint64{-1});
+    QCOMPARE(second->write("x"), qint64{1});
+    QVERIFY(sim::waitFor([&] { return here->bytesAvailable() == 1; }));
 }
 
 void AudioSocketTest::deadConnectionsMakeRoom()

@@ -1,82 +1,15 @@
 // Streams through the shipped binary: from a phone's socket to the client of the local audio socket.
 
-#include "boardtest.h"
+#include "streamingboard.h"
 
 #include <QDBusUnixFileDescriptor>
-
-#include <cmath>
-#include <sys/socket.h>
-#include <unistd.h>
 
 using namespace boardtest;
 
 namespace {
 
-constexpr int Mtu = 672;
 const QStringList Traced{QStringLiteral("--stderr"), QStringLiteral("--debug"), QStringLiteral("9")};
 const QString TransportInterface = QStringLiteral("org.bluez.MediaTransport1");
-
-/// Packets of a rising tone, `seconds` long; different from every other place in the tone.
-QList<QByteArray> packets(double seconds, const sim::SbcFormat &format = {})
-{
-    QByteArray pcm;
-    for (int i = 0; i < static_cast<int>(seconds * format.sampleRate); ++i) {
-        for (int channel = 0; channel < format.channels(); ++channel) {
-            const auto sample = static_cast<qint16>(12000 * std::sin(i * (0.02 + i * 1e-7) * (channel + 1)));
-            pcm.append(reinterpret_cast<const char *>(&sample), sizeof sample);
-        }
-    }
-    return sim::encodeSbc(pcm, format, Mtu);
-}
-
-/// A board with a phone that is connected and has an SBC stream configured.
-struct ConfiguredBoard {
-    explicit ConfiguredBoard(const QStringList &arguments = {QStringLiteral("--stderr")})
-        : phone(board.bluez, PhonePath, QStringLiteral("Anna"))
-    {
-        ready = board.startDaemon(arguments);
-        phone.connect();
-        ready = ready && sim::waitFor([&] { return board.player.targets().size() == 2; }) && phone.authorize()
-            && phone.configure(sim::SbcFormat{});
-    }
-
-    /// Starts the stream with the player attached: the first packet finds its client waiting.
-    bool startHeard() { return board.player.connectAudio() && phone.start(Mtu) && active(); }
-
-    bool active()
-    {
-        return sim::waitFor([&] { return board.control.property(QStringLiteral("Streaming")).toBool(); });
-    }
-
-    bool send(const QList<QByteArray> &list)
-    {
-        for (const QByteArray &packet : list) {
-            if (!phone.send(packet))
-                return false;
-        }
-        return true;
-    }
-
-    bool hears(const QByteArray &pcm)
-    {
-        return sim::waitFor([&] { return board.player.heard().size() >= pcm.size(); }) && board.player.heard() == pcm;
-    }
-
-    bool logs(const char *line)
-    {
-        return sim::waitFor([&] { return board.daemon.logged(QString::fromUtf8(line)); });
-    }
-
-    int accepted() const
-    {
-        return static_cast<int>(
-            board.daemon.logTexts().count(QStringLiteral("New audio out socket connection accepted")));
-    }
-
-    sim::Board board;
-    sim::Phone phone;
-    bool ready = false;
-};
 
 } // namespace
 
@@ -86,7 +19,6 @@ private Q_SLOTS:
     void phonePlaysThroughThePlayer();
     void suspendPlaysTheTailAndResumeStartsAnew();
     void hangUpWhileStreaming();
-    void endedStreamCostsNothing();
     void clearedStreamPlaysItsTail();
     void statesDecideAcquisition();
     void failedAcquireIsTriedAgain_data();
@@ -189,27 +121,6 @@ void StreamingTest::hangUpWhileStreaming()
     QVERIFY(b.phone.authorize() && b.phone.configure(sim::SbcFormat{}) && b.startHeard());
     QVERIFY(b.send(sent));
     QVERIFY(b.hears(sim::decodeSbc(sent + sent).mid(sim::decodeSbc(sent).size())));
-}
-
-void StreamingTest::endedStreamCostsNothing()
-{
-    ConfiguredBoard b;
-    QVERIFY(b.ready);
-    int ends[2];
-    QCOMPARE(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
-    b.board.bluez.offerStream(b.phone.transportPath(), ends[0], Mtu);
-    b.board.bluez.setProperty(b.phone.transportPath(), TransportInterface, QStringLiteral("State"),
-                              QStringLiteral("pending"));
-    WAIT_UNTIL(b.board.bluez.countCalls(QStringLiteral("Acquire")) == 1);
-    ::close(ends[0]);
-    ::close(ends[1]); // the end of the stream, of which BlueZ says nothing
-    const int before = b.board.daemon.cpuMs();
-    QTest::qWait(1000); // what is measured is what happens while nothing happens
-    QVERIFY(b.board.daemon.cpuMs() - before < 100);
-    QVERIFY(b.phone.clear());
-    QVERIFY(b.phone.configure(sim::SbcFormat{}) && b.startHeard());
-    QVERIFY(b.send(packets(0.2)));
-    QVERIFY(b.hears(sim::decodeSbc(packets(0.2))));
 }
 
 void StreamingTest::clearedStreamPlaysItsTail()

@@ -1,0 +1,105 @@
+#pragma once
+
+#include "boardtest.h"
+
+#include <cmath>
+
+namespace boardtest {
+
+inline constexpr int Mtu = 672;
+
+/// Packets of a rising tone, `seconds` long; different from every other place in the tone.
+inline QList<QByteArray> packets(double seconds, const sim::SbcFormat &format = {})
+{
+    QByteArray pcm;
+    for (int i = 0; i < static_cast<int>(seconds * format.sampleRate); ++i) {
+        for (int channel = 0; channel < format.channels(); ++channel) {
+            const auto sample = static_cast<qint16>(12000 * std::sin(i * (0.02 + i * 1e-7) * (channel + 1)));
+            pcm.append(reinterpret_cast<const char *>(&sample), sizeof sample);
+        }
+    }
+    return sim::encodeSbc(pcm, format, Mtu);
+}
+
+/// A board with a phone that is connected and has an SBC stream configured.
+struct ConfiguredBoard {
+    explicit ConfiguredBoard(const QStringList &arguments = {QStringLiteral("--stderr")},
+                             const QString &redirection = {})
+        : phone(board.bluez, PhonePath, QStringLiteral("Anna"))
+    {
+        ready = board.startDaemon(arguments, redirection);
+        phone.connect();
+        ready = ready && sim::waitFor([&] { return board.player.targets().size() == 2; }) && phone.authorize()
+            && phone.configure(sim::SbcFormat{});
+    }
+
+    /// Starts the stream with the player attached: the first packet finds its client waiting.
+    bool startHeard() { return board.player.connectAudio() && phone.start(Mtu) && active(); }
+
+    bool active()
+    {
+        return sim::waitFor([&] { return board.control.property(QStringLiteral("Streaming")).toBool(); });
+    }
+
+    bool send(const QList<QByteArray> &list)
+    {
+        for (const QByteArray &packet : list) {
+            if (!phone.send(packet))
+                return false;
+        }
+        return true;
+    }
+
+    bool hears(const QByteArray &pcm)
+    {
+        return sim::waitFor([&] { return board.player.heard().size() >= pcm.size(); }) && board.player.heard() == pcm;
+    }
+
+    /// Ends the stream that is configured, if any, and plays another through: whether the daemon still serves, and not
+    /// one sample is lost.
+    bool playsAnother()
+    {
+        if (!phone.transportPath().isEmpty() && !phone.clear())
+            return false;
+        const QList<QByteArray> sent = packets(0.3);
+        const QByteArray pcm = sim::decodeSbc(sent);
+        if (!phone.configure(sim::SbcFormat{}) || !startHeard() || !send(sent)
+            || !sim::waitFor([&] { return board.player.heard().size() >= pcm.size(); }))
+            return false;
+        // What the decoder decoded before still sounds in the first packet.
+        const auto firstPacket = sim::decodeSbc({sent.constFirst()}).size();
+        return board.player.heard().mid(firstPacket) == pcm.mid(firstPacket);
+    }
+
+    bool logs(const char *line)
+    {
+        return sim::waitFor([&] { return board.daemon.logged(QString::fromUtf8(line)); });
+    }
+
+    int accepted() const
+    {
+        return static_cast<int>(
+            board.daemon.logTexts().count(QStringLiteral("New audio out socket connection accepted")));
+    }
+
+    sim::Board board;
+    sim::Phone phone;
+    bool ready = false;
+};
+
+/// The daemon's open descriptors once requests that are under way have ended: the same number for a while.
+inline int settledDescriptors(const sim::Daemon &daemon)
+{
+    constexpr int Looks = 15; // waitFor looks every 10 ms at least
+    int count = -1;
+    int same = 0;
+    sim::waitFor([&] {
+        const int now = daemon.openDescriptors();
+        same = now == count ? same + 1 : 0;
+        count = now;
+        return same == Looks;
+    });
+    return count;
+}
+
+} // namespace boardtest

@@ -1,0 +1,199 @@
+// What the board itself may be short of: a log that can be written, a name file, descriptors, a player that answers.
+
+#include "core/speakername.h"
+#include "streamingboard.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <algorithm>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+using namespace boardtest;
+
+namespace {
+
+const QStringList Traced{QStringLiteral("--stderr"), QStringLiteral("--debug"), QStringLiteral("9")};
+const QStringList TracedToSyslog{QStringLiteral("--debug"), QStringLiteral("9")};
+
+/// "/dev/log" of the sandbox, gone with this object.
+class SystemLog {
+public:
+    SystemLog() : socket_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        qstrcpy(address.sun_path, "/dev/log");
+        if (::bind(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+            qFatal("/dev/log: %s", qPrintable(qt_error_string()));
+    }
+    ~SystemLog() { QFile::remove(QStringLiteral("/dev/log")); }
+    SystemLog(const SystemLog &) = delete;
+    SystemLog &operator=(const SystemLog &) = delete;
+
+    /// The messages that wait.
+    QList<QByteArray> read()
+    {
+        QList<QByteArray> messages;
+        QByteArray message(64 * 1024, '\0');
+        for (;;) {
+            const ssize_t size = ::recv(socket_.get(), message.data(), static_cast<size_t>(message.size()), 0);
+            if (size < 0)
+                return messages;
+            messages << message.left(static_cast<int>(size));
+        }
+    }
+    bool receives(const char *text)
+    {
+        return sim::waitFor([&] {
+            const QList<QByteArray> messages = read();
+            return std::any_of(messages.begin(), messages.end(),
+                               [&](const QByteArray &message) { return message.contains(text); });
+        });
+    }
+
+private:
+    FileDescriptor socket_;
+};
+
+} // namespace
+
+class HostFaultTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void systemLogThatStartsAgain();
+    void nameFileOfAnyKind_data();
+    void nameFileOfAnyKind();
+    void noDescriptorsForClients();
+    void playerOfAnyKind_data();
+    void playerOfAnyKind();
+};
+
+void HostFaultTest::systemLogThatStartsAgain()
+{
+    if (QFile::exists(QStringLiteral("/dev/log")))
+        QSKIP("this machine has a syslog of its own");
+    sim::Board board;
+    QVERIFY(board.startDaemon({})); // without any
+    for (int round = 0; round < 2; ++round) {
+        SystemLog log;
+        board.control.call(QStringLiteral("SelectBluetooth"));
+        QVERIFY(log.receives("kado-bt: SelectBluetooth(): no transport"));
+    }
+    const int descriptors = settledDescriptors(board.daemon);
+    for (int i = 0; i < 100; ++i)
+        board.control.call(QStringLiteral("SelectBluetooth"));
+    QVERIFY(settledDescriptors(board.daemon) <= descriptors);
+}
+
+void HostFaultTest::nameFileOfAnyKind_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>("expected");
+    QByteArray bytes;
+    for (int byte = 1; byte < 0x100; ++byte) {
+        if (byte != '\n')
+            bytes += static_cast<char>(byte);
+    }
+    QTest::newRow("a directory") << QByteArray() << "BlueZ 5.66";
+    QTest::newRow("every byte") << bytes << QString::fromLatin1(bytes) + QStringLiteral(" BT");
+    QTest::newRow("1 MiB without a line feed")
+        << QByteArray(1024 * 1024, '\xFC') << QString(64 * 1024 - 1, QChar(0xFC)) + QStringLiteral(" BT");
+}
+
+void HostFaultTest::nameFileOfAnyKind()
+{
+    QFETCH(QByteArray, content);
+    sim::Board board;
+    sim::removePlayerName();
+    if (content.isEmpty())
+        QVERIFY(QDir().mkpath(QString::fromLatin1(SpeakerNameFile)));
+    else
+        sim::writePlayerName(content);
+    QVERIFY(board.startDaemon());
+    QTEST(board.bluez.property(Hci0, QStringLiteral("org.bluez.Adapter1"), QStringLiteral("Alias")).toString(),
+          "expected");
+    QDir().rmdir(QString::fromLatin1(SpeakerNameFile));
+}
+
+void HostFaultTest::noDescriptorsForClients()
+{
+    ConfiguredBoard b;
+    QVERIFY(b.ready && b.startHeard());
+    const QList<QByteArray> sent = packets(0.3);
+    QVERIFY(b.send(sent));
+    QVERIFY(b.hears(sim::decodeSbc(sent)));
+
+    const auto pid = static_cast<pid_t>(b.board.daemon.process().processId());
+    rlimit usual{};
+    QCOMPARE(::prlimit(pid, RLIMIT_NOFILE, nullptr, &usual), 0);
+    settledDescriptors(b.board.daemon);
+    rlimit scarce{0, usual.rlim_max};
+    while (QFileInfo(QStringLiteral("/proc/%1/fd/%2").arg(pid).arg(scarce.rlim_cur)).isSymLink())
+        ++scarce.rlim_cur;
+    QCOMPARE(::prlimit(pid, RLIMIT_NOFILE, &scarce, nullptr), 0);
+    sim::Player late;
+    for (int i = 0; i < 10; ++i)
+        QVERIFY(late.connectAudio()); // the kernel lets them in
+    const int before = b.board.daemon.cpuMs();
+    QTest::qWait(1500); // what is measured is what happens while nothing can happen
+    const int used = b.board.daemon.cpuMs() - before;
+    qInfo("CPU in 1.5 s: %d ms", used);
+    QVERIFY(used < 100);
+    QVERIFY(b.send(sent)); // the client that it has hears on
+    QVERIFY(b.hears(sim::decodeSbc(sent + sent)));
+
+    QCOMPARE(::prlimit(pid, RLIMIT_NOFILE, &usual, nullptr), 0);
+    const QByteArray packet = sent.constFirst();
+    WAIT_UNTIL(b.phone.send(packet) && !late.heard().isEmpty());
+    QVERIFY(b.playsAnother());
+}
+
+void HostFaultTest::playerOfAnyKind_data()
+{
+    using Behaviour = sim::Player::Behaviour;
+    QTest::addColumn<int>("behaviour");
+    QTest::newRow("refuses") << static_cast<int>(Behaviour::Refuse);
+    QTest::newRow("never answers") << static_cast<int>(Behaviour::NeverAnswer);
+    QTest::newRow("answers garbage") << static_cast<int>(Behaviour::Garbage);
+    QTest::newRow("closes in the middle") << static_cast<int>(Behaviour::CloseEarly);
+    QTest::newRow("is down") << -1;
+}
+
+/// However it behaves, and for however many requests: it hurts nobody, and once it is well it hears how things are.
+void HostFaultTest::playerOfAnyKind()
+{
+    QFETCH(int, behaviour);
+    sim::Board board;
+    QVERIFY(board.startDaemon());
+    sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
+    const int descriptors = settledDescriptors(board.daemon);
+    if (behaviour < 0)
+        board.player.stopServing();
+    else
+        board.player.behave(static_cast<sim::Player::Behaviour>(behaviour));
+    for (int i = 0; i < 100; ++i) {
+        phone.connect();
+        phone.disconnect();
+    }
+    phone.connect();
+    WAIT_UNTIL(phone.authorize());
+    QVERIFY(board.daemon.openDescriptors() <= descriptors + 10);
+
+    board.player.stopServing(); // it is started again
+    board.player.behave(sim::Player::Behaviour::Answer);
+    QVERIFY(board.player.serve());
+    sim::Phone other(board.bluez, Hci0 + QStringLiteral("/dev_00_AA_01_02_00_42"), QStringLiteral("Bob"));
+    phone.disconnect();
+    other.connect();
+    WAIT_UNTIL(board.player.targets().last() == notification(true, true, "Bob", false));
+    QCOMPARE(settledDescriptors(board.daemon), descriptors);
+}
+
+QTEST_GUILESS_MAIN(HostFaultTest)
+#include "tst_faulthost.moc"
