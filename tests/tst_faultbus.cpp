@@ -50,6 +50,7 @@ class BusFaultTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void valuesOfTheWrongType();
+    void signalsOfTheWrongShape();
     void phoneNamesOfEveryKind_data();
     void phoneNamesOfEveryKind();
     void floodsPassBy();
@@ -81,6 +82,47 @@ void BusFaultTest::valuesOfTheWrongType()
     QVERIFY(b.send(sent.mid(half)));
     QVERIFY(b.hears(sim::decodeSbc(sent)));
     QCOMPARE(settledDescriptors(b.board.daemon), descriptors);
+}
+
+void BusFaultTest::signalsOfTheWrongShape()
+{
+    ConfiguredBoard b(Traced);
+    QVERIFY(b.ready && b.phone.start(Mtu) && b.active());
+    WAIT_UNTIL(b.board.player.targets().last() == notification(true, true, "Anna", true));
+    b.board.player.forgetRequests();
+    const QVariant path = QVariant::fromValue(QDBusObjectPath(Hci0));
+    const QList<QVariantList> shapes{
+        {},
+        {Hci0},
+        {path},
+        {7, 7, 7},
+        {path, QVariantMap{{Device, QStringLiteral("no properties")}}},
+        {QVariantMap(), Device, QStringList()},
+        {Device, QStringList(), QVariantMap()},
+        {TransportInterface, QVariantMap(), QVariantMap()},
+    };
+    const struct {
+        QString path;
+        QString interface;
+        const char *member;
+    } signalsOfBluez[] = {
+        {QStringLiteral("/"), QStringLiteral("org.freedesktop.DBus.ObjectManager"), "InterfacesAdded"},
+        {QStringLiteral("/"), QStringLiteral("org.freedesktop.DBus.ObjectManager"), "InterfacesRemoved"},
+        {PhonePath, QStringLiteral("org.freedesktop.DBus.Properties"), "PropertiesChanged"},
+        {b.phone.transportPath(), QStringLiteral("org.freedesktop.DBus.Properties"), "PropertiesChanged"},
+    };
+    for (const auto &signal : signalsOfBluez) {
+        for (const QVariantList &shape : shapes) {
+            QDBusMessage message = QDBusMessage::createSignal(signal.path, signal.interface,
+                                                              QLatin1String(signal.member));
+            message.setArguments(shape);
+            b.board.bluez.connection().send(message);
+        }
+    }
+    QCOMPARE(b.board.control.property(QStringLiteral("AdapterPresent")), QVariant(true));
+    QCOMPARE(b.board.control.property(QStringLiteral("Streaming")), QVariant(true));
+    QCOMPARE(b.board.player.targets(), QStringList());
+    QVERIFY(b.playsAnother());
 }
 
 void BusFaultTest::phoneNamesOfEveryKind_data()

@@ -51,18 +51,19 @@ void AdapterManager::subscribe()
         QLatin1String path;
         QLatin1String interface;
         QLatin1String signal;
+        QLatin1String signature; ///< without it a map of other types would be read as the slot's, beyond its end
         const char *slot;
     } subscriptions[] = {
         {bus::ObjectManagerPath, bus::ObjectManagerInterface, QLatin1String("InterfacesAdded"),
-         SLOT(InterfacesAdded(QDBusObjectPath, QVariantMapMap))},
-        {bus::ObjectManagerPath, bus::ObjectManagerInterface, QLatin1String("InterfacesRemoved"),
+         QLatin1String("oa{sa{sv}}"), SLOT(InterfacesAdded(QDBusObjectPath, QVariantMapMap))},
+        {bus::ObjectManagerPath, bus::ObjectManagerInterface, QLatin1String("InterfacesRemoved"), QLatin1String("oas"),
          SLOT(InterfacesRemoved(QDBusObjectPath, QStringList))},
-        {bus::AnyPath, bus::PropertiesInterface, bus::PropertiesChanged,
+        {bus::AnyPath, bus::PropertiesInterface, bus::PropertiesChanged, bus::PropertiesChangedSignature,
          SLOT(PropertiesChanged(QString, QVariantMap, QStringList))},
     };
     for (const auto &subscription : subscriptions) {
         if (!QDBusConnection::systemBus().connect(bus::BluezService, subscription.path, subscription.interface,
-                                                  subscription.signal, this, subscription.slot))
+                                                  subscription.signal, subscription.signature, this, subscription.slot))
             qWarning("0Could not subscribe to %s", subscription.signal.data());
     }
     auto *watcher = new QDBusServiceWatcher(bus::BluezService, QDBusConnection::systemBus(),

@@ -24,6 +24,7 @@ inline constexpr QLatin1String ControlPath("/kadobt");
 inline constexpr QLatin1String AgentPath("/Nodera/BluetoothAgent");
 
 inline constexpr QLatin1String PropertiesChanged("PropertiesChanged");
+inline constexpr QLatin1String PropertiesChangedSignature("sa{sv}as");
 inline constexpr QLatin1String AliasProperty("Alias");
 inline constexpr QLatin1String ConnectedProperty("Connected");
 inline constexpr QLatin1String StateProperty("State");

@@ -56,7 +56,8 @@ Transport::Transport(const QString &path, Codec &codec, const AbstractManager &m
     lookAgain_.setInterval(EndedStreamLookMs);
     connect(&lookAgain_, &QTimer::timeout, this, &Transport::readData);
     QDBusConnection::systemBus().connect(bus::BluezService, path_, bus::PropertiesInterface, bus::PropertiesChanged,
-                                         this, SLOT(PropertiesChanged(QString, QVariantMap, QStringList)));
+                                         bus::PropertiesChangedSignature, this,
+                                         SLOT(PropertiesChanged(QString, QVariantMap, QStringList)));
 }
 
 Transport::~Transport()
