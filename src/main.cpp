@@ -3,6 +3,7 @@
 #include "core/eventdispatcher.h"
 #include "core/kadoinfo.h"
 #include "core/log.h"
+#include "core/standarddescriptors.h"
 #include "module/csr8675manager.h"
 #include "player/playerrequests.h"
 
@@ -14,6 +15,8 @@
 
 int main(int argc, char **argv)
 {
+    occupyStandardDescriptors();
+
     // The thread that QtDBus starts has an event loop of its own: Qt's costs less there than GLib's.
     qputenv("QT_NO_GLIB", "1");
 
