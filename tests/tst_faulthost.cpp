@@ -66,6 +66,9 @@ private:
 class HostFaultTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
+    void logThatCannotBeWritten_data();
+    void logThatCannotBeWritten();
+    void systemLogThatStopsReading();
     void systemLogThatStartsAgain();
     void nameFileOfAnyKind_data();
     void nameFileOfAnyKind();
@@ -73,6 +76,49 @@ private Q_SLOTS:
     void playerOfAnyKind_data();
     void playerOfAnyKind();
 };
+
+void HostFaultTest::logThatCannotBeWritten_data()
+{
+    QTest::addColumn<QString>("redirection");
+    QTest::newRow("standard error closed") << "2>&-";
+    QTest::newRow("everything closed") << "0<&- 1>&- 2>&-";
+    QTest::newRow("full disk") << "1>/dev/full 2>/dev/full";
+    QTest::newRow("pipe that nobody reads") << "2>/tmp/pipe";
+    QTest::newRow("pipe whose reader has left") << "2>/tmp/pipe";
+}
+
+void HostFaultTest::logThatCannotBeWritten()
+{
+    QFETCH(QString, redirection);
+    FileDescriptor reader;
+    if (redirection.contains(QStringLiteral("pipe"))) {
+        QFile::remove(QStringLiteral("/tmp/pipe"));
+        QCOMPARE(::mkfifo("/tmp/pipe", 0600), 0);
+        reader = FileDescriptor(::open("/tmp/pipe", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+        QVERIFY(::fcntl(reader.get(), F_SETPIPE_SZ, 4096) >= 0);
+    }
+    ConfiguredBoard b(Traced, redirection);
+    QVERIFY(b.ready);
+    if (QByteArray(QTest::currentDataTag()).endsWith("left"))
+        reader.reset();
+    QVERIFY(b.playsAnother());
+    b.phone.disconnect();
+    WAIT_UNTIL(b.board.player.targets().last() == notification(true, false, "", false));
+}
+
+void HostFaultTest::systemLogThatStopsReading()
+{
+    if (QFile::exists(QStringLiteral("/dev/log")))
+        QSKIP("this machine has a syslog of its own");
+    SystemLog log;
+    ConfiguredBoard b(TracedToSyslog);
+    QVERIFY(b.ready);
+    QVERIFY(b.playsAnother()); // many more lines than the socket holds
+    const QList<QByteArray> kept = log.read();
+    QVERIFY(kept.constFirst().contains("start kado-bt"));
+    b.board.control.call(QStringLiteral("SelectBluetooth"));
+    QVERIFY(log.receives("kado-bt: SelectBluetooth(): \"http")); // it reads again
+}
 
 void HostFaultTest::systemLogThatStartsAgain()
 {

@@ -1,15 +1,16 @@
 #include "core/log.h"
 
+#include "core/logwriter.h"
+
 #include <QLoggingCategory>
 
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
-#include <syslog.h>
 
 namespace {
 
 LogSettings settings;
+LogWriter writer;
 
 const char *prefix(QtMsgType type)
 {
@@ -50,11 +51,11 @@ void print(QtMsgType type, const QString &message)
     const int level = hasLevel ? first - '0' : 9;
     if (level > settings.debugLevel)
         return;
-    const QByteArray text = oneLine(hasLevel ? message.mid(1) : message).toUtf8();
+    const QByteArray line = prefix(type) + oneLine(hasLevel ? message.mid(1) : message).toUtf8();
     if (settings.logToStderr)
-        std::fprintf(stderr, "%s%s\n", prefix(type), text.constData());
+        writer.toStderr(line);
     else
-        syslog(LOG_INFO, "%s%s\n", prefix(type), text.constData());
+        writer.toSyslog(line);
 }
 
 void messageHandler(QtMsgType type, const QMessageLogContext &, const QString &message)
