@@ -56,26 +56,33 @@ HttpGet::HttpGet(quint16 port, const QByteArray &target, QObject *parent)
     }
     timeout_.start(TimeoutMs);
     writable_ = std::make_unique<QSocketNotifier>(socket_.get(), QSocketNotifier::Write);
-    connect(writable_.get(), &QSocketNotifier::activated, this, &HttpGet::connected);
+    connect(writable_.get(), &QSocketNotifier::activated, this, &HttpGet::sendRequest);
     readable_ = std::make_unique<QSocketNotifier>(socket_.get(), QSocketNotifier::Read);
     readable_->setEnabled(false);
     connect(readable_.get(), &QSocketNotifier::activated, this, &HttpGet::readAnswer);
 }
 
-void HttpGet::connected()
+void HttpGet::sendRequest()
 {
     int error = 0;
     socklen_t size = sizeof error;
     ::getsockopt(socket_.get(), SOL_SOCKET, SO_ERROR, &error, &size);
-    // A fresh connection's buffer takes any request of ours whole.
-    if (error == 0
-        && ::send(socket_.get(), request_.constData(), static_cast<size_t>(request_.size()), MSG_NOSIGNAL) < 0)
-        error = errno;
+    ssize_t sent = 0;
+    if (error == 0) {
+        sent = ::send(socket_.get(), request_.constData(), static_cast<size_t>(request_.size()), MSG_NOSIGNAL);
+        if (sent < 0 && errno != EAGAIN && errno != EINTR)
+            error = errno;
+    }
     if (error != 0) {
         finish(qt_error_string(error));
         leave();
         return;
     }
+    // A name may be longer than what the socket takes at once.
+    if (sent > 0)
+        request_.remove(0, static_cast<int>(sent));
+    if (!request_.isEmpty())
+        return;
     writable_->setEnabled(false);
     readable_->setEnabled(true);
 }

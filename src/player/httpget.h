@@ -27,12 +27,12 @@ Q_SIGNALS:
     void finished(const QString &error);
 
 private:
-    void connected();
+    void sendRequest();
     void readAnswer();
     void finish(const QString &error);
     void leave();
 
-    QByteArray request_;
+    QByteArray request_; ///< what is still to be sent
     QByteArray answer_;
     FileDescriptor socket_;
     std::unique_ptr<QSocketNotifier> writable_;
