@@ -56,6 +56,7 @@ private Q_SLOTS:
     void floodsPassBy();
     void propertiesWithoutMeasure();
     void thousandsOfDevices();
+    void busThatGoesAway();
 };
 
 void BusFaultTest::valuesOfTheWrongType()
@@ -244,6 +245,16 @@ void BusFaultTest::thousandsOfDevices()
     QVERIFY(board.startDaemon());
     WAIT_UNTIL(board.player.targets().last() == notification(true, true, "Anna", false));
     QVERIFY(phone.authorize());
+}
+
+void BusFaultTest::busThatGoesAway()
+{
+    ConfiguredBoard b;
+    QVERIFY(b.ready && b.startHeard());
+    b.board.bus.kill();
+    WAIT_UNTIL(b.board.daemon.process().state() == QProcess::NotRunning);
+    QCOMPARE(b.board.daemon.process().exitStatus(), QProcess::CrashExit);
+    QCOMPARE(b.board.daemon.logTexts().last(), QStringLiteral("Fatal: The system bus is gone"));
 }
 
 QTEST_GUILESS_MAIN(BusFaultTest)

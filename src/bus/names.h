@@ -12,6 +12,8 @@ inline constexpr QLatin1String AnyPath(""); ///< in a subscription
 inline constexpr QLatin1String ObjectManagerPath("/");
 inline constexpr QLatin1String ObjectManagerInterface("org.freedesktop.DBus.ObjectManager");
 inline constexpr QLatin1String PropertiesInterface("org.freedesktop.DBus.Properties");
+inline constexpr QLatin1String LocalPath("/org/freedesktop/DBus/Local");
+inline constexpr QLatin1String LocalInterface("org.freedesktop.DBus.Local");
 
 inline constexpr QLatin1String AdapterInterface("org.bluez.Adapter1");
 inline constexpr QLatin1String AgentManagerInterface("org.bluez.AgentManager1");

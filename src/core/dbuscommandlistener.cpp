@@ -9,6 +9,9 @@
 
 DBusCommandListener::DBusCommandListener(AbstractManager *manager) : QDBusAbstractAdaptor(manager), manager_(*manager)
 {
+    // A signal of the library's own.
+    QDBusConnection::systemBus().connect(QString(), bus::LocalPath, bus::LocalInterface, QStringLiteral("Disconnected"),
+                                         this, SLOT(busLost()));
 }
 
 void DBusCommandListener::claimService(AbstractManager *manager)
@@ -23,6 +26,11 @@ void DBusCommandListener::claimService(AbstractManager *manager)
     }
     logDebug() << "Register Object"
                << systemBus.registerObject(bus::ControlPath, manager, QDBusConnection::ExportAdaptors);
+}
+
+void DBusCommandListener::busLost()
+{
+    qFatal("0The system bus is gone");
 }
 
 bool DBusCommandListener::adapterPresent() const

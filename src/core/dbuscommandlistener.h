@@ -15,7 +15,8 @@ class DBusCommandListener : public QDBusAbstractAdaptor {
     Q_PROPERTY(bool Streaming READ streaming)
     Q_PROPERTY(QString Name READ name)
 public:
-    /// Attaches the interface to `manager`, its parent and owner.
+    /// Attaches the interface to `manager`, its parent and owner. From here on the loss of the system bus is a fatal
+    /// message: a daemon that nobody can reach, started again, can be reached when the bus is back.
     explicit DBusCommandListener(AbstractManager *manager);
 
     /// Takes the service name "org.kadobt" on the system bus, a fatal message if that is refused, and exports `manager`
@@ -33,6 +34,9 @@ public Q_SLOTS:
     void ResetAlias();
     bool IsAdapterPresent();
     void SelectBluetooth();
+
+private Q_SLOTS:
+    void busLost(); // private: not a method of the interface
 
 private:
     AbstractManager &manager_;
