@@ -53,6 +53,7 @@ private Q_SLOTS:
     void cyclesLeaveNothingBehind();
     void clientsLeaveNothingBehind_data();
     void clientsLeaveNothingBehind();
+    void acquireThatIsNeverAnswered();
     void endedStreamsCostNothing();
     void secondStreamWhileTheFirstPlays_data();
     void secondStreamWhileTheFirstPlays();
@@ -115,6 +116,43 @@ void StreamFaultTest::clientsLeaveNothingBehind()
     compare(*first, holdings());
     QVERIFY(b.board.player.connectAudio());
     WAIT_UNTIL(b.phone.send(packet) && !b.board.player.heard().isEmpty());
+}
+
+void StreamFaultTest::acquireThatIsNeverAnswered()
+{
+    ConfiguredBoard b;
+    QVERIFY(b.ready);
+    const int descriptors = settledDescriptors(b.board.daemon);
+    QDBusMessage unanswered;
+    b.board.bluez.intercept(QStringLiteral("Acquire"), [&](const QDBusMessage &call) {
+        unanswered = call;
+        return true;
+    });
+    QElapsedTimer clock;
+    clock.start();
+    pend(b, b.phone.transportPath());
+    const auto failed = [&] {
+        return !b.board.daemon.logTexts()
+                    .filter(QStringLiteral("MediaTransport1.Acquire: \"org.freedesktop.DBus.Error.NoReply\""))
+                    .isEmpty();
+    };
+    QVERIFY(sim::waitFor(failed, 20'000));
+    qInfo("gave up after %lld ms", clock.elapsed());
+    QVERIFY(clock.elapsed() < 15'000);
+
+    // The answer comes after all: its descriptor is closed, and nobody is confused.
+    int ends[2];
+    QCOMPARE(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
+    b.board.bluez.connection().send(
+        unanswered.createReply({QVariant::fromValue(QDBusUnixFileDescriptor(ends[0])), QVariant::fromValue<ushort>(Mtu),
+                                QVariant::fromValue<ushort>(Mtu)}));
+    ::close(ends[0]);
+    const FileDescriptor phoneEnd(ends[1]);
+    char byte = 0;
+    WAIT_UNTIL(::recv(phoneEnd.get(), &byte, 1, MSG_DONTWAIT) == 0); // nobody holds the other end
+    QCOMPARE(settledDescriptors(b.board.daemon), descriptors);
+    b.board.bluez.stopIntercepting(QStringLiteral("Acquire"));
+    QVERIFY(b.playsAnother());
 }
 
 void StreamFaultTest::endedStreamsCostNothing()

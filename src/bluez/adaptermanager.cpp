@@ -294,7 +294,8 @@ void AdapterManager::SetProperty(const QString &interface, const QString &path, 
 QVariant AdapterManager::GetProperty(const QString &interface, const QString &path, const QString &name)
 {
     logDebug() << "GetProperty" << interface << path << name;
-    const QDBusMessage reply = bus::callBluez(path, bus::PropertiesInterface, QStringLiteral("Get"), {interface, name});
+    const QDBusMessage reply = bus::callBluez(path, bus::PropertiesInterface, QStringLiteral("Get"), {interface, name},
+                                              bus::PhoneAnswerMs);
     logDebug() << reply.errorName() << reply.errorMessage();
     if (reply.type() != QDBusMessage::ReplyMessage)
         return {};

@@ -6,17 +6,12 @@
 
 namespace bus {
 
-namespace {
-// Bringing up a radio may take BlueZ seconds; this is what the bus libraries grant by default.
-constexpr int AnswerTimeoutMs = 25'000;
-} // namespace
-
 QDBusMessage callBluez(const QString &path, const QString &interface, const QString &method,
-                       const QVariantList &arguments)
+                       const QVariantList &arguments, int timeoutMs)
 {
     QDBusMessage call = QDBusMessage::createMethodCall(BluezService, path, interface, method);
     call.setArguments(arguments);
-    return QDBusConnection::systemBus().call(call, QDBus::Block, AnswerTimeoutMs);
+    return QDBusConnection::systemBus().call(call, QDBus::Block, timeoutMs);
 }
 
 } // namespace bus

@@ -115,7 +115,8 @@ void Transport::setState(const QString &state)
 
 void Transport::Acquire()
 {
-    const QDBusMessage reply = bus::callBluez(path_, bus::MediaTransportInterface, QStringLiteral("Acquire"));
+    const QDBusMessage reply = bus::callBluez(path_, bus::MediaTransportInterface, QStringLiteral("Acquire"), {},
+                                              bus::PhoneAnswerMs);
     logDebug() << reply;
 
     FileDescriptor fd;
