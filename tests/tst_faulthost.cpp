@@ -195,7 +195,7 @@ void HostFaultTest::noDescriptorsForClients()
     QVERIFY(b.hears(sim::decodeSbc(sent + sent)));
 
     QCOMPARE(::prlimit(pid, RLIMIT_NOFILE, &usual, nullptr), 0);
-    const QByteArray packet = sent.constFirst();
+    const QByteArray &packet = sent.constFirst();
     WAIT_UNTIL(b.phone.send(packet) && !late.heard().isEmpty());
     QVERIFY(b.playsAnother());
 }
