@@ -120,11 +120,9 @@ void CodecSBC::processPacket(const char *packet, int length, QIODevice *out)
 
 void CodecSBC::startDecoderFor(int subbands)
 {
-    if (startedSubbands_ == 0) {
-        startedSubbands_ = subbands;
-    } else if (startedSubbands_ < subbands) {
-        // libsbc lays its filter memory out for the first frame's subbands: 8 hold 4, but 4 do not hold 8.
+    // libsbc lays its filter memory out for the first frame's subbands, and what frames of another number move in it is
+    // never moved back: without a fresh start every later frame sounds wrong.
+    if (startedSubbands_ != 0 && startedSubbands_ != subbands)
         sbc_reinit(&decoder_, 0);
-        startedSubbands_ = subbands;
-    }
+    startedSubbands_ = subbands;
 }

@@ -17,14 +17,15 @@ public:
     QByteArray selectConfiguration(const QByteArray &peerCapabilities) override;
     void setConfiguration(const QByteArray &configuration) override;
     void prepare(int readMtu) override;
-    /// The frames of one packet, decoded by the one decoder that lives as long as the codec.
+    /// The frames of one packet, decoded by the one decoder that lives as long as the codec. It starts afresh where the
+    /// number of subbands changes.
     void processPacket(const char *packet, int length, QIODevice *out) override;
 
 private:
     void startDecoderFor(int subbands);
 
     sbc_t decoder_{};
-    int startedSubbands_ = 0; ///< of the first frame that the decoder was given; 0 before it
+    int startedSubbands_ = 0; ///< of the frames that the decoder was given; 0 before the first
     std::unique_ptr<char[]> pcm_;
     size_t pcmSize_ = 0;
 };
