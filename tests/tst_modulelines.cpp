@@ -17,6 +17,8 @@ private Q_SLOTS:
     void replies_data();
     void replies();
     void chainEndsInSaveOrStatus();
+    void whatIsNotKeptIsNotSavedAgain();
+    void namesThatACommandCannotHold();
     void phoneEvents();
     void phoneName();
     void takesAnyBytes();
@@ -103,6 +105,60 @@ void ModuleLinesTest::chainEndsInSaveOrStatus()
     speakerName.clear();
     QCOMPARE(answer("NAME=Old BT"), QByteArray());
     QCOMPARE(answer("CODEC=7 44100 1"), QByteArray("status\r"));
+}
+
+void ModuleLinesTest::whatIsNotKeptIsNotSavedAgain()
+{
+    QString speakerName = QStringLiteral("A=B"); // which the module's answer does not tell from "A B"
+    ModuleProtocol protocol([&] { return speakerName; });
+    // One check; returns how it ends.
+    const auto check = [&](const char *name, const char *audio) {
+        protocol.process(QString::fromLatin1(name));
+        protocol.process(QString::fromLatin1(audio));
+        protocol.process(QStringLiteral("I2S=0202"));
+        return protocol.process(QStringLiteral("CODEC=7 44100 1")).command;
+    };
+    const QByteArray saved = "write\rreset\r";
+    const QByteArray done = "status\r";
+
+    QCOMPARE(check("NAME=CSR8675 BT", "AUDIO=0"), saved);
+    QCOMPARE(check("NAME=A=B BT", "AUDIO=3"), saved); // something else than before
+    QCOMPARE(check("NAME=A=B BT", "AUDIO=3"), done);
+    QCOMPARE(protocol.process(QStringLiteral("NAME=A=B BT")).command, QByteArray("set name=A=B BT\rget audio\r"));
+    QCOMPARE(check("NAME=A=B BT", "AUDIO=0"), saved);
+    speakerName = QStringLiteral("C=D");
+    QCOMPARE(check("NAME=A=B BT", "AUDIO=0"), saved);
+    QCOMPARE(check("NAME=C=D BT", "AUDIO=0"), done);
+    // A module that has lost its settings after a check that found nothing is saved again.
+    speakerName = QStringLiteral("Kitchen");
+    QCOMPARE(check("NAME=CSR8675 BT", "AUDIO=0"), saved);
+    QCOMPARE(check("NAME=Kitchen BT", "AUDIO=3"), done);
+    QCOMPARE(check("NAME=CSR8675 BT", "AUDIO=0"), saved);
+
+    // A codec that cannot be set.
+    ModuleProtocol other([] { return QString(); });
+    const auto codec = [&] { return other.process(QStringLiteral("CODEC=5")).command; };
+    QCOMPARE(codec(), QByteArray("set codec=7 44100 1\rwrite\rreset\r"));
+    QCOMPARE(codec(), QByteArray("set codec=7 44100 1\rstatus\r"));
+    QCOMPARE(codec(), QByteArray("set codec=7 44100 1\rstatus\r"));
+}
+
+void ModuleLinesTest::namesThatACommandCannotHold()
+{
+    QString speakerName = QStringLiteral("Kitchen\r");
+    ModuleProtocol protocol([&] { return speakerName; });
+    const auto answer = [&](const QByteArray &name) {
+        return protocol.process(QString::fromLatin1("NAME=" + name)).command;
+    };
+    QCOMPARE(answer("Old BT"), QByteArray("set name=Kitchen BT\rget audio\r"));
+    QCOMPARE(answer("Kitchen BT"), QByteArray("get audio\r"));
+    speakerName = QStringLiteral("\r");
+    QCOMPARE(answer("Old BT"), QByteArray());
+    // A Bluetooth name has 248 bytes.
+    speakerName = QString(1000, QLatin1Char('a'));
+    const QByteArray longest = QByteArray(245, 'a') + " BT";
+    QCOMPARE(answer("Old BT"), "set name=" + longest + "\rget audio\r");
+    QCOMPARE(answer(longest), QByteArray("get audio\r"));
 }
 
 void ModuleLinesTest::phoneEvents()

@@ -7,8 +7,9 @@
 /// Cuts what a serial line brings into lines, ended by CR or LF. Each byte is one Latin-1 character.
 class LineReader {
 public:
-    /// Longest line that is kept; the module's have some forty characters.
-    static constexpr int MaxLineLength = 4096;
+    /// Longest line that is kept; the module's have some forty characters, and a phone's name in one 248 bytes at most.
+    /// What is sent back of it fits into SerialLine::MaxUnsentBytes.
+    static constexpr int MaxLineLength = 1024;
 
     /// Takes what one read brought, up to its first zero byte, and returns the lines that it completes, empty ones
     /// included. A line that grows beyond MaxLineLength is dropped and logged; reading goes on behind its end.

@@ -5,6 +5,8 @@
 
 #include <QRegularExpression>
 
+#include <utility>
+
 struct ModuleProtocol::Rule {
     const char *word0;
     const char *word1; ///< null: any
@@ -21,6 +23,15 @@ const ModuleProtocol::Rule ModuleProtocol::Rules[] = {
 };
 
 namespace {
+
+// A Bluetooth name has 248 bytes at most; a longer one the module would cut.
+constexpr int MaxNameLength = 248 - static_cast<int>(sizeof SpeakerNameSuffix - 1);
+
+/// The part of a speaker's name that a command can hold; a carriage return would end it.
+QString nameForModule(QString speakerName)
+{
+    return speakerName.remove(QLatin1Char('\r')).left(MaxNameLength);
+}
 
 ModuleReaction command(const QByteArray &text)
 {
@@ -112,7 +123,7 @@ ModuleReaction ModuleProtocol::checkName(const Words &words)
 {
     // The last word of several is the suffix.
     const QString moduleName = words.count() < 3 ? words[1] : words.joined(1, words.count() - 1);
-    const QString speakerName = speakerName_();
+    const QString speakerName = nameForModule(speakerName_());
     if (speakerName.isEmpty())
         return {};
     if (speakerName == moduleName) {
@@ -120,8 +131,8 @@ ModuleReaction ModuleProtocol::checkName(const Words &words)
         return command("get audio\r");
     }
     qDebug("BT name mismatch - fixing");
-    commitNeeded_ = true;
-    return command("set name=" + (speakerName + QLatin1String(SpeakerNameSuffix)).toUtf8() + "\rget audio\r");
+    const QByteArray name = (speakerName + QLatin1String(SpeakerNameSuffix)).toUtf8();
+    return command(correct(Name, "set name=" + name + '\r') + "get audio\r");
 }
 
 ModuleReaction ModuleProtocol::audioMode(const Words &words)
@@ -129,8 +140,7 @@ ModuleReaction ModuleProtocol::audioMode(const Words &words)
     if (words[1] == QLatin1String("3"))
         return command("get i2s\r");
     qDebug("BT audio mode mismatch - fixing");
-    commitNeeded_ = true;
-    return command("set audio=3\rget i2s\r");
+    return command(correct(AudioMode, "set audio=3\r") + "get i2s\r");
 }
 
 ModuleReaction ModuleProtocol::i2sMode(const Words &words)
@@ -138,8 +148,7 @@ ModuleReaction ModuleProtocol::i2sMode(const Words &words)
     if (words[1] == QLatin1String("0202"))
         return command("get codec\r");
     qDebug("BT I2S mode mismatch - fixing");
-    commitNeeded_ = true;
-    return command("set i2s=0202\rget codec\r");
+    return command(correct(I2sMode, "set i2s=0202\r") + "get codec\r");
 }
 
 ModuleReaction ModuleProtocol::codec(const Words &words)
@@ -147,13 +156,16 @@ ModuleReaction ModuleProtocol::codec(const Words &words)
     QByteArray correction;
     if (words[1] != QLatin1String("7") || words[2] != QLatin1String("44100")) {
         qDebug("BT codec mode mismatch - fixing");
-        commitNeeded_ = true;
-        correction = "set codec=7 44100 1\r";
+        correction = correct(CodecMode, "set codec=7 44100 1\r");
     }
-    if (!commitNeeded_)
-        return command(Status);
-    commitNeeded_ = false;
-    return command(correction + "write\rreset\r");
+    const Corrections corrections = std::exchange(corrections_, {});
+    const bool allRight = corrections == Corrections{};
+    if (!allRight && corrections == savedCorrections_) {
+        qDebug("BT settings are not kept by the module");
+        return command(correction + Status);
+    }
+    savedCorrections_ = corrections;
+    return command(allRight ? QByteArray(Status) : correction + "write\rreset\r");
 }
 
 ModuleReaction ModuleProtocol::state(const Words &words)

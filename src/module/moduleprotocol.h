@@ -4,6 +4,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <array>
 #include <functional>
 
 /// What is to be done after a line of the module's.
@@ -17,8 +18,10 @@ struct ModuleReaction {
 ///
 /// The settings are checked in a chain that "get name" begins: name, audio mode 3, I2S mode 0202, codec 7 at 44100 Hz.
 /// A wrong one is corrected on the way; at its end corrected settings are saved and the module restarts, announces
-/// "Ready" and is checked again, or, with nothing to correct, its status is asked for. Without a speaker name the chain
-/// ends after the name.
+/// "Ready" and is checked again, or, with nothing to correct, its status is asked for. Corrections that were saved and
+/// have to be made once more, all of them and no other, are ones that this module does not keep, or tells in another
+/// way: they are made, but not saved again, since the module would restart without end. Without a speaker name the
+/// chain ends after the name.
 class ModuleProtocol {
 public:
     static constexpr char GetName[] = "get name\r";
@@ -66,10 +69,18 @@ private:
     ModuleReaction link(const Words &words);
     ModuleReaction checkName(const Words &words);
 
+    enum Setting { Name, AudioMode, I2sMode, CodecMode, SettingCount };
+    /// The commands with which settings were corrected; empty for one that was right.
+    using Corrections = std::array<QByteArray, SettingCount>;
+
+    /// Remembers a correction and returns its command.
+    const QByteArray &correct(Setting setting, const QByteArray &command) { return corrections_[setting] = command; }
+
     std::function<QString()> speakerName_;
     bool connected_ = false;
     bool streaming_ = false;
     QString phoneName_;
     bool remoteNamePending_ = false; ///< the next NAME is the phone's
-    bool commitNeeded_ = false;      ///< a setting was corrected and is not saved yet
+    Corrections corrections_;        ///< not saved yet
+    Corrections savedCorrections_;   ///< saved last; none once a check has found everything right
 };
