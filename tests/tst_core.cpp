@@ -78,6 +78,10 @@ void CoreTest::deviceInformation_data()
     row("no settings", "<k> <bt>melody</bt></k>", false);
     row("broken behind it", "<settings> <bt>melody</bt></wrong>", true);
     row("broken before it", "<settings> </wrong><bt>melody</bt>", false);
+    row("an umlaut that is no UTF-8 behind it",
+        "<settings> <bt>melody</bt> K\xFC"
+        "che</settings>",
+        false);
     row("empty", "", false);
     row("not XML", "melody", false);
     row("only settings", "<settings/>", false);

@@ -13,7 +13,8 @@ public:
 
     /// Reads a description from an open device: true when a "bt" element after the start of the first "settings"
     /// element holds exactly the text melody. The token right after the "settings" start tag, normally white space, is
-    /// passed over. Reading stops quietly at the first syntax error; what was found before it stands.
+    /// passed over. Reading stops quietly at the first syntax error; what was found before it stands. Bytes that do not
+    /// belong to the file's encoding (UTF-8, when it names none) hide all of a small file.
     static bool selectsMelody(QIODevice &xml);
 
 private:
