@@ -1,0 +1,45 @@
+// The negotiation of SBC: length (1 byte) and octets of what a phone offers, then the octets of a configuration.
+
+#include "codec/codecsbc.h"
+#include "fuzz/configuration.h"
+
+#include <algorithm>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
+
+namespace {
+
+constexpr fuzzing::ChoiceField Frequency{0, 1, 0xF0, 0x10};
+constexpr fuzzing::ChoiceField ChannelMode{0, 1, 0x0F, 0x01};
+constexpr fuzzing::ChoiceField Blocks{1, 1, 0xF0, 0x10};
+constexpr fuzzing::ChoiceField Subbands{1, 1, 0x0C, 0x04};
+constexpr fuzzing::ChoiceField Allocation{1, 1, 0x03, 0x02};
+constexpr fuzzing::ChoiceField MinBitpool{2, 1, 0xFF, 0};
+constexpr fuzzing::ChoiceField MaxBitpool{3, 1, 0xFF, 0};
+
+constexpr fuzzing::Rate Rates[] = {{0x80, 16000}, {0x40, 32000}, {0x20, 44100}, {0x10, 48000}};
+constexpr unsigned Mono = 0x08;
+
+void checkStream(CodecSBC &codec, const QByteArray &configuration)
+{
+    fuzzing::checkStream(codec, configuration, Frequency, Rates, 44100, ChannelMode, Mono);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    static CodecSBC codec;
+    fuzzing::Input input(data, size);
+    const QByteArray offered = input.bytes(input.byte());
+    const QByteArray selected = codec.selectConfiguration(offered);
+    PROMISED(selected.size() == 4);
+    for (const auto &field : {Frequency, ChannelMode, Blocks, Subbands, Allocation})
+        fuzzing::checkChoice(offered, selected, field);
+    PROMISED(valueOf(selected, MinBitpool) == std::max(valueOf(offered, MinBitpool), 2U));
+    PROMISED(valueOf(selected, MaxBitpool) == std::min(valueOf(offered, MaxBitpool), 250U));
+    PROMISED(codec.selectConfiguration(selected) == selected);
+    checkStream(codec, selected);
+    checkStream(codec, input.rest());
+    return 0;
+}
