@@ -146,6 +146,8 @@ void Daemon::readLog()
     for (auto end = partial_.indexOf('\n'); end >= 0; end = partial_.indexOf('\n')) {
         const QString text = QString::fromUtf8(partial_.left(end));
         partial_.remove(0, end + 1);
+        if (text.startsWith(QLatin1String("qemu: uncaught target signal ")))
+            continue; // not the daemon's words: a binary of another architecture, run under qemu, has aborted
         log_.append({clock_.elapsed(), text});
         Q_EMIT logLine(text);
     }
