@@ -3,7 +3,7 @@
 #include "core/eventdispatcher.h"
 #include "core/kadoinfo.h"
 #include "core/log.h"
-#include "core/standarddescriptors.h"
+#include "core/processsetup.h"
 #include "module/csr8675manager.h"
 #include "player/playerrequests.h"
 
@@ -16,6 +16,7 @@
 int main(int argc, char **argv)
 {
     occupyStandardDescriptors();
+    giveLargeBlocksBack();
 
     // The thread that QtDBus starts has an event loop of its own: Qt's costs less there than GLib's.
     qputenv("QT_NO_GLIB", "1");

@@ -29,6 +29,7 @@ private Q_SLOTS:
     void newestClientHears();
     void packetsAreReadWithoutAClient();
     void slowClientDelaysNothing();
+    void slowClientsMemoryIsGivenBack();
     void malformedPacketsPassBy();
     void aacReachesThePlayerAsAdts();
     void adapterLossEndsTheStream();
@@ -318,6 +319,27 @@ void StreamingTest::slowClientDelaysNothing()
     b.board.player.pauseReading(false);
     QVERIFY(b.hears(sim::decodeSbc(sent)));
     QCOMPARE(b.accepted(), 1);
+}
+
+void StreamingTest::slowClientsMemoryIsGivenBack()
+{
+#ifdef KADO_SANITIZED
+    QSKIP("A sanitizer keeps what is freed");
+#endif
+    constexpr int BacklogKib = 4 * 1024;
+    constexpr int OtherKib = 512;
+    ConfiguredBoard b;
+    QVERIFY(b.ready && b.startHeard());
+    const QList<QByteArray> sent = packets(30); // more than is kept
+    const int before = b.board.daemon.privateDirtyKib();
+    for (int round = 1; round <= 3; ++round) { // the C library learns from the first
+        b.board.player.pauseReading(true);
+        QVERIFY(b.send(sent));
+        QVERIFY(b.board.daemon.privateDirtyKib() < before + BacklogKib + OtherKib);
+        b.board.player.pauseReading(false);
+        WAIT_UNTIL(b.board.daemon.logTexts().filter(QStringLiteral("too slow")).size() == round);
+        WAIT_UNTIL(b.board.daemon.privateDirtyKib() < before + OtherKib);
+    }
 }
 
 void StreamingTest::malformedPacketsPassBy()

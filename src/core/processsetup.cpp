@@ -1,0 +1,26 @@
+#include "core/processsetup.h"
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <unistd.h>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
+void occupyStandardDescriptors()
+{
+    int fd = 0;
+    do {
+        fd = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd >= 0)
+        ::close(fd);
+}
+
+void giveLargeBlocksBack()
+{
+#ifdef __GLIBC__
+    constexpr int LargeBytes = 128 * 1024; // the size from which it does so at first
+    ::mallopt(M_MMAP_THRESHOLD, LargeBytes);
+#endif
+}
