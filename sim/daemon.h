@@ -35,6 +35,7 @@ public:
     /// Standard error so far, a line each.
     const QList<LogLine> &log() const { return log_; }
     QStringList logTexts() const;
+    void forgetLog() { log_.clear(); }
     /// Whether a line stands in the log, from line `from` on, blanks at its end not counted.
     bool logged(const QString &line, int from = 0) const;
     /// Standard output so far.

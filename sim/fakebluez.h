@@ -96,6 +96,7 @@ public:
     // What the daemon did.
     const QList<BluezCall> &calls() const { return calls_; }
     int countCalls(const QString &member) const;
+    void forgetCalls() { calls_.clear(); }
     const QList<RegisteredEndpoint> &endpoints() const { return endpoints_; }
     QString agentPath() const { return agentPath_; }
     bool defaultAgent() const { return defaultAgent_; }

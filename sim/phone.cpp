@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 namespace sim {
@@ -181,6 +182,15 @@ void Phone::hangUp()
     disconnect();
 }
 
+void Phone::loseLink()
+{
+    timer_.stop();
+    // A socket that is closed with something unread in it gives its other end an error.
+    ::send(offered_.get(), "", 1, MSG_DONTWAIT | MSG_NOSIGNAL);
+    socket_.reset();
+    disconnect();
+}
+
 void Phone::disconnect()
 {
     if (!transportPath_.isEmpty())
@@ -202,6 +212,12 @@ bool Phone::send(const QByteArray &packet)
         },
         FullSocketMs);
     return sent == Sent::Yes;
+}
+
+bool Phone::drained() const
+{
+    int unread = 0;
+    return ::ioctl(offered_.get(), FIONREAD, &unread) != 0 || unread == 0;
 }
 
 void Phone::play(const QList<QByteArray> &packets, const SbcFormat &format)

@@ -44,6 +44,9 @@ public:
     void suspend();
     /// Hangs up while streaming: the socket ends, ClearConfiguration, Connected false; no State change.
     void hangUp();
+    /// The link breaks while streaming: what the daemon reads next fails, and a moment later BlueZ reports the same as
+    /// when a phone hangs up.
+    void loseLink();
     /// Reports Connected false (after clear() when a transport is configured); nothing when it is not connected.
     void disconnect();
     using QObject::disconnect;
@@ -53,6 +56,8 @@ public:
     /// Sends one packet at once; waits, with the event loop running, while the socket is full. False when it is gone,
     /// or stays full for 10 s.
     bool send(const QByteArray &packet);
+    /// The daemon has read all that was sent. An empty packet does not count.
+    bool drained() const;
     /// Sends packets at the pace of their audio, in place of any that are still to be sent; `finished` follows the
     /// last, or the end of the socket. Packets that are due while the socket is full follow when there is room.
     void play(const QList<QByteArray> &packets, const SbcFormat &format);

@@ -3,6 +3,7 @@
 #include "sim/waiting.h"
 
 #include <QHostAddress>
+#include <QTimer>
 
 #include <cstdio>
 #include <utility>
@@ -10,8 +11,22 @@
 namespace sim {
 
 namespace {
+
 constexpr int ConnectMs = 2000;
+// Longer than the daemon waits before it sends the next request.
+constexpr int LateMs = 500;
+
+constexpr char Ok[] = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n";
+
+void answerAndClose(QTcpSocket *socket)
+{
+    if (!socket->isOpen()) // gone before a late answer
+        return;
+    socket->write(Ok);
+    socket->disconnectFromHost();
 }
+
+} // namespace
 
 Player::Player(QObject *parent) : QObject(parent)
 {
@@ -109,8 +124,13 @@ void Player::answer(QTcpSocket *socket)
 
         switch (behaviour_) {
         case Behaviour::Answer:
-            socket->write("HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
-            socket->disconnectFromHost(); // as it was asked to
+            answerAndClose(socket);
+            break;
+        case Behaviour::KeepOpen:
+            socket->write(Ok);
+            break;
+        case Behaviour::Late:
+            QTimer::singleShot(LateMs, socket, [socket] { answerAndClose(socket); });
             break;
         case Behaviour::Refuse:
             socket->write("HTTP/1.1 500 Internal Server Error\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");

@@ -26,7 +26,9 @@ class Player : public QObject {
     Q_OBJECT
 public:
     enum class Behaviour {
-        Answer,      ///< 200 with an empty body
+        Answer,      ///< 200 with an empty body; closes, as it is asked to
+        KeepOpen,    ///< the same, but does not close
+        Late,        ///< the same as Answer, half a second later
         Refuse,      ///< 500
         NeverAnswer, ///< accepts, reads and stays silent
         Garbage,     ///< answers with bytes that are no HTTP

@@ -1,44 +1,53 @@
 #include "sim/waiting.h"
 
 #include <QCoreApplication>
+#include <QDBusError>
 #include <QDBusPendingCallWatcher>
-#include <QDeadlineTimer>
+#include <QElapsedTimer>
 #include <QEventLoop>
 #include <QTimer>
+
+#include <algorithm>
+#include <limits>
 
 namespace sim {
 
 namespace {
 // A condition may depend on what no event of ours announces, as a reading of /proc does.
 constexpr int WakeUpMs = 10;
+// Between two looks lies a wake-up and whatever the events did. More than this is a process that was stopped for a
+// while, and what it waits for was most likely stopped with it.
+constexpr qint64 LongestLookMs = 1000;
 // Longer than anything that a daemon may take to answer, so that a slow answer is seen as what it is.
 constexpr int CallTimeoutMs = 10'000;
 } // namespace
 
 bool waitFor(const std::function<bool()> &condition, int ms)
 {
-    const QDeadlineTimer deadline(ms);
+    constexpr qint64 NsPerMs = 1'000'000;
+    qint64 left = ms * NsPerMs;
+    QElapsedTimer sinceLook;
+    sinceLook.start();
     QTimer wakeUp;
     wakeUp.start(WakeUpMs);
     while (!condition()) {
-        if (deadline.hasExpired())
+        if (left <= 0)
             return false;
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
         // Outside of QCoreApplication::exec() nobody else carries these out.
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        left -= std::min(sinceLook.nsecsElapsed(), LongestLookMs * NsPerMs);
+        sinceLook.start();
     }
     return true;
 }
 
 QDBusMessage callAndWait(const QDBusConnection &connection, const QDBusMessage &call)
 {
-    QDBusPendingCallWatcher watcher(connection.asyncCall(call, CallTimeoutMs));
-    if (!watcher.isFinished()) {
-        QEventLoop loop;
-        QObject::connect(&watcher, &QDBusPendingCallWatcher::finished, &loop, &QEventLoop::quit);
-        loop.exec();
-    }
-    return watcher.reply();
+    const QDBusPendingCallWatcher watcher(connection.asyncCall(call, std::numeric_limits<int>::max())); // no limit
+    if (waitFor([&] { return watcher.isFinished(); }, CallTimeoutMs))
+        return watcher.reply();
+    return QDBusMessage::createError(QDBusError::NoReply, QStringLiteral("No reply to ") + call.member());
 }
 
 } // namespace sim

@@ -8,7 +8,8 @@
 namespace sim {
 
 /// Runs the event loop until `condition` holds; false when it does not within `ms`. The condition is looked at again
-/// after every event, so nothing is waited for longer than it takes.
+/// after every event, so nothing is waited for longer than it takes. Time during which this process stood still,
+/// stopped by a signal for instance, does not count.
 bool waitFor(const std::function<bool()> &condition, int ms = 5000);
 
 /// Makes a method call and runs the event loop until its reply or error is there, 10 s at most. Unlike a blocking call
