@@ -1,0 +1,39 @@
+#pragma once
+
+#include "sim/player.h"
+#include "sim/soakreport.h"
+
+#include <QList>
+#include <QString>
+
+namespace sim {
+
+/// What the player has to be told, in order, held against what it is told.
+class SoakNotices {
+public:
+    SoakNotices(Player &player, SoakReport &report) : player_(player), report_(report) {}
+
+    /// The daemon owes the player this request. While the player is down it may get lost, but it must not come out of
+    /// order.
+    void owe(const QString &target) { owed_.append({target, playerDown_}); }
+    void setPlayerDown(bool down) { playerDown_ = down; }
+
+    /// Waits until all that is owed and cannot be lost has arrived, and insists that it is that and nothing else.
+    bool settle();
+
+private:
+    struct Owed {
+        QString target;
+        bool mayBeLost;
+    };
+    /// What has arrived is what is owed, in order, but for what may be lost.
+    bool matches() const;
+    void explain() const;
+
+    Player &player_;
+    SoakReport &report_;
+    QList<Owed> owed_;
+    bool playerDown_ = false;
+};
+
+} // namespace sim
