@@ -1,0 +1,26 @@
+// The least that a sink can do, in a process of its own: packets from standard input, a SOCK_SEQPACKET socket, one
+// blocking read each; their PCM to standard output, a stream socket, in one write a packet.
+
+#include "bench/sbcloop.h"
+
+#include <cstdlib>
+#include <unistd.h>
+
+int main()
+{
+    static char packet[4096];
+    static char pcm[32 * 1024];
+    sbc_t decoder;
+    sbc_init(&decoder, 0);
+    for (;;) {
+        const ssize_t length = ::read(STDIN_FILENO, packet, sizeof packet);
+        if (length <= 0)
+            break;
+        const std::size_t size = bench::decodePacket(decoder, packet, static_cast<std::size_t>(length), pcm,
+                                                     sizeof pcm);
+        if (::write(STDOUT_FILENO, pcm, size) != static_cast<ssize_t>(size))
+            return EXIT_FAILURE;
+    }
+    sbc_finish(&decoder);
+    return EXIT_SUCCESS;
+}

@@ -1,0 +1,92 @@
+#include "bench/contestants.h"
+
+#include "bench/fail.h"
+
+#include <QDir>
+
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+namespace bench {
+
+namespace {
+
+const QString PhonePath = QStringLiteral("/org/bluez/hci0/dev_00_AA_01_01_00_42");
+
+void insist(bool holds, const char *what)
+{
+    if (!holds)
+        fail(QString::fromLatin1(what));
+}
+
+/// A socket pair: the first end returned, the second in `other`.
+FileDescriptor socketPair(int type, FileDescriptor &other)
+{
+    int ends[2];
+    insist(::socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, ends) == 0, "no socket pair");
+    other = FileDescriptor(ends[1]);
+    return FileDescriptor(ends[0]);
+}
+
+/// A new client of the daemon's local audio socket.
+FileDescriptor connectAudio()
+{
+    FileDescriptor client(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const QByteArray path = QFile::encodeName(QDir::temp().filePath(QStringLiteral("bluetooth")));
+    insist(static_cast<std::size_t>(path.size()) < sizeof address.sun_path, "the temporary folder's path is too long");
+    std::memcpy(address.sun_path, path.constData(), static_cast<std::size_t>(path.size()));
+    insist(::connect(client.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0,
+           "the audio socket cannot be connected to");
+    return client;
+}
+
+} // namespace
+
+QByteArray daemonProgram()
+{
+    return qEnvironmentVariableIsSet("KADO_BT") ? qgetenv("KADO_BT") : QByteArray(KADO_BT_BINARY);
+}
+
+void Contestant::warmUp()
+{
+    constexpr int Packets = 300;
+    pump().run(Pump::Pace::BackToBack, Packets);
+}
+
+BareLoop::BareLoop(const Material &material)
+{
+    FileDescriptor in;
+    FileDescriptor out;
+    packets_ = socketPair(SOCK_SEQPACKET, in);
+    pcm_ = socketPair(SOCK_STREAM, out);
+    process_ = std::make_unique<Process>(QList<QByteArray>{KADO_BARELOOP}, QList<QByteArray>{},
+                                         Process::Streams{in.get(), out.get(), -1});
+    pump_ = std::make_unique<Pump>(*process_, packets_.get(), pcm_.get(), material);
+}
+
+BareLoop::~BareLoop() = default;
+
+KadoBt::KadoBt(const Material &material, const QList<QByteArray> &environment)
+    : phone_(board_.bluez, PhonePath, QStringLiteral("Anna")),
+      process_({daemonProgram(), "--stderr"},
+               QList<QByteArray>{"DBUS_SYSTEM_BUS_ADDRESS=" + board_.bus.address().toUtf8()} + environment)
+{
+    const auto notified = [this](int times) {
+        return sim::waitFor([&] { return board_.player.requests().size() >= times; });
+    };
+    insist(notified(1), "the daemon does not start");
+    phone_.connect();
+    insist(notified(2) && phone_.authorize() && phone_.configure(material.format), "the phone is not accepted");
+    pcm_ = connectAudio();
+    insist(phone_.start(static_cast<quint16>(material.mtu)) && notified(3), "the stream is not acquired");
+    // The player's answer leaves with the event loop, which does not run while packets do.
+    insist(board_.control.property(QStringLiteral("Streaming")).toBool(), "the daemon does not stream");
+    pump_ = std::make_unique<Pump>(process_, phone_.socket(), pcm_.get(), material);
+}
+
+KadoBt::~KadoBt() = default;
+
+} // namespace bench

@@ -1,0 +1,119 @@
+#include "bench/pump.h"
+
+#include "bench/fail.h"
+#include "bench/process.h"
+#include "bench/sbcloop.h"
+
+#include <cstring>
+#include <ctime>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+namespace bench {
+
+namespace {
+
+constexpr double NsPerUs = 1000;
+constexpr double NsPerSecond = 1e9;
+// So many packets, and their PCM, fit into the sockets: nobody ever waits for room.
+constexpr int MaxUnderWay = 16;
+// A process that takes longer is stuck.
+constexpr timeval Patience{5, 0};
+// What the process does behind a packet's last byte counts too, and is done by then.
+constexpr std::int64_t AfterworkNs = 10'000'000;
+
+void sleepUntil(std::int64_t ns)
+{
+    const timespec time{ns / static_cast<std::int64_t>(NsPerSecond), ns % static_cast<std::int64_t>(NsPerSecond)};
+    while (::clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &time, nullptr) != 0) {
+    }
+}
+
+} // namespace
+
+Pump::Pump(const Process &process, int packetSocket, int pcmSocket, const Material &material)
+    : process_(process), packetSocket_(packetSocket), pcmSocket_(pcmSocket), material_(material)
+{
+    sbc_init(&decoder_, 0);
+    ::prctl(PR_SET_TIMERSLACK, 1UL);
+    ::setsockopt(pcmSocket_, SOL_SOCKET, SO_RCVTIMEO, &Patience, sizeof Patience);
+}
+
+Pump::~Pump()
+{
+    sbc_finish(&decoder_);
+}
+
+Pump::Run Pump::run(Pace pace, int packets)
+{
+    Run run;
+    run.latencyUs.reserve(static_cast<std::size_t>(packets));
+    expect(packets);
+    const auto pcmSize = static_cast<std::size_t>(material_.pcmSize);
+
+    const std::int64_t before = process_.cpuNs();
+    if (pace == Pace::RealTime) {
+        const std::int64_t start = nowNs();
+        for (int i = 0; i < packets; ++i) {
+            sleepUntil(start + static_cast<std::int64_t>(i * material_.seconds * NsPerSecond));
+            const std::int64_t sent = nowNs();
+            send();
+            hear(static_cast<std::size_t>(i + 1) * pcmSize);
+            run.latencyUs.push_back(static_cast<double>(nowNs() - sent) / NsPerUs);
+        }
+    } else {
+        for (int i = 0; i < packets; ++i) {
+            if (i >= MaxUnderWay)
+                hear(static_cast<std::size_t>(i - MaxUnderWay + 1) * pcmSize);
+            send();
+        }
+        hear(expected_.size());
+    }
+    sleepUntil(nowNs() + AfterworkNs);
+    run.cpuUs = static_cast<double>(process_.cpuNs() - before) / NsPerUs / packets;
+
+    if (heardSize_ != expected_.size() || std::memcmp(heard_.data(), expected_.data(), heardSize_) != 0)
+        fail(QStringLiteral("the PCM is not that of the packets"));
+    return run;
+}
+
+/// Decodes what will be sent, and makes the room for what will be heard, before anything is measured.
+void Pump::expect(int packets)
+{
+    const auto size = static_cast<std::size_t>(packets) * static_cast<std::size_t>(material_.pcmSize);
+    expected_.assign(size, 0);
+    heard_.assign(size, 1);
+    heardSize_ = 0;
+    std::size_t used = 0;
+    for (int i = 0; i < packets; ++i) {
+        const QByteArray &packet = material_.packets.at((position_ + i) % material_.packets.size());
+        used += decodePacket(decoder_, packet.constData(), static_cast<std::size_t>(packet.size()),
+                             expected_.data() + used, size - used);
+    }
+    if (used != size)
+        fail(QStringLiteral("the packets differ in their PCM's size"));
+}
+
+void Pump::send()
+{
+    const QByteArray &packet = material_.packets.at(position_);
+    position_ = (position_ + 1) % static_cast<int>(material_.packets.size());
+    if (::send(packetSocket_, packet.constData(), static_cast<std::size_t>(packet.size()), MSG_NOSIGNAL)
+        != packet.size())
+        fail(QStringLiteral("packet socket: %1").arg(QString::fromLocal8Bit(std::strerror(errno))));
+}
+
+/// Reads until so many bytes of the run have been heard.
+void Pump::hear(std::size_t bytes)
+{
+    while (heardSize_ < bytes) {
+        const ssize_t size = ::recv(pcmSocket_, heard_.data() + heardSize_, heard_.size() - heardSize_, 0);
+        if (size <= 0)
+            fail(size == 0 ? QStringLiteral("the PCM ended")
+                           : QStringLiteral("no PCM: %1").arg(QString::fromLocal8Bit(std::strerror(errno))));
+        heardSize_ += static_cast<std::size_t>(size);
+    }
+}
+
+} // namespace bench
