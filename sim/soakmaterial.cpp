@@ -171,12 +171,9 @@ QByteArray SoakDecoder::heardOf(const SoakPacket &packet)
     const char *const end = packet.bytes.constData() + packet.bytes.size();
     for (int frame = 0; frame < packet.frames; ++frame) {
         const int subbands = (static_cast<unsigned char>(in[1]) & 1U) != 0 ? 8 : 4;
-        if (firstSubbands_ == 0)
-            firstSubbands_ = subbands;
-        if (firstSubbands_ < subbands) {
+        if (subbands_ != 0 && subbands_ != subbands)
             sbc_ = std::make_unique<Sbc>();
-            firstSubbands_ = subbands;
-        }
+        subbands_ = subbands;
         char pcm[MostPcm];
         size_t written = 0;
         const ssize_t consumed = sbc_decode(&sbc_->sbc, in, static_cast<size_t>(end - in), pcm, sizeof pcm, &written);

@@ -48,7 +48,7 @@ QList<SoakFormat> soakFormats();
 SoakPacket damaged(const SoakPacket &packet, uchar codec, SoakRandom &random);
 
 /// What is to be heard of a stream: bit for bit what libsbc makes of its frames, one after the other, by one decoder,
-/// which begins anew where libsbc would go wrong (8 subbands after a beginning with 4).
+/// which begins anew where libsbc would go wrong: where the number of subbands changes.
 class SoakDecoder {
 public:
     SoakDecoder();
@@ -61,7 +61,7 @@ public:
 private:
     struct Sbc;
     std::unique_ptr<Sbc> sbc_;
-    int firstSubbands_ = 0;
+    int subbands_ = 0; ///< of the last frame; 0 before the first
 };
 
 } // namespace sim

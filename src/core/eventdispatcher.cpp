@@ -44,7 +44,7 @@ EventDispatcher::EventDispatcher()
     event.events = EPOLLIN;
     event.data.fd = wakeUp_.get();
     if (::epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, wakeUp_.get(), &event) != 0)
-        qFatal("0Event loop: %s", std::strerror(errno));
+        qFatal("Event loop: %s", std::strerror(errno));
 }
 
 bool EventDispatcher::processEvents(QEventLoop::ProcessEventsFlags flags)
