@@ -169,6 +169,9 @@ void HostFaultTest::nameFileOfAnyKind()
 
 void HostFaultTest::noDescriptorsForClients()
 {
+#ifdef KADO_SANITIZED
+    QSKIP("the sanitizer's own checks of an object take a pipe");
+#endif
     ConfiguredBoard b;
     QVERIFY(b.ready && b.startHeard());
     const QList<QByteArray> sent = packets(0.3);
