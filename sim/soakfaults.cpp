@@ -4,10 +4,6 @@
 
 namespace sim {
 
-namespace {
-constexpr int PatienceMs = 30'000;
-}
-
 bool SoakBoard::selectConfiguration()
 {
     report_.cycle("configurations chosen for BlueZ");
