@@ -19,6 +19,7 @@ class EventDispatcherTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void timersFireInTheirTime();
+    void missedTimesAreNotMadeUpFor();
     void handlersStopTimersThatAreDue();
     void readersAndWritersAreWoken();
     void handlersRemoveNotifiers();
@@ -84,6 +85,19 @@ void EventDispatcherTest::timersFireInTheirTime()
     QCOMPARE(repeating.remainingTime(), -1);
     QTest::qWait(20);
     QCOMPARE(order.count(10), 5);
+}
+
+void EventDispatcherTest::missedTimesAreNotMadeUpFor()
+{
+    QElapsedTimer clock;
+    QList<qint64> times;
+    QTimer repeating;
+    connect(&repeating, &QTimer::timeout, this, [&] { times << clock.elapsed(); });
+    clock.start();
+    repeating.start(20);
+    QThread::msleep(90); // something blocks the loop for four intervals
+    QTRY_VERIFY(times.size() >= 2);
+    QVERIFY(times[1] - times[0] >= 19);
 }
 
 void EventDispatcherTest::handlersStopTimersThatAreDue()

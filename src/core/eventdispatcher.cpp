@@ -59,9 +59,7 @@ bool EventDispatcher::processEvents(QEventLoop::ProcessEventsFlags flags)
         else
             dispatchSocket(event.data.fd, event.events);
     }
-    if (!timers_.empty())
-        dispatchTimers();
-    return woken;
+    return dispatchTimers() || woken;
 }
 
 void EventDispatcher::dispatchPosted()
@@ -106,8 +104,7 @@ void EventDispatcher::control(int operation, const Socket &socket)
     epoll_event event{};
     event.events = (socket.reader ? unsigned{EPOLLIN} : 0U) | (socket.writer ? unsigned{EPOLLOUT} : 0U);
     event.data.fd = socket.fd;
-    // A descriptor that was closed before its notifier has left by itself.
-    if (::epoll_ctl(epoll_.get(), operation, socket.fd, &event) != 0 && operation != EPOLL_CTL_DEL)
+    if (::epoll_ctl(epoll_.get(), operation, socket.fd, &event) != 0)
         qWarning("0Event loop: descriptor %d: %s", socket.fd, std::strerror(errno));
 }
 
@@ -138,8 +135,10 @@ void EventDispatcher::unregisterSocketNotifier(QSocketNotifier *notifier)
 
 // --- Timers
 
-void EventDispatcher::dispatchTimers()
+bool EventDispatcher::dispatchTimers()
 {
+    if (timers_.empty())
+        return false;
     const qint64 time = now();
     QVarLengthArray<int, 16> due;
     for (const Timer &timer : timers_) {
@@ -150,10 +149,13 @@ void EventDispatcher::dispatchTimers()
         const auto timer = std::find_if(timers_.begin(), timers_.end(), [id](const Timer &it) { return it.id == id; });
         if (timer == timers_.end() || timer->due > time) // stopped, or started anew, by the handler of another
             continue;
-        timer->due = std::max(timer->due + timer->interval, time);
+        timer->due += timer->interval;
+        if (timer->due < time) // whole intervals were missed: they are not made up for
+            timer->due = time + timer->interval;
         QTimerEvent event(id);
         QCoreApplication::sendEvent(timer->object, &event);
     }
+    return !due.isEmpty();
 }
 
 int EventDispatcher::timeToNextTimer() const

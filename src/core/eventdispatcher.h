@@ -19,9 +19,9 @@ class QSocketNotifier;
 /// 12 % less CPU at real time.
 ///
 /// It serves QTimer, QSocketNotifier (not of type Exception) and events posted by any thread. Timers are kept to the
-/// millisecond, whatever their type. Event loops are not nested in this process; process flags other than
-/// WaitForMoreEvents have no effect. Give it to QCoreApplication::setEventDispatcher(), which takes it over, before the
-/// application object is made.
+/// millisecond, whatever their type. A notifier goes, or is disabled, before its descriptor is closed. Event loops are
+/// not nested in this process; process flags other than WaitForMoreEvents have no effect. Give it to
+/// QCoreApplication::setEventDispatcher(), which takes it over, before the application object is made.
 class EventDispatcher final : public QAbstractEventDispatcher {
     Q_OBJECT
 public:
@@ -66,7 +66,7 @@ private:
 
     void dispatchPosted();
     void dispatchSocket(int fd, unsigned events);
-    void dispatchTimers();
+    bool dispatchTimers();
     int timeToNextTimer() const;
 
     std::vector<Socket>::iterator socketOf(int fd);

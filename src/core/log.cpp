@@ -6,6 +6,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <mutex>
 
 namespace {
 
@@ -51,6 +52,9 @@ void print(QtMsgType type, const QString &message)
     const int level = hasLevel ? first - '0' : 9;
     if (level > settings.debugLevel)
         return;
+    // QtDBus's own thread has things to say, too.
+    static std::mutex writing;
+    const std::lock_guard<std::mutex> lock(writing);
     const QByteArray line = prefix(type) + oneLine(hasLevel ? message.mid(1) : message).toUtf8();
     if (settings.logToStderr)
         writer.toStderr(line);

@@ -60,9 +60,13 @@ void LogWriter::toSyslog(const QByteArray &line)
         if ((!syslog_.isValid() && !connectToSyslog()) || !hasRoom(syslog_.get()))
             return;
         const auto size = static_cast<size_t>(text.size()) + (syslogIsStream_ ? 1 : 0); // a zero byte ends a record
-        if (::send(syslog_.get(), text.constData(), size, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0 || errno == EAGAIN)
+        const ssize_t sent = ::send(syslog_.get(), text.constData(), size, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (sent < 0 && errno == EAGAIN)
             return;
-        syslog_.reset();
+        if (sent != static_cast<ssize_t>(size))
+            syslog_.reset(); // also when a part went: the next line must not continue it
+        if (sent >= 0)
+            return;
     }
 }
 

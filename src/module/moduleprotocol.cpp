@@ -24,13 +24,16 @@ const ModuleProtocol::Rule ModuleProtocol::Rules[] = {
 
 namespace {
 
-// A Bluetooth name has 248 bytes at most; a longer one the module would cut.
+// In UTF-8: a Bluetooth name has 248 bytes at most, and a longer one the module would cut.
 constexpr int MaxNameLength = 248 - static_cast<int>(sizeof SpeakerNameSuffix - 1);
 
 /// The part of a speaker's name that a command can hold; a carriage return would end it.
 QString nameForModule(QString speakerName)
 {
-    return speakerName.remove(QLatin1Char('\r')).left(MaxNameLength);
+    speakerName = speakerName.remove(QLatin1Char('\r')).left(MaxNameLength);
+    while (speakerName.toUtf8().size() > MaxNameLength)
+        speakerName.chop(1);
+    return speakerName;
 }
 
 ModuleReaction command(const QByteArray &text)

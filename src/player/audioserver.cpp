@@ -32,8 +32,10 @@ AudioServer::AudioServer(QObject *parent) : QObject(parent)
     const QByteArray path = QFile::encodeName(QDir::tempPath() + QLatin1String("/bluetooth"));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    if (static_cast<size_t>(path.size()) >= sizeof address.sun_path)
+    if (static_cast<size_t>(path.size()) >= sizeof address.sun_path) {
+        qWarning("0No audio socket %s: %s", path.constData(), std::strerror(ENAMETOOLONG));
         return;
+    }
     std::copy(path.begin(), path.end(), address.sun_path);
     listener_ = FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     ::unlink(path.constData());
