@@ -267,7 +267,7 @@ void StreamFaultTest::hourForAClientThatDoesNotRead()
     QByteArray expected = first;
     while (expected.size() < first.size() + kept)
         expected += later;
-    expected.truncate(first.size() + kept);
+    expected.truncate(static_cast<int>(first.size() + kept));
     QVERIFY(b.hears(expected)); // the backlog, not one sample torn
     QVERIFY(b.send(loop));
     QVERIFY(b.hears(expected + later)); // current audio

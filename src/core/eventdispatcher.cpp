@@ -167,7 +167,7 @@ int EventDispatcher::timeToNextTimer() const
     return static_cast<int>(std::clamp(next->due - now(), qint64{0}, LongestWaitMs));
 }
 
-void EventDispatcher::registerTimer(int id, qint64 intervalMs, Qt::TimerType type, QObject *object)
+void EventDispatcher::registerTimer(int id, Interval intervalMs, Qt::TimerType type, QObject *object)
 {
     timers_.push_back({id, type, intervalMs, now() + intervalMs, object});
 }

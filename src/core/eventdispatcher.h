@@ -25,6 +25,12 @@ class QSocketNotifier;
 class EventDispatcher final : public QAbstractEventDispatcher {
     Q_OBJECT
 public:
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    using Interval = int;
+#else
+    using Interval = qint64;
+#endif
+
     EventDispatcher();
 
     bool processEvents(QEventLoop::ProcessEventsFlags flags) override;
@@ -32,7 +38,7 @@ public:
     void registerSocketNotifier(QSocketNotifier *notifier) override;
     void unregisterSocketNotifier(QSocketNotifier *notifier) override;
 
-    void registerTimer(int id, qint64 intervalMs, Qt::TimerType type, QObject *object) override;
+    void registerTimer(int id, Interval intervalMs, Qt::TimerType type, QObject *object) override;
     bool unregisterTimer(int id) override;
     bool unregisterTimers(QObject *object) override;
     QList<TimerInfo> registeredTimers(QObject *object) const override;
@@ -40,7 +46,10 @@ public:
     int remainingTime(int id) override;
 
     void wakeUp() override;
-    void interrupt() override { wakeUp(); }
+    void interrupt() override
+    {
+        wakeUp();
+    }
 
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
     bool hasPendingEvents() override

@@ -26,7 +26,7 @@ QByteArray syslogHeader()
     char text[64];
     std::snprintf(text, sizeof text, "<%d>%s %2d %02d:%02d:%02d ", LOG_USER | LOG_INFO, Months[local.tm_mon],
                   local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
-    return QByteArray(text) + program_invocation_short_name + ": ";
+    return QByteArray(text).append(program_invocation_short_name).append(": ");
 }
 
 } // namespace
