@@ -249,6 +249,7 @@ void StreamFaultTest::hourForAClientThatDoesNotRead()
     constexpr int Loops = 3600 / LoopSeconds;
     for (int i = 0; i < Loops; ++i)
         QVERIFY(b.send(loop)); // each is taken: packets go on being read
+    WAIT_UNTIL(b.phone.drained());
     const int grown = b.board.daemon.residentKib() - resident;
     qInfo("an hour of audio in %lld packets, memory grown by %d KiB", qint64{Loops * loop.size()}, grown);
 #ifndef KADO_SANITIZED         // which keeps what is freed
