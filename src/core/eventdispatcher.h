@@ -25,6 +25,7 @@ class QSocketNotifier;
 class EventDispatcher final : public QAbstractEventDispatcher {
     Q_OBJECT
 public:
+    /// Of a timer, in ms, in the type that Qt has for it.
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
     using Interval = int;
 #else
