@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QProcessEnvironment>
 
+#include <csignal>
 #include <cstdio>
 
 namespace sim {
@@ -105,6 +106,17 @@ bool Daemon::logged(const QString &line, int from) const
             return true;
     }
     return false;
+}
+
+bool Daemon::hold()
+{
+    const auto stands = [this] { return readProc(process_, "stat").contains(") T "); };
+    return ::kill(static_cast<pid_t>(process_.processId()), SIGSTOP) == 0 && waitFor(stands);
+}
+
+bool Daemon::letGo()
+{
+    return ::kill(static_cast<pid_t>(process_.processId()), SIGCONT) == 0;
 }
 
 int Daemon::openDescriptors() const

@@ -83,6 +83,7 @@ void Player::hangUpAudio()
 {
     if (audio_) {
         audio_->disconnect(this);
+        audio_->abort();
         audio_.release()->deleteLater(); // we may stand in one of its signals
     }
 }

@@ -27,6 +27,7 @@ private Q_SLOTS:
     void selectionByBluez();
     void selectBluetoothNeedsAnActiveStream();
     void newestClientHears();
+    void clientThatComesBackMissesNothing();
     void packetsAreReadWithoutAClient();
     void slowClientDelaysNothing();
     void slowClientsMemoryIsGivenBack();
@@ -294,6 +295,25 @@ void StreamingTest::newestClientHears()
     const auto onePacket = sim::decodeSbc({sent.constFirst()}).size();
     QVERIFY(earlier.heard() == pcm.left(onePacket)); // adopted with the first packet, replaced with the second
     QVERIFY(b.hears(pcm.mid(onePacket)));
+}
+
+void StreamingTest::clientThatComesBackMissesNothing()
+{
+    ConfiguredBoard b;
+    QVERIFY(b.ready && b.startHeard());
+    const QList<QByteArray> sent = packets(0.1);
+    const auto onePacket = sim::decodeSbc({sent.at(0)}).size();
+    QVERIFY(b.phone.send(sent.at(0)));
+    WAIT_UNTIL(b.board.player.heard().size() == onePacket);
+    b.board.player.hangUpAudio();
+    QVERIFY(b.phone.send(sent.at(1)));
+    WAIT_UNTIL(b.phone.drained());
+
+    QVERIFY(b.board.daemon.hold());
+    QVERIFY(b.phone.send(sent.at(2))); // the daemon hears of the packet before it hears of the client
+    QVERIFY(b.board.player.connectAudio());
+    QVERIFY(b.board.daemon.letGo());
+    WAIT_UNTIL(b.board.player.heard().size() == onePacket);
 }
 
 void StreamingTest::packetsAreReadWithoutAClient()

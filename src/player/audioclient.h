@@ -30,6 +30,9 @@ public:
     /// Reports, by disconnected(), when the client leaves. What it sends is read and forgotten.
     void watch();
 
+    /// Whether the client is still there, as far as the last write could tell.
+    bool isConnected() const { return socket_.isValid(); }
+
     bool isSequential() const override { return true; }
 
 Q_SIGNALS:

@@ -168,7 +168,7 @@ Transport::Read Transport::readPacket()
 
 void Transport::AdoptWaitingClient()
 {
-    if (!socket_)
+    if (!socket_ || !socket_->isConnected())
         server->collect();
     std::unique_ptr<AudioClient> next = server->nextClient();
     if (!next)
