@@ -1,9 +1,11 @@
 // The main thread's event loop, in itself: the daemon's other tests run on it without saying so.
 
+#include "core/directnotifier.h"
 #include "core/eventdispatcher.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QPointer>
 #include <QSocketNotifier>
 #include <QTest>
@@ -12,6 +14,7 @@
 
 #include <array>
 #include <cerrno>
+#include <functional>
 #include <memory>
 #include <sys/socket.h>
 
@@ -25,6 +28,8 @@ private Q_SLOTS:
     void handlersRemoveNotifiers();
     void hangUpWakesWhoeverWaits();
     void nobodyStarves();
+    void directNotifiersLeaveRoomForOthers();
+    void directNotifiersMayBeStopped();
     void whatOtherThreadsPostArrives();
     void deletesLater();
 };
@@ -60,6 +65,18 @@ void fill(const FileDescriptor &socket)
     while (::send(socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) > 0) {
     }
 }
+
+class Direct final : public DirectNotifier {
+public:
+    Direct(const FileDescriptor &fd, std::function<void()> handler)
+        : DirectNotifier(fd.get()), handler_(std::move(handler))
+    {
+    }
+    void ready() override { handler_(); }
+
+private:
+    std::function<void()> handler_;
+};
 
 } // namespace
 
@@ -221,6 +238,66 @@ void EventDispatcherTest::nobodyStarves()
     QVERIFY(turns[0] > 20);
     QVERIFY(qAbs(turns[0] - turns[1]) <= 2);
     QVERIFY(qAbs(turns[1] - turns[2]) <= 2);
+}
+
+void EventDispatcherTest::directNotifiersLeaveRoomForOthers()
+{
+    std::array<SocketPair, 2> pairs;
+    for (const SocketPair &pair : pairs)
+        put(pair.far); // and nobody takes it
+    int direct = 0;
+    int delivered = 0;
+    int ticks = 0;
+    int posts = 0;
+    QEventLoop loop;
+    const Direct notifier(pairs[0].near, [&] { ++direct; });
+    QSocketNotifier other(pairs[1].near.get(), QSocketNotifier::Read);
+    connect(&other, &QSocketNotifier::activated, this, [&] {
+        if (++delivered == 20)
+            other.setEnabled(false);
+    });
+    QTimer timer;
+    connect(&timer, &QTimer::timeout, this, [&] {
+        ++ticks;
+        QMetaObject::invokeMethod(
+            &loop,
+            [&] {
+                if (++posts == 20)
+                    loop.quit();
+            },
+            Qt::QueuedConnection);
+    });
+    timer.start(1);
+    QCOMPARE(loop.exec(), 0);
+    QVERIFY(direct > 20 && ticks >= 20);
+    QCOMPARE(delivered, 20);
+}
+
+void EventDispatcherTest::directNotifiersMayBeStopped()
+{
+    SocketPair pair;
+    put(pair.far);
+    QEventLoop loop;
+    int calls = 0;
+    Direct quitting(pair.near, [&] {
+        if (++calls == 3)
+            loop.quit();
+    });
+    QCOMPARE(loop.exec(), 0); // which nothing else wakes up
+    QVERIFY(calls == 3 || calls == 4); // its turn may come once more
+    quitting.setEnabled(false);
+
+    SocketPair second;
+    put(second.far);
+    int last = 0;
+    std::unique_ptr<Direct> leaving;
+    leaving = std::make_unique<Direct>(second.near, [&] {
+        ++last;
+        QTimer::singleShot(10, &loop, &QEventLoop::quit);
+        leaving.reset();
+    });
+    QCOMPARE(loop.exec(), 0);
+    QCOMPARE(last, 1);
 }
 
 void EventDispatcherTest::whatOtherThreadsPostArrives()

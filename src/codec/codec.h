@@ -33,8 +33,8 @@ public:
     /// Gets ready for packets of at most `readMtu` bytes; to be called before the first packet of each acquired stream.
     virtual void prepare(int readMtu) = 0;
     /// Consumes one media packet of `length` bytes, from its RTP header on, and writes the result to `out` in one
-    /// write.    /// Without a device nothing is done. Of a malformed packet the part before the fault is played and
-    /// the rest dropped; no byte behind the packet is looked at.
+    /// write. Without a device nothing is done. Of a malformed packet the part before the fault is played and the rest
+    /// dropped; no byte behind the packet is looked at.
     virtual void processPacket(const char *packet, int length, QIODevice *out) = 0;
 
 protected:

@@ -21,7 +21,7 @@ public:
     void prepare(int readMtu) override;
     /// The packet: RTP header, 9 bytes of stream configuration, the payload length as any number of bytes 0xFF and one
     /// of less, summed up, then the payload. What follows it is ignored. One ADTS frame is written.
-    void processPacket(const char *packet, int length, QIODevice *out) override;
+    [[gnu::hot]] void processPacket(const char *packet, int length, QIODevice *out) override;
 
 private:
     std::array<char, adts::MaxFrameSize> frame_{};

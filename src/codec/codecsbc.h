@@ -19,10 +19,10 @@ public:
     void prepare(int readMtu) override;
     /// The frames of one packet, decoded by the one decoder that lives as long as the codec. It starts afresh where the
     /// number of subbands changes.
-    void processPacket(const char *packet, int length, QIODevice *out) override;
+    [[gnu::hot]] void processPacket(const char *packet, int length, QIODevice *out) override;
 
 private:
-    void startDecoderFor(int subbands);
+    [[gnu::hot]] void startDecoderFor(int subbands);
 
     sbc_t decoder_{};
     int startedSubbands_ = 0; ///< of the frames that the decoder was given; 0 before the first

@@ -1,5 +1,7 @@
 #include "core/eventdispatcher.h"
 
+#include "core/directnotifier.h"
+
 #include <QCoreApplication>
 #include <QSocketNotifier>
 #include <QTimerEvent>
@@ -50,16 +52,27 @@ EventDispatcher::EventDispatcher()
 bool EventDispatcher::processEvents(QEventLoop::ProcessEventsFlags flags)
 {
     const bool waits = (flags & QEventLoop::WaitForMoreEvents) != 0;
+    Turn turn{};
+    do {
+        turn = takeTurn(waits ? timeToNextTimer() : 0);
+    } while (turn == Turn::Direct && waits); // of which Qt need not hear; an exit() wakes up
+    return turn != Turn::Idle;
+}
+
+EventDispatcher::Turn EventDispatcher::takeTurn(int timeoutMs)
+{
+    Turn turn = Turn::Idle;
     // One event a turn: a handler may remove any notifier without one of its events being under way already.
     epoll_event event{};
-    const bool woken = ::epoll_wait(epoll_.get(), &event, 1, waits ? timeToNextTimer() : 0) > 0;
-    if (woken) {
-        if (event.data.fd == wakeUp_.get())
+    if (::epoll_wait(epoll_.get(), &event, 1, timeoutMs) > 0) {
+        if (event.data.fd == wakeUp_.get()) {
             dispatchPosted();
-        else
-            dispatchSocket(event.data.fd, event.events);
+            turn = Turn::Delivered;
+        } else {
+            turn = dispatchSocket(event.data.fd, event.events);
+        }
     }
-    return dispatchTimers() || woken;
+    return dispatchTimers() ? Turn::Delivered : turn;
 }
 
 void EventDispatcher::dispatchPosted()
@@ -78,15 +91,20 @@ void EventDispatcher::wakeUp()
 
 // --- Sockets
 
-void EventDispatcher::dispatchSocket(int fd, unsigned events)
+EventDispatcher::Turn EventDispatcher::dispatchSocket(int fd, unsigned events)
 {
     auto socket = socketOf(fd);
+    if (socket != sockets_.end() && socket->direct) {
+        socket->direct->ready();
+        return Turn::Direct;
+    }
     if (socket != sockets_.end() && socket->reader && (events & WakesReader) != 0) {
         notify(socket->reader);
         socket = socketOf(fd); // the handler may have changed everything
     }
     if (socket != sockets_.end() && socket->writer && (events & WakesWriter) != 0)
         notify(socket->writer);
+    return Turn::Delivered;
 }
 
 std::vector<EventDispatcher::Socket>::iterator EventDispatcher::socketOf(int fd)
@@ -114,8 +132,9 @@ void EventDispatcher::registerSocketNotifier(QSocketNotifier *notifier)
     auto socket = socketOf(fd);
     const bool isNew = socket == sockets_.end();
     if (isNew)
-        socket = sockets_.insert(sockets_.end(), {fd, nullptr, nullptr});
+        socket = sockets_.insert(sockets_.end(), {fd, nullptr, nullptr, nullptr});
     *placeOf(notifier, *socket) = notifier;
+    socket->direct = qobject_cast<DirectNotifier *>(socket->reader);
     control(isNew ? EPOLL_CTL_ADD : EPOLL_CTL_MOD, *socket);
 }
 
@@ -125,6 +144,7 @@ void EventDispatcher::unregisterSocketNotifier(QSocketNotifier *notifier)
     if (socket == sockets_.end())
         return;
     *placeOf(notifier, *socket) = nullptr;
+    socket->direct = qobject_cast<DirectNotifier *>(socket->reader);
     if (socket->reader || socket->writer) {
         control(EPOLL_CTL_MOD, *socket);
     } else {

@@ -41,11 +41,11 @@ Q_SIGNALS:
 
 protected:
     qint64 readData(char *data, qint64 maxSize) override;
-    qint64 writeData(const char *data, qint64 size) override;
+    [[gnu::hot]] qint64 writeData(const char *data, qint64 size) override;
 
 private:
     /// Sends what the socket takes; returns the bytes taken, or -1 when the client has gone.
-    qint64 send(const char *data, qint64 size);
+    [[gnu::hot]] qint64 send(const char *data, qint64 size);
     void keep(const char *data, qint64 size);
     void flushBacklog();
     void discardInput();

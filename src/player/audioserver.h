@@ -27,6 +27,8 @@ public:
     /// Takes in what the kernel still holds, so that a connection made a moment ago does not miss the packet at hand.
     void collect();
 
+    /// Whether nextClient() would return one.
+    bool hasNextClient() const { return !waiting_.empty(); }
     /// The connection that has waited longest, or null.
     std::unique_ptr<AudioClient> nextClient();
 

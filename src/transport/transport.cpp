@@ -13,7 +13,6 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusUnixFileDescriptor>
-#include <QEvent>
 
 #include <cerrno>
 #include <fcntl.h>
@@ -31,8 +30,6 @@ constexpr int EndedStreamLookMs = 100;
 // read.
 constexpr int MaxPacketsAtEnd = 512;
 
-AudioServer *server = nullptr; // owned by the application object
-
 /// The descriptor and the read MTU of an Acquire reply (h, q, q).
 bool parseAcquireReply(const QDBusMessage &reply, FileDescriptor &fd, int &readMtu)
 {
@@ -48,13 +45,12 @@ bool parseAcquireReply(const QDBusMessage &reply, FileDescriptor &fd, int &readM
 } // namespace
 
 Transport::Transport(const QString &path, Codec &codec, const AbstractManager &manager, PlayerRequests &player)
-    : path_(path), codec_(codec), manager_(manager), player_(player)
+    : path_(path), codec_(codec), manager_(manager), player_(player), server_(InitSocketServer())
 {
     qDebug("Transport()");
-    InitSocketServer();
-    lookAgain_.setSingleShot(true);
-    lookAgain_.setInterval(EndedStreamLookMs);
-    connect(&lookAgain_, &QTimer::timeout, this, &Transport::readData);
+    untilNextLook_.setSingleShot(true);
+    untilNextLook_.setInterval(EndedStreamLookMs);
+    connect(&untilNextLook_, &QTimer::timeout, this, &Transport::lookAgain);
     QDBusConnection::systemBus().connect(bus::BluezService, path_, bus::PropertiesInterface, bus::PropertiesChanged,
                                          bus::PropertiesChangedSignature, this,
                                          SLOT(PropertiesChanged(QString, QVariantMap, QStringList)));
@@ -66,12 +62,14 @@ Transport::~Transport()
     Cleanup();
 }
 
-void Transport::InitSocketServer()
+AudioServer *Transport::InitSocketServer()
 {
-    if (server)
-        return;
-    qDebug("Transport::InitSocketServer()");
-    server = new AudioServer(QCoreApplication::instance());
+    static AudioServer *server = nullptr; // owned by the application object
+    if (!server) {
+        qDebug("Transport::InitSocketServer()");
+        server = new AudioServer(QCoreApplication::instance());
+    }
+    return server;
 }
 
 bool Transport::isActive() const
@@ -135,25 +133,18 @@ void Transport::Acquire()
     notifier_ = std::make_unique<PacketNotifier>(fd_.get(), *this);
 }
 
-Transport::PacketNotifier::PacketNotifier(int fd, Transport &transport)
-    : QSocketNotifier(fd, QSocketNotifier::Read), transport_(transport)
-{
-}
-
-bool Transport::PacketNotifier::event(QEvent *event)
-{
-    if (event->type() != QEvent::SockAct)
-        return QSocketNotifier::event(event);
-    transport_.readData();
-    return true;
-}
-
 void Transport::readData()
 {
-    const bool ended = readPacket() == Read::Ended;
-    notifier_->setEnabled(!ended);
-    if (ended)
-        lookAgain_.start();
+    if (readPacket() != Read::Ended)
+        return;
+    notifier_->setEnabled(false);
+    untilNextLook_.start();
+}
+
+void Transport::lookAgain()
+{
+    notifier_->setEnabled(true);
+    readData();
 }
 
 Transport::Read Transport::readPacket()
@@ -169,12 +160,11 @@ Transport::Read Transport::readPacket()
 void Transport::AdoptWaitingClient()
 {
     if (!socket_ || !socket_->isConnected())
-        server->collect();
-    std::unique_ptr<AudioClient> next = server->nextClient();
-    if (!next)
+        server_->collect();
+    if (!server_->hasNextClient())
         return;
     DeleteSocket(Farewell::AtOnce);
-    socket_ = std::move(next);
+    socket_ = server_->nextClient();
     qDebug("0New audio out socket connection accepted");
 }
 
@@ -186,7 +176,7 @@ void Transport::Cleanup()
     for (int i = 0; i < MaxPacketsAtEnd && readPacket() == Read::Packet; ++i) {
     }
     qDebug("Cleanup Transport");
-    lookAgain_.stop();
+    untilNextLook_.stop();
     notifier_.reset();
     fd_.reset();
     buffer_.reset();
