@@ -93,23 +93,24 @@ void EventDispatcher::wakeUp()
 
 EventDispatcher::Turn EventDispatcher::dispatchSocket(int fd, unsigned events)
 {
-    auto socket = socketOf(fd);
-    if (socket != sockets_.end() && socket->direct) {
+    Socket *socket = socketOf(fd);
+    if (socket && socket->direct) {
         socket->direct->ready();
         return Turn::Direct;
     }
-    if (socket != sockets_.end() && socket->reader && (events & WakesReader) != 0) {
+    if (socket && socket->reader && (events & WakesReader) != 0) {
         notify(socket->reader);
         socket = socketOf(fd); // the handler may have changed everything
     }
-    if (socket != sockets_.end() && socket->writer && (events & WakesWriter) != 0)
+    if (socket && socket->writer && (events & WakesWriter) != 0)
         notify(socket->writer);
     return Turn::Delivered;
 }
 
-std::vector<EventDispatcher::Socket>::iterator EventDispatcher::socketOf(int fd)
+EventDispatcher::Socket *EventDispatcher::socketOf(int fd)
 {
-    return std::find_if(sockets_.begin(), sockets_.end(), [fd](const Socket &socket) { return socket.fd == fd; });
+    auto *socket = std::find_if(sockets_.begin(), sockets_.end(), [fd](const Socket &it) { return it.fd == fd; });
+    return socket == sockets_.end() ? nullptr : socket;
 }
 
 QSocketNotifier **EventDispatcher::placeOf(QSocketNotifier *notifier, Socket &socket) const
@@ -129,10 +130,12 @@ void EventDispatcher::control(int operation, const Socket &socket)
 void EventDispatcher::registerSocketNotifier(QSocketNotifier *notifier)
 {
     const auto fd = static_cast<int>(notifier->socket());
-    auto socket = socketOf(fd);
-    const bool isNew = socket == sockets_.end();
-    if (isNew)
-        socket = sockets_.insert(sockets_.end(), {fd, nullptr, nullptr, nullptr});
+    Socket *socket = socketOf(fd);
+    const bool isNew = !socket;
+    if (isNew) {
+        sockets_.append({fd, nullptr, nullptr, nullptr});
+        socket = &sockets_.last();
+    }
     *placeOf(notifier, *socket) = notifier;
     socket->direct = qobject_cast<DirectNotifier *>(socket->reader);
     control(isNew ? EPOLL_CTL_ADD : EPOLL_CTL_MOD, *socket);
@@ -140,8 +143,8 @@ void EventDispatcher::registerSocketNotifier(QSocketNotifier *notifier)
 
 void EventDispatcher::unregisterSocketNotifier(QSocketNotifier *notifier)
 {
-    const auto socket = socketOf(static_cast<int>(notifier->socket()));
-    if (socket == sockets_.end())
+    Socket *socket = socketOf(static_cast<int>(notifier->socket()));
+    if (!socket)
         return;
     *placeOf(notifier, *socket) = nullptr;
     socket->direct = qobject_cast<DirectNotifier *>(socket->reader);

@@ -4,6 +4,7 @@
 
 #include <QAbstractEventDispatcher>
 #include <QList>
+#include <QVarLengthArray>
 
 #include <atomic>
 #include <vector>
@@ -83,7 +84,7 @@ private:
     [[gnu::hot]] bool dispatchTimers();
     [[gnu::hot]] int timeToNextTimer() const;
 
-    [[gnu::hot]] std::vector<Socket>::iterator socketOf(int fd);
+    [[gnu::hot]] Socket *socketOf(int fd);
     QSocketNotifier **placeOf(QSocketNotifier *notifier, Socket &socket) const;
     void control(int operation, const Socket &socket);
     template <typename Predicate>
@@ -92,6 +93,6 @@ private:
     FileDescriptor epoll_;
     FileDescriptor wakeUp_; ///< readable after wakeUp()
     std::atomic<bool> wakeUpPending_{true};
-    std::vector<Socket> sockets_; ///< a handful: searched from the front
+    QVarLengthArray<Socket, 8> sockets_; ///< searched from the front
     std::vector<Timer> timers_;
 };

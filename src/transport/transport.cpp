@@ -16,6 +16,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/socket.h>
 
 namespace {
 
@@ -130,7 +131,7 @@ void Transport::Acquire()
     // libsbc may look one byte behind the frame that it decodes.
     buffer_.reset(new char[static_cast<size_t>(readMtu) + 1]);
     codec_.prepare(readMtu);
-    notifier_ = std::make_unique<PacketNotifier>(fd_.get(), *this);
+    notifier_.emplace(fd_.get(), *this);
 }
 
 void Transport::readData()
@@ -149,7 +150,7 @@ void Transport::lookAgain()
 
 Transport::Read Transport::readPacket()
 {
-    const ssize_t length = ::read(fd_.get(), buffer_.get(), static_cast<size_t>(readMtu_));
+    const ssize_t length = ::recv(fd_.get(), buffer_.get(), static_cast<size_t>(readMtu_), 0);
     if (length <= 0)
         return length < 0 && (errno == EAGAIN || errno == EINTR) ? Read::Nothing : Read::Ended;
     AdoptWaitingClient();

@@ -10,6 +10,7 @@
 #include <QVariantMap>
 
 #include <memory>
+#include <optional>
 
 class AbstractManager;
 class AudioClient;
@@ -77,7 +78,7 @@ private:
     FileDescriptor fd_;
     int readMtu_ = 0;
     std::unique_ptr<char[]> buffer_;
-    std::unique_ptr<PacketNotifier> notifier_;
+    std::optional<PacketNotifier> notifier_;
 
     QTimer untilNextLook_;
     std::unique_ptr<AudioClient> socket_;
