@@ -231,7 +231,7 @@ void EventDispatcherTest::nobodyStarves()
     connect(&timer, &QTimer::timeout, this, [&] {
         ++ticks;
         QMetaObject::invokeMethod(
-            this, [&posts] { ++posts; }, Qt::QueuedConnection);
+            &poster, [&posts] { ++posts; }, Qt::QueuedConnection);
     });
     timer.start(1);
     QTRY_VERIFY(ticks >= 20 && posts >= 20);

@@ -87,7 +87,7 @@ QStringList commandBeforeStart()
         const QList<QByteArray> lines = unit.readAll().split('\n');
         for (const QByteArray &line : lines) {
             if (line.startsWith(setting))
-                return QString::fromUtf8(line.mid(setting.size())).split(QLatin1Char(' '));
+                return QProcess::splitCommand(QString::fromUtf8(line.mid(setting.size())));
         }
     }
     return {QStringLiteral("true")};
@@ -113,6 +113,7 @@ private Q_SLOTS:
     void blueZReachesItsObjects();
     void process();
     void audioSocketIsForTheGroup();
+    void socketInUseStays();
     void leftoverSocketIsReplaced_data();
     void leftoverSocketIsReplaced();
 
@@ -125,6 +126,7 @@ void ServiceTest::initTestCase()
     if (!qEnvironmentVariableIsSet("KADO_SERVICE"))
         QSKIP("run by scripts/check-service");
     board_ = std::make_unique<sim::Board>();
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", board_->bus.address().toLatin1()); // for what the unit runs
     QVERIFY2(board_->startDaemon(), qPrintable(board_->daemon.logTexts().join('\n')));
 }
 
@@ -271,6 +273,12 @@ void ServiceTest::audioSocketIsForTheGroup()
 {
     QCOMPARE(connectAudioAs("player"), 0);
     QCOMPARE(connectAudioAs("stranger"), EACCES);
+}
+
+void ServiceTest::socketInUseStays()
+{
+    QCOMPARE(runAs(QStringLiteral("root"), commandBeforeStart()).status, 0);
+    QCOMPARE(connectAudioAs("player"), 0);
 }
 
 void ServiceTest::leftoverSocketIsReplaced_data()
