@@ -31,7 +31,8 @@ public:
     /// Ends it with SIGTERM and waits, with the event loop running; one that stays for 5 s is killed.
     void stop();
 
-    /// Stops it in its tracks, returns when it stands; and lets it go on. What reaches it meanwhile is there all at once.
+    /// Stops it in its tracks, returns when it stands; and lets it go on. What reaches it meanwhile is there all at
+    /// once.
     bool hold();
     bool letGo();
 

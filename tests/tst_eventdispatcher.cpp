@@ -283,7 +283,7 @@ void EventDispatcherTest::directNotifiersMayBeStopped()
         if (++calls == 3)
             loop.quit();
     });
-    QCOMPARE(loop.exec(), 0); // which nothing else wakes up
+    QCOMPARE(loop.exec(), 0);          // which nothing else wakes up
     QVERIFY(calls == 3 || calls == 4); // its turn may come once more
     quitting.setEnabled(false);
 
