@@ -16,7 +16,6 @@
 
 #include <cerrno>
 #include <fcntl.h>
-#include <sys/socket.h>
 
 namespace {
 
@@ -150,7 +149,7 @@ void Transport::lookAgain()
 
 Transport::Read Transport::readPacket()
 {
-    const ssize_t length = ::recv(fd_.get(), buffer_.get(), static_cast<size_t>(readMtu_), 0);
+    const ssize_t length = ::read(fd_.get(), buffer_.get(), static_cast<size_t>(readMtu_));
     if (length <= 0)
         return length < 0 && (errno == EAGAIN || errno == EINTR) ? Read::Nothing : Read::Ended;
     AdoptWaitingClient();
