@@ -1,7 +1,8 @@
 // The least that a sink can do, in a process of its own: packets from standard input, a SOCK_SEQPACKET socket, one
-// blocking read each; their PCM to standard output, a stream socket, in one write a packet.
+// blocking read each; their PCM, by the daemon's decoder, to standard output, a stream socket, in one write a packet.
 
 #include "bench/sbcloop.h"
+#include "sbc/decoder.h"
 
 #include <cstdlib>
 #include <unistd.h>
@@ -10,8 +11,7 @@ int main()
 {
     static char packet[4096];
     static char pcm[32 * 1024];
-    sbc_t decoder;
-    sbc_init(&decoder, 0);
+    sbc::Decoder decoder;
     for (;;) {
         const ssize_t length = ::read(STDIN_FILENO, packet, sizeof packet);
         if (length <= 0)
@@ -21,6 +21,5 @@ int main()
         if (::write(STDOUT_FILENO, pcm, size) != static_cast<ssize_t>(size))
             return EXIT_FAILURE;
     }
-    sbc_finish(&decoder);
     return EXIT_SUCCESS;
 }

@@ -1,11 +1,14 @@
-// The codecs without sockets and event loop: CodecSBC into a device that drops what it gets against the bare loop, and
-// CodecAAC. The tail of the table that kado-bench begins.
+// Without sockets and event loop: the SBC decoder against libsbc, CodecSBC into a device that drops its PCM against the
+// bare loop, and CodecAAC. The tail of the table that kado-bench begins.
 
 #include "bench/material.h"
+#include "bench/sbc/configurations.h"
+#include "bench/sbc/libsbc.h"
 #include "bench/sbcloop.h"
 #include "bench/table.h"
 #include "codec/codecaac.h"
 #include "codec/codecsbc.h"
+#include "tests/sbc/frames.h"
 
 #include <QCoreApplication>
 #include <QIODevice>
@@ -31,35 +34,15 @@ protected:
     }
 };
 
-struct Configuration {
-    int sampleRate;
-    int bitpool;
-    int mtu;
-
-    std::string name() const
-    {
-        return QStringLiteral("SBC %1 kHz, bitpool %2, MTU %3: us a packet")
-            .arg(sampleRate / 1000.0)
-            .arg(bitpool)
-            .arg(mtu)
-            .toStdString();
-    }
-};
-constexpr Configuration Configurations[] = {
-    {44100, 53, 672}, {44100, 53, 1017}, {48000, 51, 672}, {48000, 51, 1017}, {44100, 35, 672}, {44100, 35, 1017},
-};
-const std::string AacName = "AAC, payload of 500 bytes: ns a packet";
-const std::string Bare = "bare ";
-
-/// Hands packets to `take` over and over.
-template <typename Take>
-void feed(benchmark::State &state, const QList<QByteArray> &packets, Take take)
+/// Hands packets or frames to `take` over and over.
+template <typename Inputs, typename Take>
+void feed(benchmark::State &state, const Inputs &inputs, Take take)
 {
-    auto next = packets.cbegin();
+    auto next = inputs.cbegin();
     for (auto _ : state) {
         take(*next);
-        if (++next == packets.cend())
-            next = packets.cbegin();
+        if (++next == inputs.cend())
+            next = inputs.cbegin();
     }
 }
 
@@ -80,20 +63,33 @@ void runCodecSbc(benchmark::State &state, const Material &material)
 
 void runBareSbc(benchmark::State &state, const Material &material)
 {
-    sbc_t decoder;
-    sbc_init(&decoder, 0);
+    sbc::Decoder decoder;
     std::vector<char> pcm(static_cast<std::size_t>(material.pcmSize));
     feed(state, material.packets, [&](const QByteArray &packet) {
         decodePacket(decoder, packet.constData(), static_cast<std::size_t>(packet.size()), pcm.data(), pcm.size());
         benchmark::DoNotOptimize(pcm.data());
     });
-    sbc_finish(&decoder);
 }
 
 void runCodecAac(benchmark::State &state)
 {
     CodecAAC codec;
     runCodec(state, codec, {sim::aacPacket(QByteArray(500, 'a'))}, 672);
+}
+
+template <typename Decoder>
+void runDecoder(benchmark::State &state, const SbcConfiguration &configuration)
+{
+    constexpr int Frames = 100;
+    frames::Random random(1); // NOLINT: the same sound every time
+    const auto ready = frames::encode(random, configuration.fields, configuration.bitpool, Frames);
+    Decoder decoder;
+    char pcm[sbc::Decoder::MaxPcmSize];
+    feed(state, ready, [&](const frames::Bytes &frame) {
+        std::size_t written = 0;
+        decoder.decode(frame.data(), frame.size(), pcm, sizeof pcm, written);
+        benchmark::DoNotOptimize(pcm);
+    });
 }
 
 /// Collects the repetitions and prints them as rows of the table.
@@ -109,38 +105,52 @@ public:
         }
     }
 
-    /// Whether everything was measured.
-    bool print() const
+    /// Times of a benchmark; none when it did not run.
+    std::vector<double> timesOf(const std::string &name) const
     {
-        table::section("codec alone");
-        for (const Configuration &configuration : Configurations) {
-            const std::string name = configuration.name();
-            if (times_.count(name) == 0 || times_.count(Bare + name) == 0)
-                return false;
-            const Figure codec = figureOf(times_.at(name));
-            const Figure bare = figureOf(times_.at(Bare + name));
-            table::row(name, codec, bare, ratio(codec, bare));
-        }
-        if (times_.count(AacName) == 0)
-            return false;
-        table::row(AacName, figureOf(times_.at(AacName)));
-        return true;
+        const auto found = times_.find(name);
+        return found == times_.end() ? std::vector<double>() : found->second;
     }
 
 private:
     std::map<std::string, std::vector<double>> times_;
 };
 
-void registerAll(const std::vector<Material> &materials)
-{
-    for (const Material &material : materials) {
-        const std::string name = Configuration{material.format.sampleRate, material.format.bitpool, material.mtu}
-                                     .name();
-        benchmark::RegisterBenchmark(name.c_str(), runCodecSbc, material)->Unit(benchmark::kMicrosecond);
-        benchmark::RegisterBenchmark((Bare + name).c_str(), runBareSbc, material)->Unit(benchmark::kMicrosecond);
+/// A section of the table: benchmarks in pairs, the second of each the measure of the first.
+class Section {
+public:
+    Section(const char *title, benchmark::TimeUnit unit) : title_(title), unit_(unit) {}
+
+    template <typename Function, typename Rival, typename Argument>
+    void add(const std::string &name, Function *function, Rival *rival, const Argument &argument)
+    {
+        names_.push_back(name);
+        benchmark::RegisterBenchmark(name.c_str(), function, argument)->Unit(unit_);
+        benchmark::RegisterBenchmark((Measure + name).c_str(), rival, argument)->Unit(unit_);
     }
-    benchmark::RegisterBenchmark(AacName.c_str(), runCodecAac)->Unit(benchmark::kNanosecond);
-}
+
+    /// Whether everything was measured.
+    bool print(const Rows &rows) const
+    {
+        table::section(title_);
+        for (const std::string &name : names_) {
+            const Figure figure = figureOf(rows.timesOf(name));
+            const Figure measure = figureOf(rows.timesOf(Measure + name));
+            if (figure.median == 0 || measure.median == 0)
+                return false;
+            table::row(name, figure, measure, ratio(figure, measure));
+        }
+        return true;
+    }
+
+private:
+    const std::string Measure = "measure of ";
+    const char *title_;
+    benchmark::TimeUnit unit_;
+    std::vector<std::string> names_;
+};
+
+const std::string AacName = "AAC, payload of 500 bytes: ns a packet";
 
 } // namespace
 
@@ -162,15 +172,23 @@ int main(int argc, char *argv[])
     auto count = static_cast<int>(pointers.size());
     benchmark::Initialize(&count, pointers.data());
 
-    std::vector<Material> materials;
-    for (const Configuration &configuration : Configurations) {
-        sim::SbcFormat format;
-        format.sampleRate = configuration.sampleRate;
-        format.bitpool = configuration.bitpool;
-        materials.push_back(makeMaterial(format, configuration.mtu));
+    Section decoders("decoder alone: ns a frame, beside libsbc", benchmark::kNanosecond);
+    for (const SbcConfiguration &configuration : SbcConfigurations)
+        decoders.add(configuration.name, runDecoder<sbc::Decoder>, runDecoder<Libsbc>, configuration);
+    Section codecs("codec alone: us a packet, beside a bare loop with the same decoder", benchmark::kMicrosecond);
+    for (const int bitpool : {53, 35}) {
+        for (const int mtu : {672, 1017}) {
+            sim::SbcFormat format;
+            format.bitpool = bitpool;
+            codecs.add(QStringLiteral("SBC 44.1 kHz, bitpool %1, MTU %2").arg(bitpool).arg(mtu).toStdString(),
+                       runCodecSbc, runBareSbc, makeMaterial(format, mtu));
+        }
     }
-    registerAll(materials);
+    benchmark::RegisterBenchmark(AacName.c_str(), runCodecAac)->Unit(benchmark::kNanosecond);
+
     Rows rows;
     benchmark::RunSpecifiedBenchmarks(&rows);
-    return rows.print() ? EXIT_SUCCESS : EXIT_FAILURE;
+    const bool good = decoders.print(rows) && codecs.print(rows);
+    table::row(AacName, figureOf(rows.timesOf(AacName)));
+    return good ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "bench/material.h"
+#include "bench/sbc/libsbc.h"
 
-#include <sbc/sbc.h>
 #include <vector>
 
 namespace bench {
@@ -24,7 +24,6 @@ public:
 
     /// Neither the process nor the sockets are owned. The process has decoded nothing before.
     Pump(const Process &process, int packetSocket, int pcmSocket, const Material &material);
-    ~Pump();
     Pump(const Pump &) = delete;
     Pump &operator=(const Pump &) = delete;
 
@@ -39,7 +38,7 @@ private:
     int packetSocket_;
     int pcmSocket_;
     const Material &material_;
-    sbc_t decoder_{};
+    Libsbc reference_;
     int position_ = 0; ///< of the next packet in the material
     std::vector<char> expected_;
     std::vector<char> heard_;

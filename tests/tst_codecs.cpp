@@ -80,9 +80,6 @@ private Q_SLOTS:
     void sbcDecodesLikeABareLoop();
     void sbcWritesOncePerPacket();
     void sbcPlaysWhatComesBeforeAFault();
-    void sbcSurvivesABadFirstPacket_data();
-    void sbcSurvivesABadFirstPacket();
-    void sbcFollowsFrameParameters();
     void sbcTakesAnyBytes();
 
     void aacSelection_data();
@@ -223,50 +220,6 @@ void CodecsTest::sbcPlaysWhatComesBeforeAFault()
         const QByteArray heard = play(codec, {fault.packet});
         QVERIFY2(heard == whole.left(fault.frames * framePcm),
                  qPrintable(QStringLiteral("%1: %2 bytes").arg(QLatin1String(fault.name)).arg(heard.size())));
-    }
-}
-
-void CodecsTest::sbcSurvivesABadFirstPacket_data()
-{
-    QTest::addColumn<QByteArray>("first");
-    const QByteArray header(PayloadOffset, '\0');
-    QTest::newRow("shorter than a header") << QByteArray(5, '\x9C');
-    QTest::newRow("no frame") << header + QByteArray(100, '\x55');
-    QTest::newRow("a sync word alone") << header + hex("9c");
-    QTest::newRow("a truncated frame") << header + hex("9cbd350000000000");
-    QTest::newRow("a whole frame of zeros") << header + hex("9cbd35") + QByteArray(116, '\0');
-    QTest::newRow("a bitpool that no decoder takes") << header + hex("9cbdff") + QByteArray(600, '\0');
-}
-
-void CodecsTest::sbcSurvivesABadFirstPacket()
-{
-    QFETCH(QByteArray, first);
-    const sim::SbcFormat format;
-    const QList<QByteArray> packets = sim::encodeSbc(music(0.3, format), format, Mtu);
-    CodecSBC codec;
-    codec.prepare(Mtu);
-    QCOMPARE(play(codec, {first}), QByteArray());
-    QVERIFY(play(codec, packets) == sim::decodeSbc(packets));
-}
-
-void CodecsTest::sbcFollowsFrameParameters()
-{
-    using Mode = sim::SbcFormat::Mode;
-    const sim::SbcFormat small{44100, Mode::Stereo, 8, 4, false, 20};
-    const sim::SbcFormat usual;
-    sim::SbcFormat lower = usual;
-    lower.bitpool = 30;
-    const sim::SbcFormat mono{44100, Mode::Mono, 16, 8, false, 32};
-    const auto packetsOf = [](const sim::SbcFormat &format) { return sim::encodeSbc(music(0.2, format), format, Mtu); };
-
-    CodecSBC codec;
-    codec.prepare(Mtu);
-    const QList<QByteArray> eightSubbands = packetsOf(usual) + packetsOf(lower) + packetsOf(mono) + packetsOf(usual);
-    const QList<QByteArray> fourSubbands = packetsOf(small);
-    // One decoder, whatever comes, but for the subbands: as often as their number changes, a decoder started afresh.
-    for (int round = 0; round < 3; ++round) {
-        QVERIFY(play(codec, fourSubbands) == sim::decodeSbc(fourSubbands));
-        QVERIFY(play(codec, eightSubbands) == sim::decodeSbc(eightSubbands));
     }
 }
 

@@ -1,6 +1,5 @@
 #include "codec/codecsbc.h"
 
-#include "codec/sbcframe.h"
 #include "core/log.h"
 
 #include <QIODevice>
@@ -40,13 +39,11 @@ int frequencyOf(unsigned bits)
 CodecSBC::CodecSBC()
 {
     qDebug("CodecSBC");
-    sbc_init(&decoder_, 0);
 }
 
 CodecSBC::~CodecSBC()
 {
     qDebug("~CodecSBC");
-    sbc_finish(&decoder_);
 }
 
 QByteArray CodecSBC::capabilities()
@@ -79,8 +76,8 @@ void CodecSBC::prepare(int readMtu)
 {
     // Room for whatever the frames of such a packet say of themselves. A size taken from the decoder's last frame would
     // cut the PCM of a packet with more and smaller frames.
-    const int frames = 1 + readMtu / SbcFrame::MinLengthOfLargestPcm;
-    pcmSize_ = static_cast<size_t>(frames) * SbcFrame::MaxPcmSize;
+    const size_t frames = 1 + static_cast<size_t>(readMtu) / sbc::Decoder::MinSizeOfMaxPcm;
+    pcmSize_ = frames * sbc::Decoder::MaxPcmSize;
     pcm_.reset(new char[pcmSize_]);
 }
 
@@ -91,38 +88,19 @@ void CodecSBC::processPacket(const char *packet, int length, QIODevice *out)
     if (!out || length < PayloadOffset)
         return;
 
-    const char *in = packet + PayloadOffset;
-    int remaining = length - PayloadOffset;
+    const auto *in = reinterpret_cast<const std::uint8_t *>(packet) + PayloadOffset;
+    auto remaining = static_cast<size_t>(length - PayloadOffset);
     size_t used = 0;
-    while (remaining > 0) {
-        // libsbc reads past a truncated frame, and a decoder whose first frame fails never recovers: it is given
-        // whole frames only.
-        SbcFrame frame{};
-        ssize_t result = SbcFrame::read(in, remaining, frame);
-        if (result > 0 && static_cast<size_t>(frame.pcmSize) > pcmSize_ - used)
-            break;
+    while (remaining > 0 && pcmSize_ - used >= sbc::Decoder::MaxPcmSize) {
         size_t written = 0;
-        if (result > 0) {
-            startDecoderFor(frame.subbands);
-            result = sbc_decode(&decoder_, in, static_cast<size_t>(remaining), pcm_.get() + used, pcmSize_ - used,
-                                &written);
-        }
+        const int result = decoder_.decode(in, remaining, pcm_.get() + used, pcmSize_ - used, written);
         if (result <= 0) {
-            logDebug() << "SBC decoding error" << static_cast<int>(result);
+            logDebug() << "SBC decoding error" << result;
             break;
         }
         used += written;
         in += result;
-        remaining -= static_cast<int>(result);
+        remaining -= static_cast<size_t>(result);
     }
     out->write(pcm_.get(), static_cast<qint64>(used));
-}
-
-void CodecSBC::startDecoderFor(int subbands)
-{
-    // libsbc lays its filter memory out for the first frame's subbands, and what frames of another number move in it is
-    // never moved back: without a fresh start every later frame sounds wrong.
-    if (startedSubbands_ != 0 && startedSubbands_ != subbands)
-        sbc_reinit(&decoder_, 0);
-    startedSubbands_ = subbands;
 }

@@ -127,8 +127,7 @@ void Transport::Acquire()
     ::fcntl(fd.get(), F_SETFL, ::fcntl(fd.get(), F_GETFL) | O_NONBLOCK);
     fd_ = std::move(fd);
     readMtu_ = readMtu;
-    // libsbc may look one byte behind the frame that it decodes.
-    buffer_.reset(new char[static_cast<size_t>(readMtu) + 1]);
+    buffer_.reset(new char[static_cast<size_t>(readMtu)]);
     codec_.prepare(readMtu);
     notifier_.emplace(fd_.get(), *this);
 }

@@ -1,0 +1,20 @@
+#pragma once
+
+namespace bench {
+
+/// What phones send, and its extremes, as second byte of a frame's header and bitpool; 16 blocks, loudness.
+struct SbcConfiguration {
+    const char *name;
+    unsigned fields;
+    unsigned bitpool;
+};
+
+constexpr SbcConfiguration SbcConfigurations[] = {
+    {"44.1 kHz joint stereo, 8 subbands, bitpool 53", 0xBD, 53},
+    {"44.1 kHz mono, 8 subbands, bitpool 31", 0xB1, 31},
+    {"48 kHz dual channel, 8 subbands, bitpool 53", 0xF5, 53},
+    {"44.1 kHz joint stereo, 4 subbands, bitpool 35", 0xBC, 35},
+    {"44.1 kHz stereo, 8 subbands, bitpool 35", 0xB9, 35},
+};
+
+} // namespace bench

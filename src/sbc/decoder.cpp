@@ -1,0 +1,57 @@
+#include "sbc/decoder.h"
+
+#include "sbc/bitallocation.h"
+#include "sbc/frame.h"
+#include "sbc/samples.h"
+
+#include <cstring>
+
+namespace sbc {
+
+Decoder::Decoder() : synthesize_(chooseSynthesis()) {}
+
+int Decoder::decode(const std::uint8_t *data, std::size_t size, char *pcm, std::size_t room, std::size_t &written)
+{
+    written = 0;
+    Frame frame;
+    if (const int fault = readHeader(data, size, frame); fault != 0)
+        return fault;
+    if (frame.subbands != subbands_)
+        startAfresh(frame.subbands);
+    if (const int fault = readScaleFactors(data, size, frame); fault != 0)
+        return fault;
+    Allocation bits;
+    const int blockBits = allocateBits(frame, bits);
+    const std::size_t frameSize = (frame.headerBits + static_cast<std::size_t>(frame.blocks * blockBits) + 7) / 8;
+    if (frameSize > size)
+        return Truncated;
+
+    // unpackSamples() reads whole registers, beyond the frame's end.
+    std::uint8_t padded[MaxFrameSize + sizeof(std::uint64_t)];
+    std::memcpy(padded, data, frameSize);
+    std::memset(padded + frameSize, 0, sizeof(std::uint64_t));
+    Samples samples;
+    unpackSamples(padded, frame, bits, samples);
+
+    const auto group = sizeof(std::int16_t) * static_cast<std::size_t>(frame.channels);
+    const std::size_t pcmSize = group * static_cast<std::size_t>(frame.blocks * frame.subbands);
+    if (room >= pcmSize) {
+        synthesize_(frame, samples, filters_, pcm);
+        written = pcmSize;
+    } else {
+        char whole[MaxPcmSize];
+        synthesize_(frame, samples, filters_, whole);
+        written = room - room % group;
+        std::memcpy(pcm, whole, written);
+    }
+    return static_cast<int>(frameSize);
+}
+
+void Decoder::startAfresh(int subbands)
+{
+    subbands_ = subbands;
+    for (Filter &filter : filters_)
+        filter = Filter();
+}
+
+} // namespace sbc

@@ -1,0 +1,87 @@
+#pragma once
+
+#include "sbc/vectors.h"
+
+// Products by constants. SSE2 multiplies halves of lanes only, and adds the two products of a lane (pmaddwd); four such
+// steps in the right places are faster than a 32-bit product put together from 64-bit ones. Everything else has plain
+// products.
+
+namespace sbc {
+
+#if defined(__SSE2__)
+
+static inline Vector multiplyHalves(Vector value, Vector factors)
+{
+    return reinterpret_cast<Vector>(
+        _mm_madd_epi16(reinterpret_cast<__m128i>(value), reinterpret_cast<__m128i>(factors)));
+}
+
+/// The same pair of 16-bit factors in every lane.
+template <int Low, int High>
+static inline Vector halves()
+{
+    static_assert(Low >= -0x8000 && Low < 0x8000 && High >= -0x8000 && High < 0x8000);
+    return splat((static_cast<std::uint32_t>(Low) & 0xFFFF) | static_cast<std::uint32_t>(High) << 16);
+}
+
+/// Two vectors whose products are wanted as a sum, each x = upper * 2^16 + lower with a signed lower half.
+struct Pair {
+    Pair(Vector x, Vector y) : lower((x & 0xFFFF) | y << 16), upper((x + 0x8000) >> 16 | ((y + 0x8000) & 0xFFFF0000)) {}
+    Vector lower;
+    Vector upper;
+};
+
+/// x * X + y * Y.
+template <int X, int Y>
+static inline Vector sumOfProducts(const Pair &pair)
+{
+    return multiplyHalves(pair.lower, halves<X, Y>()) + (multiplyHalves(pair.upper, halves<X, Y>()) << 16);
+}
+
+/// The upper 17 bits of each lane as they are kept for product(): 16 where they are, the last one alone in the lower
+/// half, where twice that half carries it to.
+static inline Vector keepUpper17(Vector value)
+{
+    const __m128i carried = _mm_mulhi_epu16(reinterpret_cast<__m128i>(value), _mm_set1_epi32(2));
+    return (value & 0xFFFF0000) | reinterpret_cast<Vector>(carried);
+}
+
+/// The 17 bits times Factor: twice the 16 bits times it, plus the last bit times it. A factor too large for a half is
+/// split into its quarter and the rest.
+template <int Factor>
+static inline Vector product(Vector kept)
+{
+    if constexpr (Factor >= -0x4000 && Factor < 0x4000)
+        return multiplyHalves(kept, halves<Factor, 2 * Factor>());
+    else
+        return (product<(Factor >> 2)>(kept) << 2) + product<(Factor & 3)>(kept);
+}
+
+#else
+
+struct Pair {
+    Pair(Vector x, Vector y) : first(x), second(y) {}
+    Vector first;
+    Vector second;
+};
+
+template <int X, int Y>
+static inline Vector sumOfProducts(const Pair &pair)
+{
+    return pair.first * splat(static_cast<std::uint32_t>(X)) + pair.second * splat(static_cast<std::uint32_t>(Y));
+}
+
+static inline Vector keepUpper17(Vector value)
+{
+    return shiftRight<15>(value);
+}
+
+template <int Factor>
+static inline Vector product(Vector kept)
+{
+    return kept * splat(static_cast<std::uint32_t>(Factor));
+}
+
+#endif
+
+} // namespace sbc

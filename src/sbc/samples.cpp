@@ -1,0 +1,117 @@
+#include "sbc/samples.h"
+
+#include <array>
+#include <cstring>
+#include <type_traits>
+
+namespace sbc {
+
+namespace {
+
+// A sample of b bits with the value a stands for
+//     floor((2a + 1) 2^s / L) - 2^s,   where L = 2^b - 1 and s = scale factor + 3 (three bits are kept for precision).
+// A product replaces the division: floor((2a + 1) r / 2^40) - 2^s, where r is 2^(s + 40) / L and at most 1 more. It is
+// exact. The excess of r makes (2a + 1) r / 2^40 too large by 2^17 / 2^40 at most; a quotient that is not an integer
+// lies 1 / L > 2^-16 below the next integer at least. No product reaches 2^60.
+constexpr int ProductBits = 40;
+constexpr int PrecisionBits = 3;
+constexpr int MaxScaleBits = 15 + PrecisionBits;
+
+/// floor(2^58 / L) for L of 1 to 16 bits. Shifted right by 18 - s, and plus 1, this is r.
+constexpr std::array<std::uint64_t, 17> makeReciprocals()
+{
+    std::array<std::uint64_t, 17> reciprocals{};
+    for (unsigned bits = 1; bits <= 16; ++bits)
+        reciprocals[bits] = (std::uint64_t{1} << (ProductBits + MaxScaleBits)) / ((1U << bits) - 1);
+    return reciprocals;
+}
+constexpr std::array<std::uint64_t, 17> Reciprocals = makeReciprocals();
+
+/// As much of the bit stream as one register holds. Loaded from the byte that a bit is in, it has WordBits - 7 bits for
+/// sure.
+using Word = std::conditional_t<sizeof(void *) == 8, std::uint64_t, std::uint32_t>;
+constexpr unsigned WordBits = 8 * sizeof(Word);
+
+/// One subband that has bits: a sample is (value * factor + offset) >> 40.
+struct Coded {
+    std::uint64_t factor;
+    std::uint64_t offset;
+    std::uint32_t *blocks; ///< where its samples go
+    std::uint32_t mask;
+    std::uint32_t rotation; ///< WordBits - bits
+};
+
+Word loadWord(const std::uint8_t *data)
+{
+    Word word = 0;
+    std::memcpy(&word, data, sizeof word);
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    word = sizeof word == 8 ? static_cast<Word>(__builtin_bswap64(word))
+                            : __builtin_bswap32(static_cast<std::uint32_t>(word));
+#endif
+    return word;
+}
+
+/// Subbands whose samples follow each other in the stream and are read with one load a block.
+struct Run {
+    const Coded *end;
+    unsigned bits;
+};
+
+/// The coded subbands of a frame, in the stream's order.
+struct Layout {
+    Coded coded[MaxChannels * MaxSubbands];
+    Run runs[MaxChannels * MaxSubbands];
+    const Run *runsEnd;
+};
+
+void makeLayout(const Frame &frame, const Allocation &allocation, Samples &samples, Layout &layout)
+{
+    Coded *coded = layout.coded;
+    Run *run = layout.runs;
+    run->bits = 0;
+    for (int channel = 0; channel < frame.channels; ++channel) {
+        for (int subband = 0; subband < frame.subbands; ++subband) {
+            std::uint32_t *blocks = samples.values[channel][subband];
+            const unsigned bits = allocation[channel][subband];
+            if (bits == 0) {
+                std::memset(blocks, 0, sizeof samples.values[channel][subband]);
+                continue;
+            }
+            if (run->bits + bits > WordBits - 7) {
+                run->end = coded;
+                (++run)->bits = 0;
+            }
+            run->bits += bits;
+            const unsigned scaleBits = frame.scaleFactors[channel][subband] + unsigned{PrecisionBits};
+            const std::uint64_t reciprocal = (Reciprocals[bits] >> (MaxScaleBits - scaleBits)) + 1;
+            *coded++ = {2 * reciprocal, reciprocal - (std::uint64_t{1} << (ProductBits + scaleBits)), blocks,
+                        (1U << bits) - 1, WordBits - bits};
+        }
+    }
+    run->end = coded;
+    layout.runsEnd = run + 1;
+}
+
+} // namespace
+
+void unpackSamples(const std::uint8_t *data, const Frame &frame, const Allocation &bits, Samples &samples)
+{
+    Layout layout;
+    makeLayout(frame, bits, samples, layout);
+    std::size_t position = frame.headerBits;
+    for (int block = 0; block < frame.blocks; ++block) {
+        const Coded *coded = layout.coded;
+        for (const Run *run = layout.runs; run != layout.runsEnd; ++run) {
+            Word word = loadWord(data + position / 8) << position % 8;
+            position += run->bits;
+            for (; coded != run->end; ++coded) {
+                word = word >> coded->rotation | word << (WordBits - coded->rotation); // the value comes last
+                const auto value = static_cast<std::int64_t>((word & coded->mask) * coded->factor + coded->offset);
+                coded->blocks[block] = static_cast<std::uint32_t>(value >> ProductBits);
+            }
+        }
+    }
+}
+
+} // namespace sbc

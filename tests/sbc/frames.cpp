@@ -1,0 +1,131 @@
+#include "tests/sbc/frames.h"
+
+#include <algorithm>
+#include <cmath>
+#include <sbc/sbc.h>
+
+namespace frames {
+
+namespace {
+
+constexpr std::size_t HeaderSize = 4;
+
+int subbandsOf(unsigned fields)
+{
+    return (fields & 1) != 0 ? 8 : 4;
+}
+
+int blocksOf(unsigned fields)
+{
+    return 4 * (1 + static_cast<int>(fields >> 4 & 3));
+}
+
+unsigned modeOf(unsigned fields)
+{
+    return fields >> 2 & 3;
+}
+
+int channelsOf(unsigned fields)
+{
+    return modeOf(fields) == SBC_MODE_MONO ? 1 : 2;
+}
+
+} // namespace
+
+unsigned below(Random &random, unsigned count)
+{
+    return static_cast<unsigned>(random() % count);
+}
+
+int scaleFactorBits(unsigned fields)
+{
+    const int joint = modeOf(fields) == SBC_MODE_JOINT_STEREO ? subbandsOf(fields) : 0;
+    return joint + 4 * subbandsOf(fields) * channelsOf(fields);
+}
+
+void mendChecksum(std::uint8_t *frame)
+{
+    unsigned crc = 0x0F;
+    const auto add = [&](unsigned byte, int bits) {
+        for (int i = 0; i < bits; ++i, byte <<= 1)
+            crc = (crc << 1 ^ (((crc ^ byte) & 0x80) != 0 ? 0x1DU : 0U)) & 0xFF;
+    };
+    add(frame[1], 8);
+    add(frame[2], 8);
+    const std::uint8_t *byte = frame + HeaderSize;
+    for (int bits = scaleFactorBits(frame[1]); bits > 0; bits -= 8)
+        add(*byte++, std::min(bits, 8));
+    frame[3] = static_cast<std::uint8_t>(crc);
+}
+
+unsigned possibleBitpool(Random &random, unsigned fields)
+{
+    const bool shared = modeOf(fields) == SBC_MODE_STEREO || modeOf(fields) == SBC_MODE_JOINT_STEREO;
+    const auto limit = static_cast<unsigned>((shared ? 32 : 16) * subbandsOf(fields));
+    return below(random, std::min(limit, 255U) + 1);
+}
+
+Bytes make(Random &random, unsigned fields, unsigned bitpool)
+{
+    const int channels = modeOf(fields) == SBC_MODE_DUAL_CHANNEL ? 2 : 1;
+    const int sampleBits = blocksOf(fields) * static_cast<int>(bitpool) * channels;
+    Bytes frame(HeaderSize + static_cast<std::size_t>((scaleFactorBits(fields) + sampleBits) / 8 + 2));
+    const unsigned kind = below(random, 6);
+    const unsigned loudest = below(random, 16) << 4 | below(random, 16);
+    for (std::size_t i = 0; i < frame.size(); ++i) {
+        const bool isScale = i < HeaderSize + static_cast<std::size_t>(scaleFactorBits(fields)) / 8;
+        unsigned byte = below(random, 256);
+        if (kind == 0)
+            byte = 0xFF; // the largest samples there are
+        else if (kind == 1)
+            byte = isScale ? 0xFF : 0;
+        else if (kind == 2 && isScale)
+            byte &= below(random, 256) & below(random, 256); // most scale factors small
+        else if (kind == 3 && isScale)
+            byte = loudest;
+        else if (kind == 4 && isScale && below(random, 2) == 0)
+            byte = 0;
+        frame[i] = static_cast<std::uint8_t>(byte);
+    }
+    frame[0] = 0x9C;
+    frame[1] = static_cast<std::uint8_t>(fields);
+    frame[2] = static_cast<std::uint8_t>(bitpool);
+    mendChecksum(frame.data());
+    return frame;
+}
+
+std::vector<Bytes> encode(Random &random, unsigned fields, unsigned bitpool, int count)
+{
+    sbc_t encoder;
+    sbc_init(&encoder, 0);
+    encoder.frequency = static_cast<std::uint8_t>(fields >> 6);
+    encoder.blocks = static_cast<std::uint8_t>(fields >> 4 & 3);
+    encoder.mode = static_cast<std::uint8_t>(modeOf(fields));
+    encoder.allocation = (fields & 2) != 0 ? SBC_AM_SNR : SBC_AM_LOUDNESS;
+    encoder.subbands = (fields & 1) != 0 ? SBC_SB_8 : SBC_SB_4;
+    encoder.bitpool = static_cast<std::uint8_t>(std::max(bitpool, 2U)); // the encoder does not take less
+    encoder.endian = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? SBC_LE : SBC_BE;
+
+    std::vector<Bytes> frames;
+    std::vector<std::int16_t> pcm(sbc_get_codesize(&encoder) / sizeof(std::int16_t));
+    double phase = 0;
+    double step = 0.01;
+    const double loudness = 40000.0 / (1 + below(random, 20));
+    for (int i = 0; i < count; ++i) {
+        for (std::int16_t &sample : pcm) {
+            step = std::min(step * 1.0005, 3.0);
+            phase += step;
+            const double value = loudness * std::sin(phase) + static_cast<double>(below(random, 200));
+            sample = static_cast<std::int16_t>(std::clamp(value, -32768.0, 32767.0));
+        }
+        Bytes frame(1024);
+        ssize_t length = 0;
+        sbc_encode(&encoder, pcm.data(), pcm.size() * sizeof(std::int16_t), frame.data(), frame.size(), &length);
+        frame.resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+        frames.push_back(frame);
+    }
+    sbc_finish(&encoder);
+    return frames;
+}
+
+} // namespace frames

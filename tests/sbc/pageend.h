@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <sys/mman.h>
+#include <unistd.h>
+
+/// A block of bytes that ends where the mapped memory ends: to touch one byte behind it ends the test program, also
+/// from inside a library that no sanitizer looks into.
+class PageEnd {
+public:
+    explicit PageEnd(std::size_t size)
+    {
+        const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+        mapped_ = (size / page + 2) * page;
+        void *memory = ::mmap(nullptr, mapped_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (memory == MAP_FAILED)
+            std::abort();
+        start_ = static_cast<char *>(memory);
+        end_ = start_ + (mapped_ - page);
+        if (::mprotect(end_, page, PROT_NONE) != 0)
+            std::abort();
+    }
+    ~PageEnd() { ::munmap(start_, mapped_); }
+    PageEnd(const PageEnd &) = delete;
+    PageEnd &operator=(const PageEnd &) = delete;
+
+    /// The last `size` bytes.
+    char *last(std::size_t size) const { return end_ - size; }
+
+private:
+    std::size_t mapped_ = 0;
+    char *start_ = nullptr;
+    char *end_ = nullptr;
+};
