@@ -2,9 +2,12 @@
 
 #include "bench/fail.h"
 
+#include <QDBusUnixFileDescriptor>
 #include <QDir>
+#include <QThread>
 
 #include <cstring>
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -13,6 +16,9 @@ namespace bench {
 namespace {
 
 const QString PhonePath = QStringLiteral("/org/bluez/hci0/dev_00_AA_01_01_00_42");
+
+// BlueALSA's audio thread notices an opened PCM some time after the answer, and drops what is decoded before.
+constexpr int SettleMs = 300;
 
 void insist(bool holds, const char *what)
 {
@@ -88,5 +94,34 @@ KadoBt::KadoBt(const Material &material, const QList<QByteArray> &environment)
 }
 
 KadoBt::~KadoBt() = default;
+
+BlueAlsa::BlueAlsa(const Material &material)
+    : bluez_(bus_.address()), phone_(bluez_, PhonePath, QStringLiteral("Anna")),
+      process_({"bluealsa", "-p", "a2dp-sink"}, {"DBUS_SYSTEM_BUS_ADDRESS=" + bus_.address().toUtf8()})
+{
+    bluez_.addAdapter();
+    insist(sim::waitFor([this] { return !bluez_.endpoints().isEmpty(); }), "BlueALSA does not start");
+    phone_.connect();
+    insist(phone_.configure(material.format) && phone_.start(static_cast<quint16>(material.mtu)),
+           "BlueALSA does not accept the phone");
+    const QString pcm = QStringLiteral("/org/bluealsa/hci0/%1/a2dpsnk/source").arg(PhonePath.section(u'/', -1));
+    const QVariantList fds = bluez_
+                                 .call(QDBusMessage::createMethodCall(QStringLiteral("org.bluealsa"), pcm,
+                                                                      QStringLiteral("org.bluealsa.PCM1"),
+                                                                      QStringLiteral("Open")))
+                                 .arguments();
+    insist(fds.size() == 2, "BlueALSA does not open the PCM");
+    const auto own = [&fds](int index) {
+        return FileDescriptor(
+            ::fcntl(qvariant_cast<QDBusUnixFileDescriptor>(fds[index]).fileDescriptor(), F_DUPFD_CLOEXEC, 0));
+    };
+    pcm_ = own(0);
+    control_ = own(1);
+    ::fcntl(pcm_.get(), F_SETFL, ::fcntl(pcm_.get(), F_GETFL) & ~O_NONBLOCK);
+    QThread::msleep(SettleMs);
+    pump_ = std::make_unique<Pump>(process_, phone_.socket(), pcm_.get(), material);
+}
+
+BlueAlsa::~BlueAlsa() = default;
 
 } // namespace bench

@@ -58,4 +58,22 @@ private:
     std::unique_ptr<Pump> pump_;
 };
 
+/// BlueALSA as Debian packages it, with a bus and a BlueZ of its own. Its PCM leaves by a pipe.
+class BlueAlsa final : public Contestant {
+public:
+    explicit BlueAlsa(const Material &material);
+    ~BlueAlsa() override;
+    const Process &process() const override { return process_; }
+    Pump &pump() override { return *pump_; }
+
+private:
+    sim::Bus bus_;
+    sim::FakeBluez bluez_;
+    sim::Phone phone_;
+    Process process_;
+    FileDescriptor pcm_;
+    FileDescriptor control_;
+    std::unique_ptr<Pump> pump_;
+};
+
 } // namespace bench

@@ -143,6 +143,19 @@ bool measureStreams(const Extent &extent)
     return good;
 }
 
+void measureBesideBlueAlsa(const Extent &extent)
+{
+    const Material material = makeMaterial({}, 672);
+    table::section("the same stream beside BlueALSA, which stands in the place of the bare loop");
+    KadoBt daemon(material);
+    BlueAlsa peer(material);
+    daemon.warmUp();
+    peer.warmUp();
+    measureBackToBack(daemon, peer, extent);
+    measureRealTime(daemon, peer, material, extent);
+    measureMemory(daemon, peer);
+}
+
 void measureStartUp(const Extent &extent)
 {
     const Starts starts = measureStarts(extent.starts);
@@ -181,5 +194,7 @@ int main(int argc, char *argv[])
     bool good = measureStreams(extent);
     good = measureAllocations(makeMaterial({}, 672), extent) && good;
     measureStartUp(extent);
+    if (!quick)
+        measureBesideBlueAlsa(extent);
     return good ? EXIT_SUCCESS : EXIT_FAILURE;
 }

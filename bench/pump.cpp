@@ -9,6 +9,7 @@
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 namespace bench {
 
@@ -102,7 +103,7 @@ void Pump::send()
 void Pump::hear(std::size_t bytes)
 {
     while (heardSize_ < bytes) {
-        const ssize_t size = ::recv(pcmSocket_, heard_.data() + heardSize_, heard_.size() - heardSize_, 0);
+        const ssize_t size = ::read(pcmSocket_, heard_.data() + heardSize_, heard_.size() - heardSize_);
         if (size <= 0)
             fail(size == 0 ? QStringLiteral("the PCM ended")
                            : QStringLiteral("no PCM: %1").arg(QString::fromLocal8Bit(std::strerror(errno))));

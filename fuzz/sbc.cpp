@@ -48,8 +48,11 @@ struct Stream {
     Reference reference;
     int mtu = -1; ///< -1: not prepared
 
-    void play(const QByteArray &bytes)
+    /// A packet, which is cut to the MTU as the socket cuts it.
+    void play(QByteArray bytes)
     {
+        if (mtu >= 0)
+            bytes.truncate(mtu);
         static const PageEnd memory(LongestPacket);
         const auto size = static_cast<int>(bytes.size());
         char *packet = memory.last(static_cast<std::size_t>(size));
@@ -58,10 +61,8 @@ struct Stream {
         codec.processPacket(packet, size, &out);
         PROMISED(out.writes.size() == (size < PayloadOffset ? 0 : 1));
         const QByteArray heard = out.everything();
-        // Only of a packet that is longer than the MTU may the last frames be missing.
-        const bool whole = size <= mtu;
         QByteArray expected;
-        for (int at = PayloadOffset; at < size && (whole || expected.size() < heard.size());) {
+        for (int at = PayloadOffset; at < size && mtu >= 0;) {
             char pcm[sbc::Decoder::MaxPcmSize];
             std::size_t written = 0;
             const int length = reference.decode(reinterpret_cast<const std::uint8_t *>(packet) + at,

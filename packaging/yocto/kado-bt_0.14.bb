@@ -9,7 +9,7 @@ SRCREV = "${AUTOREV}"
 
 inherit qt6-cmake pkgconfig systemd useradd
 
-DEPENDS = "qtbase sbc"
+DEPENDS = "qtbase"
 RDEPENDS:${PN} = "dbus"
 RRECOMMENDS:${PN} = "bluez5"
 
