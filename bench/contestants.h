@@ -2,7 +2,7 @@
 
 #include "bench/process.h"
 #include "bench/pump.h"
-#include "core/filedescriptor.h"
+#include "eventloop/filedescriptor.h"
 #include "sim/board.h"
 
 namespace bench {

@@ -160,7 +160,7 @@ void measureStartUp(const Extent &extent)
 {
     const Starts starts = measureStarts(extent.starts);
     table::section("start");
-    table::row("exec to both endpoints registered, ms", figureOf(starts.registered));
+    table::row("exec to all endpoints registered, ms", figureOf(starts.registered));
     table::row("  exec to the end of --version, ms", figureOf(starts.version));
 }
 

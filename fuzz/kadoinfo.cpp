@@ -1,6 +1,6 @@
 // The device information file: the input is the file.
 
-#include "core/kadoinfo.h"
+#include "board/kadoinfo.h"
 
 #include "fuzz/fuzzing.h"
 

@@ -1,6 +1,7 @@
 #include "sim/control.h"
 
-#include "bus/names.h"
+#include "bluez/names.h"
+#include "control/names.h"
 #include "sim/waiting.h"
 
 #include <QDBusVariant>
@@ -31,21 +32,21 @@ Control::~Control()
 QDBusMessage Control::call(const QString &method)
 {
     return callAndWait(connection_,
-                       QDBusMessage::createMethodCall(bus::ControlService, bus::ControlPath, CommandInterface, method));
+                       QDBusMessage::createMethodCall(control::Service, control::ObjectPath, CommandInterface, method));
 }
 
 QVariant Control::property(const QString &name)
 {
-    QDBusMessage call = QDBusMessage::createMethodCall(bus::ControlService, bus::ControlPath, bus::PropertiesInterface,
-                                                       QStringLiteral("Get"));
+    QDBusMessage call = QDBusMessage::createMethodCall(control::Service, control::ObjectPath,
+                                                       bluez::PropertiesInterface, QStringLiteral("Get"));
     call << CommandInterface << name;
     return callAndWait(connection_, call).arguments().value(0).value<QDBusVariant>().variant();
 }
 
 QDBusMessage Control::setProperty(const QString &name, const QVariant &value)
 {
-    QDBusMessage call = QDBusMessage::createMethodCall(bus::ControlService, bus::ControlPath, bus::PropertiesInterface,
-                                                       QStringLiteral("Set"));
+    QDBusMessage call = QDBusMessage::createMethodCall(control::Service, control::ObjectPath,
+                                                       bluez::PropertiesInterface, QStringLiteral("Set"));
     call << CommandInterface << name << QVariant::fromValue(QDBusVariant(value));
     return callAndWait(connection_, call);
 }

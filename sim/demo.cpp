@@ -1,6 +1,6 @@
 #include "sim/demo.h"
 
-#include "bus/names.h"
+#include "bluez/names.h"
 #include "sim/board.h"
 #include "sim/heardcheck.h"
 #include "sim/story.h"
@@ -151,7 +151,7 @@ bool Demo::stream()
         return false;
     story_.say("board",
                QStringLiteral("the adapter is \"%1\", discoverable without end, with %2 endpoints and an agent")
-                   .arg(board_.bluez.property("/org/bluez/hci0", bus::AdapterInterface, "Alias").toString())
+                   .arg(board_.bluez.property("/org/bluez/hci0", bluez::AdapterInterface, "Alias").toString())
                    .arg(board_.bluez.endpoints().size()));
 
     story_.say("phone", PhoneName + QStringLiteral(" pairs and connects"));
@@ -266,7 +266,7 @@ bool Demo::awaitStatus(bool connected, bool streaming)
 bool Demo::isAdapterSetUp() const
 {
     const auto property = [this](const char *name) {
-        return board_.bluez.property("/org/bluez/hci0", bus::AdapterInterface, QLatin1String(name));
+        return board_.bluez.property("/org/bluez/hci0", bluez::AdapterInterface, QLatin1String(name));
     };
     return property("Alias") == "Kitchen BT" && property("Powered").toBool() && property("Discoverable").toBool()
         && property("DiscoverableTimeout") == 0U && board_.bluez.defaultAgent() && !board_.bluez.endpoints().isEmpty();

@@ -1,6 +1,6 @@
 #include "sim/fakebluez.h"
 
-#include "bus/names.h"
+#include "bluez/names.h"
 #include "sim/waiting.h"
 
 #include <QDBusArgument>
@@ -70,12 +70,12 @@ QString BluezCall::text() const
 
 FakeBluez::FakeBluez(const QString &address) : address_(address), connection_(QString())
 {
-    bus::registerObjectTreeTypes();
+    bluez::registerObjectTreeTypes();
     if (!QMetaType::hasRegisteredConverterFunction<QDBusObjectPath, QString>())
         QMetaType::registerConverter(&QDBusObjectPath::path);
     clock_.start();
     connectToBus();
-    addObject(bus::BluezRootPath, {{bus::AgentManagerInterface, {}}}, Announce::Quietly);
+    addObject(bluez::RootPath, {{bluez::AgentManagerInterface, {}}}, Announce::Quietly);
 }
 
 FakeBluez::~FakeBluez()
@@ -88,10 +88,9 @@ void FakeBluez::connectToBus()
     static int connections = 0;
     connectionName_ = QStringLiteral("fakebluez-%1").arg(connections++);
     connection_ = QDBusConnection::connectToBus(address_, connectionName_);
-    connection_.registerVirtualObject(bus::ObjectManagerPath, this, QDBusConnection::SubPath);
+    connection_.registerVirtualObject(bluez::ObjectManagerPath, this, QDBusConnection::SubPath);
     const QDBusReply<QDBusConnectionInterface::RegisterServiceReply> reply = connection_.interface()->registerService(
-        bus::BluezService, QDBusConnectionInterface::ReplaceExistingService,
-        QDBusConnectionInterface::AllowReplacement);
+        bluez::Service, QDBusConnectionInterface::ReplaceExistingService, QDBusConnectionInterface::AllowReplacement);
     if (reply.value() != QDBusConnectionInterface::ServiceRegistered)
         qFatal("org.bluez on %s: %s", qPrintable(address_), qPrintable(connection_.lastError().message()));
     clients_ = std::make_unique<QDBusServiceWatcher>();
@@ -121,7 +120,7 @@ void FakeBluez::crash()
 void FakeBluez::restart()
 {
     connectToBus();
-    addObject(bus::BluezRootPath, {{bus::AgentManagerInterface, {}}});
+    addObject(bluez::RootPath, {{bluez::AgentManagerInterface, {}}});
 }
 
 void FakeBluez::replace()
@@ -154,7 +153,7 @@ void FakeBluez::addObject(const QString &path, const QVariantMapMap &interfaces,
         object.insert(interface.key(), interface.value());
     if (how == Announce::Quietly)
         return;
-    QDBusMessage signal = QDBusMessage::createSignal(bus::ObjectManagerPath, bus::ObjectManagerInterface,
+    QDBusMessage signal = QDBusMessage::createSignal(bluez::ObjectManagerPath, bluez::ObjectManagerInterface,
                                                      QStringLiteral("InterfacesAdded"));
     signal << QVariant::fromValue(QDBusObjectPath(path)) << QVariant::fromValue(interfaces);
     connection_.send(signal);
@@ -174,7 +173,7 @@ void FakeBluez::removeObject(const QString &path, const QStringList &interfaces,
     }
     if (how == Announce::Quietly)
         return;
-    QDBusMessage signal = QDBusMessage::createSignal(bus::ObjectManagerPath, bus::ObjectManagerInterface,
+    QDBusMessage signal = QDBusMessage::createSignal(bluez::ObjectManagerPath, bluez::ObjectManagerInterface,
                                                      QStringLiteral("InterfacesRemoved"));
     signal << QVariant::fromValue(QDBusObjectPath(path)) << removed;
     connection_.send(signal);
@@ -199,7 +198,7 @@ void FakeBluez::addAdapter(const QString &path, Announce how)
         {QStringLiteral("UUIDs"), QStringList{QStringLiteral("00001200-0000-1000-8000-00805f9b34fb")}},
         {QStringLiteral("Modalias"), QStringLiteral("usb:v1D6Bp0246d0542")},
     };
-    addObject(path, {{bus::AdapterInterface, adapter}, {bus::MediaInterface, {}}}, how);
+    addObject(path, {{bluez::AdapterInterface, adapter}, {bluez::MediaInterface, {}}}, how);
 }
 
 void FakeBluez::removeAdapter(const QString &path)
@@ -234,7 +233,7 @@ void FakeBluez::setProperty(const QString &path, const QString &interface, const
 
 void FakeBluez::emitPropertiesChanged(const QString &path, const QString &interface, const QVariantMap &changed)
 {
-    QDBusMessage signal = QDBusMessage::createSignal(path, bus::PropertiesInterface,
+    QDBusMessage signal = QDBusMessage::createSignal(path, bluez::PropertiesInterface,
                                                      QStringLiteral("PropertiesChanged"));
     signal << interface << changed << QStringList();
     connection_.send(signal);

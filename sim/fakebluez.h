@@ -1,7 +1,7 @@
 #pragma once
 
-#include "bus/objecttree.h"
-#include "core/filedescriptor.h"
+#include "bluez/objecttree.h"
+#include "eventloop/filedescriptor.h"
 
 #include <QByteArray>
 #include <QDBusConnection>

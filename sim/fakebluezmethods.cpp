@@ -1,6 +1,6 @@
 // The answering half of FakeBluez: the table of its methods, what each does, and the introspection made from the table.
 
-#include "bus/names.h"
+#include "bluez/names.h"
 #include "sim/fakebluez.h"
 
 #include <QDBusMetaType>
@@ -31,11 +31,11 @@ const QString PropertyReadOnly = QStringLiteral("org.freedesktop.DBus.Error.Prop
 bool isWritable(const QString &interface, const QString &property)
 {
     static const QHash<QString, QStringList> Writable{
-        {bus::AdapterInterface,
+        {bluez::AdapterInterface,
          {QStringLiteral("Alias"), QStringLiteral("Discoverable"), QStringLiteral("DiscoverableTimeout"),
           QStringLiteral("Pairable"), QStringLiteral("PairableTimeout"), QStringLiteral("Powered")}},
-        {bus::DeviceInterface, {QStringLiteral("Alias"), QStringLiteral("Blocked"), QStringLiteral("Trusted")}},
-        {bus::MediaTransportInterface, {QStringLiteral("Delay"), QStringLiteral("Volume")}},
+        {bluez::DeviceInterface, {QStringLiteral("Alias"), QStringLiteral("Blocked"), QStringLiteral("Trusted")}},
+        {bluez::MediaTransportInterface, {QStringLiteral("Delay"), QStringLiteral("Volume")}},
     };
     return Writable.value(interface).contains(property);
 }
@@ -83,21 +83,22 @@ const QList<FakeBluez::Method> &FakeBluez::methods()
 {
     static const auto name = [](const char *text) { return QLatin1String(text); };
     static const QList<Method> Table{
-        {bus::ObjectManagerInterface, name("GetManagedObjects"), name(""), name("a{oa{sa{sv}}}"),
+        {bluez::ObjectManagerInterface, name("GetManagedObjects"), name(""), name("a{oa{sa{sv}}}"),
          &FakeBluez::getManagedObjects},
-        {bus::PropertiesInterface, name("Get"), name("ss"), name("v"), &FakeBluez::get},
-        {bus::PropertiesInterface, name("GetAll"), name("s"), name("a{sv}"), &FakeBluez::getAll},
-        {bus::PropertiesInterface, name("Set"), name("ssv"), name(""), &FakeBluez::set},
-        {bus::AgentManagerInterface, name("RegisterAgent"), name("os"), name(""), &FakeBluez::registerAgent},
-        {bus::AgentManagerInterface, name("UnregisterAgent"), name("o"), name(""), &FakeBluez::unregisterAgent},
-        {bus::AgentManagerInterface, name("RequestDefaultAgent"), name("o"), name(""), &FakeBluez::requestDefaultAgent},
-        {bus::MediaInterface, name("RegisterEndpoint"), name("oa{sv}"), name(""), &FakeBluez::registerEndpoint},
-        {bus::MediaInterface, name("UnregisterEndpoint"), name("o"), name(""), &FakeBluez::unregisterEndpoint},
-        {bus::MediaTransportInterface, name("Acquire"), name(""), name("hqq"), &FakeBluez::acquire},
-        {bus::MediaTransportInterface, name("TryAcquire"), name(""), name("hqq"), &FakeBluez::acquire},
-        {bus::MediaTransportInterface, name("Release"), name(""), name(""), &FakeBluez::release},
-        {bus::DeviceInterface, name("Connect"), name(""), name(""), &FakeBluez::connectDevice},
-        {bus::DeviceInterface, name("Disconnect"), name(""), name(""), &FakeBluez::disconnectDevice},
+        {bluez::PropertiesInterface, name("Get"), name("ss"), name("v"), &FakeBluez::get},
+        {bluez::PropertiesInterface, name("GetAll"), name("s"), name("a{sv}"), &FakeBluez::getAll},
+        {bluez::PropertiesInterface, name("Set"), name("ssv"), name(""), &FakeBluez::set},
+        {bluez::AgentManagerInterface, name("RegisterAgent"), name("os"), name(""), &FakeBluez::registerAgent},
+        {bluez::AgentManagerInterface, name("UnregisterAgent"), name("o"), name(""), &FakeBluez::unregisterAgent},
+        {bluez::AgentManagerInterface, name("RequestDefaultAgent"), name("o"), name(""),
+         &FakeBluez::requestDefaultAgent},
+        {bluez::MediaInterface, name("RegisterEndpoint"), name("oa{sv}"), name(""), &FakeBluez::registerEndpoint},
+        {bluez::MediaInterface, name("UnregisterEndpoint"), name("o"), name(""), &FakeBluez::unregisterEndpoint},
+        {bluez::MediaTransportInterface, name("Acquire"), name(""), name("hqq"), &FakeBluez::acquire},
+        {bluez::MediaTransportInterface, name("TryAcquire"), name(""), name("hqq"), &FakeBluez::acquire},
+        {bluez::MediaTransportInterface, name("Release"), name(""), name(""), &FakeBluez::release},
+        {bluez::DeviceInterface, name("Connect"), name(""), name(""), &FakeBluez::connectDevice},
+        {bluez::DeviceInterface, name("Disconnect"), name(""), name(""), &FakeBluez::disconnectDevice},
     };
     return Table;
 }
@@ -115,7 +116,7 @@ bool FakeBluez::handleMessage(const QDBusMessage &message, const QDBusConnection
 
 void FakeBluez::answer(const QDBusMessage &call)
 {
-    const bool isRoot = call.path() == bus::ObjectManagerPath;
+    const bool isRoot = call.path() == bluez::ObjectManagerPath;
     const auto object = tree_.constFind(QDBusObjectPath(call.path()));
     if (!isRoot && object == tree_.constEnd()) {
         refuseCall(call, UnknownObject, QStringLiteral("No object at ") + call.path());
@@ -125,8 +126,8 @@ void FakeBluez::answer(const QDBusMessage &call)
         if (call.interface() != method.interface || call.member() != method.name || call.signature() != method.in)
             continue;
         const bool isServed = isRoot
-            ? method.interface == bus::ObjectManagerInterface
-            : method.interface == bus::PropertiesInterface || object->contains(method.interface);
+            ? method.interface == bluez::ObjectManagerInterface
+            : method.interface == bluez::PropertiesInterface || object->contains(method.interface);
         if (isServed) {
             (this->*method.answer)(call);
             return;
@@ -207,8 +208,8 @@ void FakeBluez::registerAgent(const QDBusMessage &call)
     reply(call);
     const QList<QDBusObjectPath> objects = tree_.keys();
     for (const QDBusObjectPath &object : objects) {
-        if (property(object.path(), bus::AdapterInterface, QStringLiteral("Pairable")) == QVariant(false))
-            setProperty(object.path(), bus::AdapterInterface, QStringLiteral("Pairable"), true);
+        if (property(object.path(), bluez::AdapterInterface, QStringLiteral("Pairable")) == QVariant(false))
+            setProperty(object.path(), bluez::AdapterInterface, QStringLiteral("Pairable"), true);
     }
 }
 
@@ -293,7 +294,7 @@ void FakeBluez::acquire(const QDBusMessage &call)
           {QVariant::fromValue(QDBusUnixFileDescriptor(stream.fd.get())), QVariant::fromValue(stream.mtu),
            QVariant::fromValue(stream.mtu)});
     stream.fd.reset();
-    setProperty(call.path(), bus::MediaTransportInterface, QStringLiteral("State"), QStringLiteral("active"));
+    setProperty(call.path(), bluez::MediaTransportInterface, QStringLiteral("State"), QStringLiteral("active"));
 }
 
 void FakeBluez::release(const QDBusMessage &call)
@@ -305,7 +306,7 @@ void FakeBluez::release(const QDBusMessage &call)
     }
     streams_.erase(offered);
     reply(call);
-    setProperty(call.path(), bus::MediaTransportInterface, QStringLiteral("State"), QStringLiteral("idle"));
+    setProperty(call.path(), bluez::MediaTransportInterface, QStringLiteral("State"), QStringLiteral("idle"));
 }
 
 void FakeBluez::connectDevice(const QDBusMessage &call)
@@ -316,7 +317,7 @@ void FakeBluez::connectDevice(const QDBusMessage &call)
 
 void FakeBluez::disconnectDevice(const QDBusMessage &call)
 {
-    if (!property(call.path(), bus::DeviceInterface, QStringLiteral("Connected")).toBool()) {
+    if (!property(call.path(), bluez::DeviceInterface, QStringLiteral("Connected")).toBool()) {
         refuseCall(call, QStringLiteral("org.bluez.Error.NotConnected"), QStringLiteral("Not Connected"));
         return;
     }
@@ -329,8 +330,8 @@ QString FakeBluez::introspect(const QString &path) const
     QString xml; // of what Qt does not describe: it adds Properties, Introspectable and Peer itself
     const QVariantMapMap object = tree_.value(QDBusObjectPath(path));
     QStringList interfaces = object.keys();
-    if (path == bus::ObjectManagerPath)
-        interfaces.append(bus::ObjectManagerInterface);
+    if (path == bluez::ObjectManagerPath)
+        interfaces.append(bluez::ObjectManagerInterface);
     for (const QString &interface : std::as_const(interfaces)) {
         xml += QStringLiteral("  <interface name=\"%1\">\n").arg(interface);
         for (const Method &method : methods()) {

@@ -1,6 +1,6 @@
 #include "sim/phone.h"
 
-#include "bus/names.h"
+#include "bluez/names.h"
 #include "sim/waiting.h"
 
 #include <algorithm>
@@ -69,7 +69,7 @@ Phone::~Phone()
 void Phone::connect()
 {
     if (bluez_.hasObject(path_)) {
-        bluez_.setProperty(path_, bus::DeviceInterface, Connected, true);
+        bluez_.setProperty(path_, bluez::DeviceInterface, Connected, true);
         return;
     }
     // The last element is dev_ and the address with underscores.
@@ -91,11 +91,11 @@ void Phone::connect()
         {QStringLiteral("Trusted"), false},
         {QStringLiteral("UUIDs"), QStringList()},
     };
-    bluez_.addObject(path_, {{bus::DeviceInterface, device}});
+    bluez_.addObject(path_, {{bluez::DeviceInterface, device}});
     bluez_.addObject(path_, {{MediaControlInterface, {{Connected, false}}}});
-    bluez_.setProperty(path_, bus::DeviceInterface, QStringLiteral("UUIDs"),
+    bluez_.setProperty(path_, bluez::DeviceInterface, QStringLiteral("UUIDs"),
                        QStringList{QStringLiteral("0000110a-0000-1000-8000-00805f9b34fb"), AdvancedAudioUuid});
-    bluez_.setProperty(path_, bus::DeviceInterface, QStringLiteral("ServicesResolved"), true);
+    bluez_.setProperty(path_, bluez::DeviceInterface, QStringLiteral("ServicesResolved"), true);
 }
 
 bool Phone::authorize()
@@ -120,13 +120,13 @@ bool Phone::configure(uchar codec, const QByteArray &configuration)
                                        [&](const RegisteredEndpoint &candidate) { return candidate.codec == codec; });
     const QVariantMap transport{
         {QStringLiteral("Device"), QVariant::fromValue(QDBusObjectPath(path_))},
-        {QStringLiteral("UUID"), endpoint == endpoints.cend() ? QString(bus::A2dpSinkUuid) : endpoint->uuid},
+        {QStringLiteral("UUID"), endpoint == endpoints.cend() ? QString(bluez::A2dpSinkUuid) : endpoint->uuid},
         {QStringLiteral("Codec"), QVariant::fromValue(codec)},
         {QStringLiteral("Configuration"), configuration},
         {State, QStringLiteral("idle")},
         {QStringLiteral("Volume"), QVariant::fromValue(FullVolume)},
     };
-    bluez_.addObject(transportPath_, {{bus::MediaTransportInterface, transport}});
+    bluez_.addObject(transportPath_, {{bluez::MediaTransportInterface, transport}});
     const bool accepted = agreed(bluez_.callEndpoint(
         codec, QStringLiteral("SetConfiguration"), {QVariant::fromValue(QDBusObjectPath(transportPath_)), transport}));
     if (accepted) {
@@ -159,10 +159,10 @@ bool Phone::start(quint16 mtu)
         offered_ = FileDescriptor(ends[1]);
     }
     bluez_.offerStream(transportPath_, offered_.get(), mtu);
-    bluez_.setProperty(transportPath_, bus::MediaTransportInterface, State, QStringLiteral("pending"));
+    bluez_.setProperty(transportPath_, bluez::MediaTransportInterface, State, QStringLiteral("pending"));
     return waitFor(
         [this] {
-            return bluez_.property(transportPath_, bus::MediaTransportInterface, State).toString()
+            return bluez_.property(transportPath_, bluez::MediaTransportInterface, State).toString()
                 == QLatin1String("active");
         },
         AcquireMs);
@@ -172,7 +172,7 @@ void Phone::suspend()
 {
     timer_.stop();
     bluez_.withdrawStream(transportPath_);
-    bluez_.setProperty(transportPath_, bus::MediaTransportInterface, State, QStringLiteral("idle"));
+    bluez_.setProperty(transportPath_, bluez::MediaTransportInterface, State, QStringLiteral("idle"));
 }
 
 void Phone::hangUp()
@@ -195,11 +195,11 @@ void Phone::disconnect()
 {
     if (!transportPath_.isEmpty())
         clear();
-    if (!bluez_.property(path_, bus::DeviceInterface, Connected).toBool())
+    if (!bluez_.property(path_, bluez::DeviceInterface, Connected).toBool())
         return;
     if (bluez_.property(path_, MediaControlInterface, Connected).toBool())
         bluez_.setProperty(path_, MediaControlInterface, Connected, false);
-    bluez_.setProperty(path_, bus::DeviceInterface, Connected, false);
+    bluez_.setProperty(path_, bluez::DeviceInterface, Connected, false);
 }
 
 bool Phone::send(const QByteArray &packet)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/filedescriptor.h"
+#include "eventloop/filedescriptor.h"
 #include "sim/fakebluez.h"
 #include "sim/sbcstream.h"
 

@@ -1,6 +1,6 @@
 #include "sim/soakboard.h"
 
-#include "bus/names.h"
+#include "bluez/names.h"
 
 namespace sim {
 
@@ -147,13 +147,13 @@ bool SoakBoard::disconnectPhone()
     phoneIsGone();
     oweStatus();
     board_.control.setProperty(QStringLiteral("Connected"), false);
-    return insist(
-               waitFor(
-                   [&] {
-                       return !board_.bluez.property(path, bus::DeviceInterface, QStringLiteral("Connected")).toBool();
-                   },
-                   PatienceMs),
-               QStringLiteral("the phone is not disconnected"))
+    return insist(waitFor(
+                      [&] {
+                          return !board_.bluez.property(path, bluez::DeviceInterface, QStringLiteral("Connected"))
+                                      .toBool();
+                      },
+                      PatienceMs),
+                  QStringLiteral("the phone is not disconnected"))
         && settle() && (!streaming || endStream());
 }
 
@@ -164,7 +164,8 @@ bool SoakBoard::rename()
     writePlayerName(name.toLatin1() + '\n');
     board_.control.call(QStringLiteral("ResetAlias"));
     const auto alias = [this] {
-        return board_.bluez.property(QStringLiteral("/org/bluez/hci0"), bus::AdapterInterface, QStringLiteral("Alias"))
+        return board_.bluez
+            .property(QStringLiteral("/org/bluez/hci0"), bluez::AdapterInterface, QStringLiteral("Alias"))
             .toString();
     };
     return insist(waitFor([&] { return alias() == name + QStringLiteral(" BT"); }, PatienceMs),

@@ -88,6 +88,8 @@ void AdapterTest::lostAdapterIsReplaced()
     sim::removePlayerName();
     QVERIFY(board.startDaemon());
     QCOMPARE(alias(board), QVariant(QStringLiteral("BlueZ 5.66")));
+    const auto endpoints = board.bluez.endpoints().size();
+    const auto path = [](qsizetype number) { return QStringLiteral("/endpoint/%1").arg(number); };
 
     board.player.forgetRequests();
     board.bluez.addAdapter(QStringLiteral("/org/bluez/hci1")); // not wanted yet, and not forgotten
@@ -95,16 +97,16 @@ void AdapterTest::lostAdapterIsReplaced()
     WAIT_UNTIL(board.player.targets()
                == QStringList({notification(false, false, "", false), notification(true, false, "", false)}));
     WAIT_UNTIL(board.daemon.logged(QStringLiteral("Set default adapter:  \"/org/bluez/hci1\"")));
-    QCOMPARE(board.bluez.endpoints().size(), 2);
-    QCOMPARE(board.bluez.endpoints()[0].path, QStringLiteral("/endpoint/2"));
-    QCOMPARE(board.bluez.endpoints()[1].path, QStringLiteral("/endpoint/3"));
+    QCOMPARE(board.bluez.endpoints().size(), endpoints);
+    QCOMPARE(board.bluez.endpoints().constFirst().path, path(endpoints));
+    QCOMPARE(board.bluez.endpoints().constLast().path, path(2 * endpoints - 1));
 
     board.bluez.removeAdapter(QStringLiteral("/org/bluez/hci1"));
     WAIT_UNTIL(board.player.targets().size() == 3);
     QCOMPARE(board.control.property(QStringLiteral("AdapterPresent")), QVariant(false));
     board.bluez.addAdapter();
     WAIT_UNTIL(board.player.targets().size() == 4);
-    QCOMPARE(board.bluez.endpoints()[0].path, QStringLiteral("/endpoint/4"));
+    QCOMPARE(board.bluez.endpoints().constFirst().path, path(2 * endpoints));
 }
 
 void AdapterTest::anyLostInterfaceCountsAsLoss()
@@ -124,7 +126,7 @@ void AdapterTest::refusalsDoNotStopTheSetUp()
         board.bluez.refuse(QString::fromLatin1(member), QStringLiteral("org.bluez.Error.Failed"), QStringLiteral("No"));
     QVERIFY(board.startDaemon({QStringLiteral("--stderr"), QStringLiteral("--debug"), QStringLiteral("9")}));
     QCOMPARE(board.bluez.countCalls(QStringLiteral("Set")), 4);
-    QCOMPARE(board.bluez.countCalls(QStringLiteral("RegisterEndpoint")), 2);
+    QVERIFY(board.bluez.countCalls(QStringLiteral("RegisterEndpoint")) > 1);
     WAIT_UNTIL(board.daemon.logged(QStringLiteral("\"org.bluez.Error.Failed\" \"No\"")));
 }
 

@@ -1,7 +1,7 @@
 // The main thread's event loop, in itself: the daemon's other tests run on it without saying so.
 
-#include "core/directnotifier.h"
-#include "core/eventdispatcher.h"
+#include "eventloop/directnotifier.h"
+#include "eventloop/eventdispatcher.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

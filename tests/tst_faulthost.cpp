@@ -1,6 +1,6 @@
 // What the board itself may be short of: a log that can be written, a name file, descriptors, a player that answers.
 
-#include "core/speakername.h"
+#include "board/speakername.h"
 #include "streamingboard.h"
 
 #include <QDir>

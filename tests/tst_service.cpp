@@ -2,7 +2,7 @@
 // shipped policy and with the users of tests/board/users.conf: see scripts/check-service.
 
 #include "boardtest.h"
-#include "bus/names.h"
+#include "control/names.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -191,7 +191,7 @@ void ServiceTest::policy()
     QFETCH(QString, call);
     QFETCH(bool, allowed);
 
-    QStringList words = call.replace(QLatin1String("%1"), uniqueNameOf(board_->bluez.connection(), bus::ControlService))
+    QStringList words = call.replace(QLatin1String("%1"), uniqueNameOf(board_->bluez.connection(), control::Service))
                             .split(QLatin1Char(' '));
     const Ending ending = runAs(
         user,

@@ -170,17 +170,19 @@ void StartupTest::callsToBluez()
     QStringList calls = textsOf(board.bluez.calls());
     QCOMPARE(calls.mid(0, expected.size()), expected);
     calls = calls.mid(expected.size());
-    QCOMPARE(calls.size(), 2);
-    QVERIFY(calls[0].startsWith(QStringLiteral("RegisterEndpoint /org/bluez/hci0 /endpoint/0")));
-    QVERIFY(calls[1].startsWith(QStringLiteral("RegisterEndpoint /org/bluez/hci0 /endpoint/1")));
-
+    const struct {
+        int codec;
+        const char *capabilities;
+    } offered[] = {{0, "ffff02fa"}, {2, "80fffcffffff"}}; // SBC, AAC
     const QList<sim::RegisteredEndpoint> &endpoints = board.bluez.endpoints();
-    QCOMPARE(endpoints.size(), 2);
-    QCOMPARE(endpoints[0].uuid, QStringLiteral("0000110B-0000-1000-8000-00805F9B34FB"));
-    QCOMPARE(int{endpoints[0].codec}, 0);
-    QCOMPARE(endpoints[0].capabilities.toHex(), QByteArray("ffff02fa"));
-    QCOMPARE(int{endpoints[1].codec}, 2);
-    QCOMPARE(endpoints[1].capabilities.toHex(), QByteArray("80fffcffffff"));
+    QCOMPARE(endpoints.size(), calls.size());
+    QCOMPARE(static_cast<size_t>(endpoints.size()), std::size(offered));
+    for (int i = 0; i < endpoints.size(); ++i) {
+        QVERIFY(calls[i].startsWith(QStringLiteral("RegisterEndpoint /org/bluez/hci0 /endpoint/%1").arg(i)));
+        QCOMPARE(endpoints[i].uuid, QStringLiteral("0000110B-0000-1000-8000-00805F9B34FB"));
+        QCOMPARE(int{endpoints[i].codec}, offered[i].codec);
+        QCOMPARE(endpoints[i].capabilities.toHex(), QByteArray(offered[i].capabilities));
+    }
     QVERIFY(board.bluez.defaultAgent());
     QCOMPARE(board.bluez.property(Hci0, QStringLiteral("org.bluez.Adapter1"), QStringLiteral("DiscoverableTimeout")),
              QVariant(0U));
@@ -191,8 +193,9 @@ void StartupTest::withoutAac()
 {
     sim::Board board;
     QVERIFY(board.startDaemon({QStringLiteral("--stderr"), QStringLiteral("--disable-aac")}));
-    QCOMPARE(board.bluez.endpoints().size(), 1);
-    QCOMPARE(int{board.bluez.endpoints().constFirst().codec}, 0);
+    QVERIFY(!board.bluez.endpoints().isEmpty());
+    for (const sim::RegisteredEndpoint &endpoint : board.bluez.endpoints())
+        QVERIFY(endpoint.codec != 2);
 }
 
 void StartupTest::waitsForAnAdapter()
@@ -207,7 +210,7 @@ void StartupTest::waitsForAnAdapter()
     board.bluez.addAdapter();
     WAIT_UNTIL(board.player.targets() == QStringList(notification(true, false, "", false)));
     QCOMPARE(board.control.property(QStringLiteral("AdapterPresent")), QVariant(true));
-    QCOMPARE(board.bluez.endpoints().size(), 2);
+    QVERIFY(!board.bluez.endpoints().isEmpty());
 }
 
 void StartupTest::controlInterface()

@@ -1,14 +1,17 @@
 #include "bluez/adaptermanager.h"
 
 #include "bluez/agent1.h"
-#include "bus/bluezcall.h"
-#include "bus/names.h"
-#include "core/dbuscommandlistener.h"
-#include "core/log.h"
-#include "core/speakername.h"
-#include "endpoint/endpoint.h"
+#include "bluez/call.h"
+#include "bluez/endpoint.h"
+#include "bluez/names.h"
+#include "bluez/transport.h"
+#include "board/speakername.h"
+#include "codec/codecaac.h"
+#include "codec/codecsbc.h"
+#include "control/dbuscommandlistener.h"
+#include "log/log.h"
+#include "player/audioserver.h"
 #include "player/playerrequests.h"
-#include "transport/transport.h"
 
 #include <QDBusArgument>
 #include <QDBusConnection>
@@ -20,8 +23,18 @@ namespace {
 
 bool isConnectedDevice(const QVariantMapMap &interfaces)
 {
-    const QVariant connected = interfaces.value(bus::DeviceInterface).value(bus::ConnectedProperty);
+    const QVariant connected = interfaces.value(bluez::DeviceInterface).value(bluez::ConnectedProperty);
     return connected.userType() == QMetaType::Bool && connected.toBool();
+}
+
+/// What phones are offered, in the order in which it is registered.
+std::vector<std::unique_ptr<Codec>> makeCodecs(bool aacDisabled)
+{
+    std::vector<std::unique_ptr<Codec>> codecs;
+    codecs.push_back(std::make_unique<CodecSBC>());
+    if (!aacDisabled)
+        codecs.push_back(std::make_unique<CodecAAC>());
+    return codecs;
 }
 
 } // namespace
@@ -29,17 +42,17 @@ bool isConnectedDevice(const QVariantMapMap &interfaces)
 AdapterManager::AdapterManager(bool aacDisabled, PlayerRequests &player, QObject *parent)
     : AbstractManager(parent), aacDisabled_(aacDisabled), player_(player)
 {
-    bus::registerObjectTreeTypes();
+    bluez::registerObjectTreeTypes();
     subscribe();
 
     new Agent1(this);
-    QDBusConnection::systemBus().registerObject(bus::AgentPath, this, QDBusConnection::ExportAdaptors);
-    RegisterAgent(bus::AgentPath);
+    QDBusConnection::systemBus().registerObject(bluez::AgentPath, this, QDBusConnection::ExportAdaptors);
+    RegisterAgent(bluez::AgentPath);
 
     new DBusCommandListener(this);
     DBusCommandListener::claimService(this);
     // Not before the name is ours: a second daemon, started by mistake, would take the socket of the first with it.
-    Transport::InitSocketServer();
+    server_ = Transport::InitSocketServer();
     FindAnAvailableAdapter();
 }
 
@@ -54,19 +67,19 @@ void AdapterManager::subscribe()
         QLatin1String signature; ///< without it a map of other types would be read as the slot's, beyond its end
         const char *slot;
     } subscriptions[] = {
-        {bus::ObjectManagerPath, bus::ObjectManagerInterface, QLatin1String("InterfacesAdded"),
+        {bluez::ObjectManagerPath, bluez::ObjectManagerInterface, QLatin1String("InterfacesAdded"),
          QLatin1String("oa{sa{sv}}"), SLOT(InterfacesAdded(QDBusObjectPath, QVariantMapMap))},
-        {bus::ObjectManagerPath, bus::ObjectManagerInterface, QLatin1String("InterfacesRemoved"), QLatin1String("oas"),
-         SLOT(InterfacesRemoved(QDBusObjectPath, QStringList))},
-        {bus::AnyPath, bus::PropertiesInterface, bus::PropertiesChanged, bus::PropertiesChangedSignature,
+        {bluez::ObjectManagerPath, bluez::ObjectManagerInterface, QLatin1String("InterfacesRemoved"),
+         QLatin1String("oas"), SLOT(InterfacesRemoved(QDBusObjectPath, QStringList))},
+        {bluez::AnyPath, bluez::PropertiesInterface, bluez::PropertiesChanged, bluez::PropertiesChangedSignature,
          SLOT(PropertiesChanged(QString, QVariantMap, QStringList))},
     };
     for (const auto &subscription : subscriptions) {
-        if (!QDBusConnection::systemBus().connect(bus::BluezService, subscription.path, subscription.interface,
+        if (!QDBusConnection::systemBus().connect(bluez::Service, subscription.path, subscription.interface,
                                                   subscription.signal, subscription.signature, this, subscription.slot))
             qWarning("0Could not subscribe to %s", subscription.signal.data());
     }
-    auto *watcher = new QDBusServiceWatcher(bus::BluezService, QDBusConnection::systemBus(),
+    auto *watcher = new QDBusServiceWatcher(bluez::Service, QDBusConnection::systemBus(),
                                             QDBusServiceWatcher::WatchForOwnerChange, this);
     connect(watcher, &QDBusServiceWatcher::serviceOwnerChanged, this, &AdapterManager::serviceOwnerChanged);
 }
@@ -74,8 +87,8 @@ void AdapterManager::subscribe()
 void AdapterManager::FindAnAvailableAdapter()
 {
     qDebug("FindAnAvailableAdapter");
-    const QDBusMessage reply = bus::callBluez(bus::ObjectManagerPath, bus::ObjectManagerInterface,
-                                              QStringLiteral("GetManagedObjects"));
+    const QDBusMessage reply = bluez::call(bluez::ObjectManagerPath, bluez::ObjectManagerInterface,
+                                           QStringLiteral("GetManagedObjects"));
     if (reply.type() != QDBusMessage::ReplyMessage)
         return;
     if (reply.signature() != QLatin1String("a{oa{sa{sv}}}")) {
@@ -113,24 +126,22 @@ void AdapterManager::TrackConnectedDevice(const DBusManagerStruct &objects)
 
 void AdapterManager::SetDefaultAdapter(const QString &path)
 {
-    sbcEndpoint_.reset();
-    aacEndpoint_.reset();
+    endpoints_.clear();
     adapterPath_.clear();
 
     if (!path.isEmpty()) {
         logDebug() << "0Set default adapter: " << path;
         adapterPath_ = path;
         ResetAlias();
-        SetProperty(bus::AdapterInterface, path, QStringLiteral("Powered"), true);
-        SetProperty(bus::AdapterInterface, path, QStringLiteral("DiscoverableTimeout"), 0U); // no limit
-        SetProperty(bus::AdapterInterface, path, QStringLiteral("Discoverable"), true);
-        RegisterAgent(bus::AgentPath);
+        SetProperty(bluez::AdapterInterface, path, QStringLiteral("Powered"), true);
+        SetProperty(bluez::AdapterInterface, path, QStringLiteral("DiscoverableTimeout"), 0U); // no limit
+        SetProperty(bluez::AdapterInterface, path, QStringLiteral("Discoverable"), true);
+        RegisterAgent(bluez::AgentPath);
 
-        sbcCodec_ = std::make_unique<CodecSBC>();
-        sbcEndpoint_ = std::make_unique<Endpoint>(path, *sbcCodec_, *this, player_);
-        if (!aacDisabled_) {
-            aacCodec_ = std::make_unique<CodecAAC>();
-            aacEndpoint_ = std::make_unique<Endpoint>(path, *aacCodec_, *this, player_);
+        codecs_ = makeCodecs(aacDisabled_);
+        for (const std::unique_ptr<Codec> &codec : codecs_) {
+            const QString endpointPath = QStringLiteral("/endpoint/%1").arg(endpointCounter_++);
+            endpoints_.push_back(std::make_unique<Endpoint>(endpointPath, path, *codec, *this));
         }
     }
     sendBTPropertyChange();
@@ -140,9 +151,9 @@ void AdapterManager::RegisterAgent(const QString &agentPath)
 {
     qDebug("RegisterAgent");
     const QVariant path = QVariant::fromValue(QDBusObjectPath(agentPath));
-    bus::callBluez(bus::BluezRootPath, bus::AgentManagerInterface, QStringLiteral("RegisterAgent"),
-                   {path, QStringLiteral("NoInputNoOutput")});
-    bus::callBluez(bus::BluezRootPath, bus::AgentManagerInterface, QStringLiteral("RequestDefaultAgent"), {path});
+    bluez::call(bluez::RootPath, bluez::AgentManagerInterface, QStringLiteral("RegisterAgent"),
+                {path, QStringLiteral("NoInputNoOutput")});
+    bluez::call(bluez::RootPath, bluez::AgentManagerInterface, QStringLiteral("RequestDefaultAgent"), {path});
 }
 
 bool AdapterManager::IsStreaming() const
@@ -159,19 +170,19 @@ void AdapterManager::ResetAlias()
         return;
     const QString alias = name + QLatin1String(SpeakerNameSuffix);
     logDebug() << alias;
-    SetProperty(bus::AdapterInterface, adapterPath_, bus::AliasProperty, alias);
+    SetProperty(bluez::AdapterInterface, adapterPath_, bluez::AliasProperty, alias);
 }
 
 void AdapterManager::Disconnect()
 {
     if (IsConnected())
-        bus::callBluez(connectedDevicePath_, bus::DeviceInterface, QStringLiteral("Disconnect"));
+        bluez::call(connectedDevicePath_, bluez::DeviceInterface, QStringLiteral("Disconnect"));
 }
 
 void AdapterManager::SelectBluetooth()
 {
     if (activeTransport_)
-        activeTransport_->SelectBluetooth();
+        activeTransport_->SelectBluetooth(player_, Name());
     else
         qDebug("0SelectBluetooth(): no transport");
 }
@@ -189,7 +200,7 @@ void AdapterManager::InterfacesAdded(const QDBusObjectPath &aPath, const QVarian
     logDebug() << "InterfacesAdded " << aPath.path();
     if (!IsAdapterPresent()) {
         for (auto interface = interfaces.begin(); interface != interfaces.end(); ++interface) {
-            if (interface.key() == bus::AdapterInterface)
+            if (interface.key() == bluez::AdapterInterface)
                 SetDefaultAdapter(aPath.path());
             logDebug() << interface.key();
         }
@@ -228,9 +239,9 @@ void AdapterManager::PropertiesChanged(const QString &interface, const QVariantM
                                        const QStringList &invalidated)
 {
     logDebug() << "AdapterManager::PropertiesChanged" << interface << changed << invalidated;
-    if (interface != bus::DeviceInterface)
+    if (interface != bluez::DeviceInterface)
         return;
-    const QVariant connected = changed.value(bus::ConnectedProperty);
+    const QVariant connected = changed.value(bluez::ConnectedProperty);
     if (connected.userType() != QMetaType::Bool)
         return;
     if (connected.toBool())
@@ -246,7 +257,7 @@ void AdapterManager::DeviceConnected(const QString &path)
     logDebug() << "0Device Connect:" << path;
     if (!IsConnected()) {
         connectedDevicePath_ = path;
-        connectedDeviceName_ = GetProperty(bus::DeviceInterface, path, bus::AliasProperty).toString();
+        connectedDeviceName_ = GetProperty(bluez::DeviceInterface, path, bluez::AliasProperty).toString();
         sendBTPropertyChange();
     }
     LogActiveDevice();
@@ -286,16 +297,16 @@ void AdapterManager::SetProperty(const QString &interface, const QString &path, 
                                  const QVariant &value)
 {
     logDebug() << "SetProperty" << interface << path << name << value;
-    const QDBusMessage reply = bus::callBluez(path, bus::PropertiesInterface, QStringLiteral("Set"),
-                                              {interface, name, QVariant::fromValue(QDBusVariant(value))});
+    const QDBusMessage reply = bluez::call(path, bluez::PropertiesInterface, QStringLiteral("Set"),
+                                           {interface, name, QVariant::fromValue(QDBusVariant(value))});
     logDebug() << reply.errorName() << reply.errorMessage();
 }
 
 QVariant AdapterManager::GetProperty(const QString &interface, const QString &path, const QString &name)
 {
     logDebug() << "GetProperty" << interface << path << name;
-    const QDBusMessage reply = bus::callBluez(path, bus::PropertiesInterface, QStringLiteral("Get"), {interface, name},
-                                              bus::PhoneAnswerMs);
+    const QDBusMessage reply = bluez::call(path, bluez::PropertiesInterface, QStringLiteral("Get"), {interface, name},
+                                           bluez::PhoneAnswerMs);
     logDebug() << reply.errorName() << reply.errorMessage();
     if (reply.type() != QDBusMessage::ReplyMessage)
         return {};

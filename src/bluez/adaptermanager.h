@@ -1,9 +1,7 @@
 #pragma once
 
-#include "bus/objecttree.h"
-#include "codec/codecaac.h"
-#include "codec/codecsbc.h"
-#include "core/abstractmanager.h"
+#include "bluez/objecttree.h"
+#include "control/abstractmanager.h"
 
 #include <QDBusContext>
 #include <QDBusObjectPath>
@@ -12,9 +10,13 @@
 #include <QVariant>
 
 #include <memory>
+#include <vector>
 
+class AudioServer;
+class Codec;
 class Endpoint;
 class PlayerRequests;
+class Transport;
 
 /// The manager of a speaker whose radio is a BlueZ adapter.
 ///
@@ -38,7 +40,11 @@ public:
     void ResetAlias() override;
     void Disconnect() override;
     void SelectBluetooth() override;
-    void setActiveTransport(Transport *transport) override;
+
+    /// Says which media transport is current; null: none. It stays its endpoint's, which passes null before it is gone.
+    void setActiveTransport(Transport *transport);
+    /// The local audio socket, where the transports find their clients.
+    AudioServer &audioServer() { return *server_; }
 
 private Q_SLOTS:
     void InterfacesAdded(const QDBusObjectPath &aPath, const QVariantMapMap &interfaces);
@@ -64,12 +70,12 @@ private:
     bool aacDisabled_;
     PlayerRequests &player_;
 
-    QString adapterPath_; ///< empty: no adapter
-    // A codec is replaced with the next adapter, not with the loss of this one; it outlives its endpoint.
-    std::unique_ptr<CodecSBC> sbcCodec_;
-    std::unique_ptr<CodecAAC> aacCodec_;
-    std::unique_ptr<Endpoint> sbcEndpoint_;
-    std::unique_ptr<Endpoint> aacEndpoint_;
+    std::unique_ptr<AudioServer> server_;
+
+    QString adapterPath_;                              ///< empty: no adapter
+    int endpointCounter_ = 0;                          ///< of the next endpoint: no path is used twice
+    std::vector<std::unique_ptr<Codec>> codecs_;       ///< outlive their endpoints
+    std::vector<std::unique_ptr<Endpoint>> endpoints_; ///< one for each codec, while there is an adapter
 
     QString connectedDevicePath_; ///< empty: no phone
     QString connectedDeviceName_;

@@ -1,7 +1,7 @@
 #include "bluez/agent1.h"
 
 #include "bluez/adaptermanager.h"
-#include "core/log.h"
+#include "log/log.h"
 
 Agent1::Agent1(AdapterManager *manager) : QDBusAbstractAdaptor(manager), manager_(*manager)
 {

@@ -19,6 +19,7 @@ public:
     int bitDepth = 0;   ///< bits per sample
     int channels = 0;   ///< 1 or 2
 
+    virtual ~Codec() = default;
     /// Media codec type: 0 SBC, 1 MPEG-1,2 audio, 2 MPEG-2,4 AAC (Bluetooth Assigned Numbers, 6.5.1).
     virtual std::uint8_t type() = 0;
     /// What processPacket() writes, in the player's words: "pcm", "aac" or "mp3".
@@ -39,7 +40,6 @@ public:
 
 protected:
     Codec() = default;
-    ~Codec() = default;
     Codec(const Codec &) = delete;
     Codec &operator=(const Codec &) = delete;
 

@@ -1,6 +1,6 @@
 #include "codec/codecaac.h"
 
-#include "core/log.h"
+#include "log/log.h"
 
 #include <QIODevice>
 

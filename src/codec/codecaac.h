@@ -10,7 +10,7 @@
 class CodecAAC final : public Codec {
 public:
     CodecAAC();
-    ~CodecAAC();
+    ~CodecAAC() override;
 
     std::uint8_t type() override { return 2; }
     QString formatName() override { return QStringLiteral("aac"); }

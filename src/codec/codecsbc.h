@@ -9,7 +9,7 @@
 class CodecSBC final : public Codec {
 public:
     CodecSBC();
-    ~CodecSBC();
+    ~CodecSBC() override;
 
     std::uint8_t type() override { return 0; }
     QString formatName() override { return QStringLiteral("pcm"); }

@@ -1,8 +1,8 @@
 #include "module/csr8675manager.h"
 
-#include "core/dbuscommandlistener.h"
-#include "core/log.h"
-#include "core/speakername.h"
+#include "board/speakername.h"
+#include "control/dbuscommandlistener.h"
+#include "log/log.h"
 #include "module/blankwriter.h"
 #include "player/playerrequests.h"
 

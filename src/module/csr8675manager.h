@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/abstractmanager.h"
-#include "core/filefollower.h"
+#include "board/filefollower.h"
+#include "control/abstractmanager.h"
 #include "module/linereader.h"
 #include "module/moduleprotocol.h"
 #include "module/serialline.h"

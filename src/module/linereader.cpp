@@ -1,6 +1,6 @@
 #include "module/linereader.h"
 
-#include "core/log.h"
+#include "log/log.h"
 
 QStringList LineReader::feed(const QByteArray &bytes)
 {

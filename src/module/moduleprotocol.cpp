@@ -1,7 +1,7 @@
 #include "module/moduleprotocol.h"
 
-#include "core/log.h"
-#include "core/speakername.h"
+#include "board/speakername.h"
+#include "log/log.h"
 
 #include <QRegularExpression>
 

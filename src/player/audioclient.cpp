@@ -1,6 +1,6 @@
 #include "player/audioclient.h"
 
-#include "core/log.h"
+#include "log/log.h"
 
 #include <QTimer>
 

@@ -1,6 +1,6 @@
 #include "player/playerrequests.h"
 
-#include "core/log.h"
+#include "log/log.h"
 #include "player/httpget.h"
 
 namespace {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/filedescriptor.h"
+#include "eventloop/filedescriptor.h"
 
 #include <QAbstractEventDispatcher>
 #include <QList>

@@ -1,4 +1,4 @@
-#include "core/processsetup.h"
+#include "eventloop/processsetup.h"
 
 #include <cstdlib>
 #include <fcntl.h>

@@ -1,8 +1,8 @@
-#include "bus/objecttree.h"
+#include "bluez/objecttree.h"
 
 #include <QDBusMetaType>
 
-namespace bus {
+namespace bluez {
 
 void registerObjectTreeTypes()
 {
@@ -14,4 +14,4 @@ void registerObjectTreeTypes()
     qDBusRegisterMetaType<DBusManagerStruct>();
 }
 
-} // namespace bus
+} // namespace bluez

@@ -1,6 +1,6 @@
-#include "core/eventdispatcher.h"
+#include "eventloop/eventdispatcher.h"
 
-#include "core/directnotifier.h"
+#include "eventloop/directnotifier.h"
 
 #include <QCoreApplication>
 #include <QSocketNotifier>

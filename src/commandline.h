@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/log.h"
+#include "log/log.h"
 
 #include <QString>
 #include <QStringList>

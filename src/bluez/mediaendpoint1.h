@@ -7,9 +7,8 @@
 
 #include <memory>
 
-class AbstractManager;
+class AdapterManager;
 class Codec;
-class PlayerRequests;
 class Transport;
 
 /// The interface through which BlueZ negotiates a stream (BlueZ doc/media-api.txt, MediaEndpoint1). Its methods answer
@@ -19,14 +18,14 @@ class MediaEndpoint1 : public QDBusAbstractAdaptor {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.bluez.MediaEndpoint1")
 public:
-    /// Attached to `endpoint`, its parent and owner. Codec, manager and requests outlive it.
-    MediaEndpoint1(QObject *endpoint, Codec &codec, AbstractManager &manager, PlayerRequests &player);
+    /// Attached to `endpoint`, its parent and owner. Codec and manager outlive it.
+    MediaEndpoint1(QObject *endpoint, Codec &codec, AdapterManager &manager);
     /// Ends a configured stream.
     ~MediaEndpoint1() override;
 
 public Q_SLOTS:
     /// Takes the configuration and makes the transport of the new stream the current one. While a stream is configured,
-    /// another is refused by a warning; its configuration has reached the codec by then.
+    /// another is refused by a warning.
     void SetConfiguration(const QDBusObjectPath &objectPath, const QVariantMap &properties);
     /// Answers with the codec's choice from a phone's capabilities.
     QByteArray SelectConfiguration(const QByteArray &capabilities);
@@ -38,7 +37,6 @@ private:
     void teardown();
 
     Codec &codec_;
-    AbstractManager &manager_;
-    PlayerRequests &player_;
+    AdapterManager &manager_;
     std::unique_ptr<Transport> transport_;
 };

@@ -1,8 +1,8 @@
 // What start-up reads and what the player is told, as plain functions.
 
-#include "core/commandline.h"
-#include "core/kadoinfo.h"
-#include "core/speakername.h"
+#include "board/kadoinfo.h"
+#include "board/speakername.h"
+#include "commandline.h"
 #include "player/playerrequests.h"
 #include "sim/board.h"
 
@@ -10,7 +10,7 @@
 #include <QTest>
 #include <QUrl>
 
-class CoreTest : public QObject {
+class BoardFilesTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void commandLine_data();
@@ -22,7 +22,7 @@ private Q_SLOTS:
     void requestsToThePlayer();
 };
 
-void CoreTest::commandLine_data()
+void BoardFilesTest::commandLine_data()
 {
     using Action = CommandLine::Action;
     QTest::addColumn<QString>("words");
@@ -47,7 +47,7 @@ void CoreTest::commandLine_data()
     row("file", Action::PrintUsage, 0, false, false);
 }
 
-void CoreTest::commandLine()
+void BoardFilesTest::commandLine()
 {
     QFETCH(QString, words);
     const CommandLine line = CommandLine::parse(words.isEmpty() ? QStringList() : words.split(QLatin1Char(' ')));
@@ -57,7 +57,7 @@ void CoreTest::commandLine()
     QTEST(line.aacDisabled, "aacDisabled");
 }
 
-void CoreTest::deviceInformation_data()
+void BoardFilesTest::deviceInformation_data()
 {
     QTest::addColumn<QByteArray>("xml");
     QTest::addColumn<bool>("melody");
@@ -87,7 +87,7 @@ void CoreTest::deviceInformation_data()
     row("only settings", "<settings/>", false);
 }
 
-void CoreTest::deviceInformation()
+void BoardFilesTest::deviceInformation()
 {
     QFETCH(QByteArray, xml);
     QBuffer file(&xml);
@@ -95,7 +95,7 @@ void CoreTest::deviceInformation()
     QTEST(kadoInfo::selectsMelody(file), "melody");
 }
 
-void CoreTest::speakerName_data()
+void BoardFilesTest::speakerName_data()
 {
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<QString>("name");
@@ -110,7 +110,7 @@ void CoreTest::speakerName_data()
     QTest::newRow("zero byte first") << QByteArray("\0Kitchen", 8) << "";
 }
 
-void CoreTest::speakerName()
+void BoardFilesTest::speakerName()
 {
     QFETCH(QByteArray, content);
     sim::writePlayerName(content);
@@ -123,7 +123,7 @@ void CoreTest::speakerName()
     QCOMPARE(readSpeakerName(), QString());
 }
 
-void CoreTest::requestsToThePlayer()
+void BoardFilesTest::requestsToThePlayer()
 {
     const auto play = [](const char *name) {
         return PlayerRequests::playUrl(QStringLiteral("pcm"), 48000, 16, 2, QString::fromUtf8(name));
@@ -142,5 +142,5 @@ void CoreTest::requestsToThePlayer()
     QCOMPARE(change("K\xC3\xBC"), QStringLiteral("type=USB?adapter=true&connected=true&name=K%C3%BC&streaming=false"));
 }
 
-QTEST_GUILESS_MAIN(CoreTest)
-#include "tst_core.moc"
+QTEST_GUILESS_MAIN(BoardFilesTest)
+#include "tst_board.moc"

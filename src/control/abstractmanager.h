@@ -3,10 +3,8 @@
 #include <QObject>
 #include <QString>
 
-class Transport;
-
-/// The one Bluetooth manager of the process, whichever hardware it drives: what the control interface, the pairing
-/// agent, the endpoints and the transport know of it. All calls come from the main thread.
+/// The one Bluetooth manager of the process, whichever hardware it drives: what the control interface knows of it. All
+/// calls come from the main thread.
 class AbstractManager : public QObject {
     Q_OBJECT
 public:
@@ -29,6 +27,4 @@ public:
     virtual void Disconnect() {}
     /// Asks the player to play the Bluetooth source now.
     virtual void SelectBluetooth() = 0;
-    /// Says which media transport is current; null: none. It stays its endpoint's, which passes null before it is gone.
-    virtual void setActiveTransport(Transport * /*transport*/) {}
 };

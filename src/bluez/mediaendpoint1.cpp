@@ -1,12 +1,12 @@
-#include "endpoint/mediaendpoint1.h"
+#include "bluez/mediaendpoint1.h"
 
+#include "bluez/adaptermanager.h"
+#include "bluez/transport.h"
 #include "codec/codec.h"
-#include "core/abstractmanager.h"
-#include "core/log.h"
-#include "transport/transport.h"
+#include "log/log.h"
 
-MediaEndpoint1::MediaEndpoint1(QObject *endpoint, Codec &codec, AbstractManager &manager, PlayerRequests &player)
-    : QDBusAbstractAdaptor(endpoint), codec_(codec), manager_(manager), player_(player)
+MediaEndpoint1::MediaEndpoint1(QObject *endpoint, Codec &codec, AdapterManager &manager)
+    : QDBusAbstractAdaptor(endpoint), codec_(codec), manager_(manager)
 {
 }
 
@@ -25,11 +25,12 @@ void MediaEndpoint1::SetConfiguration(const QDBusObjectPath &objectPath, const Q
                << "Channels:" << codec_.channels;
 
     if (transport_) {
+        // The codec keeps the new values: /Play names them for the stream that goes on.
         qWarning("0Unexpected SetConfiguration");
         return;
     }
     qDebug("new transport");
-    transport_ = std::make_unique<Transport>(objectPath.path(), codec_, manager_, player_);
+    transport_ = std::make_unique<Transport>(objectPath.path(), codec_, manager_.audioServer());
     manager_.setActiveTransport(transport_.get());
 }
 

@@ -4,7 +4,7 @@
 #include <QString>
 #include <QVariantList>
 
-namespace bus {
+namespace bluez {
 
 /// Bringing up a radio may take BlueZ seconds; this is what the bus libraries grant by default.
 inline constexpr int RadioAnswerMs = 25'000;
@@ -16,7 +16,7 @@ inline constexpr int PhoneAnswerMs = 12'000;
 /// Calls a method of BlueZ on the system bus and waits for the answer, `timeoutMs` at most: the one way in which the
 /// daemon talks to BlueZ. It is a plain method call, without the introspection that a proxy object would do first. The
 /// result is the reply, or an error message when BlueZ refuses, is not there or does not answer.
-QDBusMessage callBluez(const QString &path, const QString &interface, const QString &method,
-                       const QVariantList &arguments = {}, int timeoutMs = RadioAnswerMs);
+QDBusMessage call(const QString &path, const QString &interface, const QString &method,
+                  const QVariantList &arguments = {}, int timeoutMs = RadioAnswerMs);
 
-} // namespace bus
+} // namespace bluez

@@ -2,18 +2,16 @@
 
 #include <QLatin1String>
 
-/// The names of the system bus that the daemon uses or serves, each once.
-namespace bus {
+/// The names of the system bus that the daemon uses of BlueZ, or serves to it, each once.
+namespace bluez {
 
-inline constexpr QLatin1String BluezService("org.bluez");
-inline constexpr QLatin1String BluezRootPath("/org/bluez");
+inline constexpr QLatin1String Service("org.bluez");
+inline constexpr QLatin1String RootPath("/org/bluez");
 
 inline constexpr QLatin1String AnyPath(""); ///< in a subscription
 inline constexpr QLatin1String ObjectManagerPath("/");
 inline constexpr QLatin1String ObjectManagerInterface("org.freedesktop.DBus.ObjectManager");
 inline constexpr QLatin1String PropertiesInterface("org.freedesktop.DBus.Properties");
-inline constexpr QLatin1String LocalPath("/org/freedesktop/DBus/Local");
-inline constexpr QLatin1String LocalInterface("org.freedesktop.DBus.Local");
 
 inline constexpr QLatin1String AdapterInterface("org.bluez.Adapter1");
 inline constexpr QLatin1String AgentManagerInterface("org.bluez.AgentManager1");
@@ -21,8 +19,6 @@ inline constexpr QLatin1String DeviceInterface("org.bluez.Device1");
 inline constexpr QLatin1String MediaInterface("org.bluez.Media1");
 inline constexpr QLatin1String MediaTransportInterface("org.bluez.MediaTransport1");
 
-inline constexpr QLatin1String ControlService("org.kadobt");
-inline constexpr QLatin1String ControlPath("/kadobt");
 inline constexpr QLatin1String AgentPath("/Nodera/BluetoothAgent");
 
 inline constexpr QLatin1String PropertiesChanged("PropertiesChanged");
@@ -34,4 +30,4 @@ inline constexpr QLatin1String StateProperty("State");
 /// The service class that a phone connects to for audio (Bluetooth Assigned Numbers, 3.3).
 inline constexpr QLatin1String A2dpSinkUuid("0000110B-0000-1000-8000-00805F9B34FB");
 
-} // namespace bus
+} // namespace bluez

@@ -1,4 +1,4 @@
-#include "core/commandline.h"
+#include "commandline.h"
 
 CommandLine CommandLine::parse(const QStringList &arguments)
 {

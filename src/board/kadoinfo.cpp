@@ -1,4 +1,4 @@
-#include "core/kadoinfo.h"
+#include "board/kadoinfo.h"
 
 #include <QFile>
 #include <QXmlStreamReader>

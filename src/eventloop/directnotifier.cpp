@@ -1,4 +1,4 @@
-#include "core/directnotifier.h"
+#include "eventloop/directnotifier.h"
 
 #include <QEvent>
 

@@ -1,4 +1,4 @@
-#include "core/speakername.h"
+#include "board/speakername.h"
 
 #include <QByteArray>
 #include <QFile>

@@ -1,4 +1,4 @@
-#include "core/filefollower.h"
+#include "board/filefollower.h"
 
 #include <QFileInfo>
 

@@ -1,15 +1,13 @@
-#include "transport/transport.h"
+#include "bluez/transport.h"
 
-#include "bus/bluezcall.h"
-#include "bus/names.h"
+#include "bluez/call.h"
+#include "bluez/names.h"
 #include "codec/codec.h"
-#include "core/abstractmanager.h"
-#include "core/log.h"
+#include "log/log.h"
 #include "player/audioclient.h"
 #include "player/audioserver.h"
 #include "player/playerrequests.h"
 
-#include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusUnixFileDescriptor>
@@ -44,15 +42,15 @@ bool parseAcquireReply(const QDBusMessage &reply, FileDescriptor &fd, int &readM
 
 } // namespace
 
-Transport::Transport(const QString &path, Codec &codec, const AbstractManager &manager, PlayerRequests &player)
-    : path_(path), codec_(codec), manager_(manager), player_(player), server_(InitSocketServer())
+Transport::Transport(const QString &path, Codec &codec, AudioServer &server)
+    : path_(path), codec_(codec), server_(server)
 {
     qDebug("Transport()");
     untilNextLook_.setSingleShot(true);
     untilNextLook_.setInterval(EndedStreamLookMs);
     connect(&untilNextLook_, &QTimer::timeout, this, &Transport::lookAgain);
-    QDBusConnection::systemBus().connect(bus::BluezService, path_, bus::PropertiesInterface, bus::PropertiesChanged,
-                                         bus::PropertiesChangedSignature, this,
+    QDBusConnection::systemBus().connect(bluez::Service, path_, bluez::PropertiesInterface, bluez::PropertiesChanged,
+                                         bluez::PropertiesChangedSignature, this,
                                          SLOT(PropertiesChanged(QString, QVariantMap, QStringList)));
 }
 
@@ -62,14 +60,10 @@ Transport::~Transport()
     Cleanup();
 }
 
-AudioServer *Transport::InitSocketServer()
+std::unique_ptr<AudioServer> Transport::InitSocketServer()
 {
-    static AudioServer *server = nullptr; // owned by the application object
-    if (!server) {
-        qDebug("Transport::InitSocketServer()");
-        server = new AudioServer(QCoreApplication::instance());
-    }
-    return server;
+    qDebug("Transport::InitSocketServer()");
+    return std::make_unique<AudioServer>();
 }
 
 bool Transport::isActive() const
@@ -77,21 +71,21 @@ bool Transport::isActive() const
     return state_ == Active;
 }
 
-void Transport::SelectBluetooth()
+void Transport::SelectBluetooth(PlayerRequests &player, const QString &name) const
 {
     if (!isActive()) {
         qDebug("0SelectBluetooth(): transport not active");
         return;
     }
-    player_.sendPlay(codec_.formatName(), codec_.sampleRate, codec_.bitDepth, codec_.channels, manager_.Name());
+    player.sendPlay(codec_.formatName(), codec_.sampleRate, codec_.bitDepth, codec_.channels, name);
 }
 
 void Transport::PropertiesChanged(const QString &interface, const QVariantMap &changed, const QStringList &invalidated)
 {
     logDebug() << "Transport::PropertiesChanged" << interface << changed << invalidated;
-    if (interface != bus::MediaTransportInterface)
+    if (interface != bluez::MediaTransportInterface)
         return;
-    const QVariant state = changed.value(bus::StateProperty);
+    const QVariant state = changed.value(bluez::StateProperty);
     if (state.userType() == QMetaType::QString)
         setState(state.toString());
 }
@@ -113,8 +107,8 @@ void Transport::setState(const QString &state)
 
 void Transport::Acquire()
 {
-    const QDBusMessage reply = bus::callBluez(path_, bus::MediaTransportInterface, QStringLiteral("Acquire"), {},
-                                              bus::PhoneAnswerMs);
+    const QDBusMessage reply = bluez::call(path_, bluez::MediaTransportInterface, QStringLiteral("Acquire"), {},
+                                           bluez::PhoneAnswerMs);
     logDebug() << reply;
 
     FileDescriptor fd;
@@ -159,11 +153,11 @@ Transport::Read Transport::readPacket()
 void Transport::AdoptWaitingClient()
 {
     if (!socket_ || !socket_->isConnected())
-        server_->collect();
-    if (!server_->hasNextClient())
+        server_.collect();
+    if (!server_.hasNextClient())
         return;
     DeleteSocket(Farewell::AtOnce);
-    socket_ = server_->nextClient();
+    socket_ = server_.nextClient();
     qDebug("0New audio out socket connection accepted");
 }
 

@@ -1,4 +1,4 @@
-#include "core/logwriter.h"
+#include "log/logwriter.h"
 
 #include <algorithm>
 #include <cerrno>

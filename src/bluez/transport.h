@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/directnotifier.h"
-#include "core/filedescriptor.h"
+#include "eventloop/directnotifier.h"
+#include "eventloop/filedescriptor.h"
 
 #include <QObject>
 #include <QString>
@@ -12,7 +12,6 @@
 #include <memory>
 #include <optional>
 
-class AbstractManager;
 class AudioClient;
 class AudioServer;
 class Codec;
@@ -24,18 +23,18 @@ class PlayerRequests;
 class Transport : public QObject {
     Q_OBJECT
 public:
-    /// The transport at `path`. Codec, manager and requests outlive it.
-    Transport(const QString &path, Codec &codec, const AbstractManager &manager, PlayerRequests &player);
+    /// The transport at `path`, heard by the clients of `server`. Codec and server outlive it.
+    Transport(const QString &path, Codec &codec, AudioServer &server);
     ~Transport() override;
 
-    /// Makes the local audio socket, one for the process, which the application object owns; later calls return it.
-    static AudioServer *InitSocketServer();
+    /// Makes the local audio socket, for all transports of the process.
+    static std::unique_ptr<AudioServer> InitSocketServer();
 
     /// BlueZ says that the stream is active.
     bool isActive() const;
 
-    /// Asks the player to play this stream; only logged while it is not active.
-    void SelectBluetooth();
+    /// Asks the player to play this stream of the phone called `name`; only logged while it is not active.
+    void SelectBluetooth(PlayerRequests &player, const QString &name) const;
 
 Q_SIGNALS:
     /// The stream became active, or stopped being so. Not sent by the destructor.
@@ -69,9 +68,7 @@ private:
 
     QString path_;
     Codec &codec_;
-    const AbstractManager &manager_;
-    PlayerRequests &player_;
-    AudioServer *const server_;
+    AudioServer &server_;
     QString state_;
 
     // The acquired stream. Without one, fd_ is none.

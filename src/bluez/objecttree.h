@@ -17,10 +17,10 @@ using DBusManagerStruct = QMap<QDBusObjectPath, QVariantMapMap>;
 Q_DECLARE_METATYPE(QVariantMapMap)
 Q_DECLARE_METATYPE(DBusManagerStruct)
 
-namespace bus {
+namespace bluez {
 
 /// Makes both containers known to Qt's D-Bus marshalling, under exactly these names. To be called before the first
 /// call or subscription that carries one or an object path; further calls change nothing.
 void registerObjectTreeTypes();
 
-} // namespace bus
+} // namespace bluez

@@ -1,8 +1,8 @@
-#include "core/dbuscommandlistener.h"
+#include "control/dbuscommandlistener.h"
 
-#include "bus/names.h"
-#include "core/abstractmanager.h"
-#include "core/log.h"
+#include "control/abstractmanager.h"
+#include "control/names.h"
+#include "log/log.h"
 
 #include <QDBusConnection>
 #include <QDBusError>
@@ -10,22 +10,22 @@
 DBusCommandListener::DBusCommandListener(AbstractManager *manager) : QDBusAbstractAdaptor(manager), manager_(*manager)
 {
     // A signal of the library's own.
-    QDBusConnection::systemBus().connect(QString(), bus::LocalPath, bus::LocalInterface, QStringLiteral("Disconnected"),
-                                         this, SLOT(busLost()));
+    QDBusConnection::systemBus().connect(QString(), control::LocalPath, control::LocalInterface,
+                                         QStringLiteral("Disconnected"), this, SLOT(busLost()));
 }
 
 void DBusCommandListener::claimService(AbstractManager *manager)
 {
     QDBusConnection systemBus = QDBusConnection::systemBus();
     qDebug("Register Service");
-    if (!systemBus.registerService(bus::ControlService)) {
+    if (!systemBus.registerService(control::Service)) {
         QString error = systemBus.lastError().message();
         if (error.isEmpty()) // that somebody else owns the name is an answer of the bus, not an error
-            error = bus::ControlService + QLatin1String(" is taken");
+            error = control::Service + QLatin1String(" is taken");
         qFatal("0%s", qUtf8Printable(error));
     }
     logDebug() << "Register Object"
-               << systemBus.registerObject(bus::ControlPath, manager, QDBusConnection::ExportAdaptors);
+               << systemBus.registerObject(control::ObjectPath, manager, QDBusConnection::ExportAdaptors);
 }
 
 void DBusCommandListener::busLost()

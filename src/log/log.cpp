@@ -1,6 +1,6 @@
-#include "core/log.h"
+#include "log/log.h"
 
-#include "core/logwriter.h"
+#include "log/logwriter.h"
 
 #include <QLoggingCategory>
 
