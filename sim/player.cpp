@@ -15,6 +15,7 @@ namespace {
 constexpr int ConnectMs = 2000;
 // Longer than the daemon waits before it sends the next request.
 constexpr int LateMs = 500;
+constexpr int EndlessMs = 100;
 
 constexpr char Ok[] = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n";
 
@@ -130,6 +131,19 @@ void Player::answer(QTcpSocket *socket)
         case Behaviour::KeepOpen:
             socket->write(Ok);
             break;
+        case Behaviour::NoContent:
+            socket->write("HTTP/1.1 204 No Content\r\n\r\n");
+            break;
+        case Behaviour::Chunked:
+            socket->write("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nyes\r\n0\r\n\r\n");
+            break;
+        case Behaviour::Endless: {
+            socket->write("HTTP/1.1 200 OK\r\n\r\n");
+            auto *timer = new QTimer(socket);
+            connect(timer, &QTimer::timeout, socket, [socket] { socket->write("x"); });
+            timer->start(EndlessMs);
+            break;
+        }
         case Behaviour::Late:
             QTimer::singleShot(LateMs, socket, [socket] { answerAndClose(socket); });
             break;

@@ -26,8 +26,11 @@ class Player : public QObject {
     Q_OBJECT
 public:
     enum class Behaviour {
-        Answer,      ///< 200 with an empty body; closes, as it is asked to
+        Answer,      ///< 200 with an empty body; closes
         KeepOpen,    ///< the same, but does not close
+        NoContent,   ///< 204, does not close
+        Chunked,     ///< 200 with a body in chunks, does not close
+        Endless,     ///< 200 with a body that never ends, a byte every 100 ms
         Late,        ///< the same as Answer, half a second later
         Refuse,      ///< 500
         NeverAnswer, ///< accepts, reads and stays silent

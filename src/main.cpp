@@ -8,6 +8,8 @@
 #include "player/playerrequests.h"
 
 #include <QCoreApplication>
+#include <QNetworkAccessManager>
+#include <QNetworkProxy>
 
 #include <cstdio>
 #include <cstdlib>
@@ -18,7 +20,7 @@ int main(int argc, char **argv)
     occupyStandardDescriptors();
     giveLargeBlocksBack();
 
-    // The thread that QtDBus starts has an event loop of its own: Qt's costs less there than GLib's.
+    // The threads that Qt starts, for the bus and for HTTP, have event loops of their own: Qt's cost less than GLib's.
     qputenv("QT_NO_GLIB", "1");
 
     // Qt takes options of its own out of argv.
@@ -28,6 +30,8 @@ int main(int argc, char **argv)
 
     QCoreApplication::setEventDispatcher(new EventDispatcher); // taken over
     QCoreApplication app(argc, argv);
+    // The daemon needs none of Qt's plugins; with Qt 5 some would ask NetworkManager and ConnMan on the bus.
+    QCoreApplication::setLibraryPaths({});
     QCoreApplication::setApplicationName(QStringLiteral("kado-bt"));
     QCoreApplication::setApplicationVersion(QStringLiteral(KADO_VERSION));
     const QString name = QCoreApplication::applicationName();
@@ -49,7 +53,11 @@ int main(int argc, char **argv)
     qDebug("0start %s %s", qUtf8Printable(name), qUtf8Printable(version));
 
     const kadoInfo info;
-    PlayerRequests player;
+
+    // No proxy of the environment's is asked for the player, who is on this board.
+    QNetworkAccessManager theNetworkManager;
+    theNetworkManager.setProxy(QNetworkProxy::NoProxy);
+    PlayerRequests player(theNetworkManager);
 
     std::unique_ptr<AbstractManager> theManager;
     if (info.isMelody())

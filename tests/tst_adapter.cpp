@@ -36,9 +36,6 @@ private Q_SLOTS:
     void pairingAgent();
     void disconnectOnDemand();
     void adapterLossHidesThePhone();
-    void playerThatIsDown();
-    void answersOfThePlayerAreLogged();
-    void silentPlayerHearsTheLastStateLast();
 };
 
 void AdapterTest::firstAdapterInPathOrderIsAdopted()
@@ -309,81 +306,6 @@ void AdapterTest::adapterLossHidesThePhone()
     WAIT_UNTIL(board.player.targets().size() == 2);
     board.bluez.removeObject(Hci0, {}, sim::FakeBluez::Announce::Signal);
     WAIT_UNTIL(board.player.targets().last() == notification(false, false, "", false));
-}
-
-void AdapterTest::playerThatIsDown()
-{
-    sim::Board board;
-    board.player.stopServing();
-    board.daemon.start(board.bus.address(),
-                       {QStringLiteral("--stderr"), QStringLiteral("--debug"), QStringLiteral("9")});
-    const QString prefix = QStringLiteral("AdapterManager::finished "
-                                          "\"http://127.0.0.1:11000/BTPropertyChange?type=USB?adapter=true&"
-                                          "connected=false&name=&streaming=false\" ");
-    const auto finishedWith = [&](const QString &ending) {
-        for (const QString &line : board.daemon.logTexts()) {
-            if (line.startsWith(prefix) && line.mid(prefix.size()).startsWith(ending))
-                return true;
-        }
-        return false;
-    };
-    WAIT_UNTIL(finishedWith(QStringLiteral("\"Connection refused\"")));
-    QVERIFY(board.player.serve());
-    board.bluez.removeObject(Hci0, {QStringLiteral("org.bluez.Media1")});
-    WAIT_UNTIL(finishedWith(QStringLiteral("OK")));
-}
-
-void AdapterTest::answersOfThePlayerAreLogged()
-{
-    using Behaviour = sim::Player::Behaviour;
-    sim::Board board;
-    QVERIFY(board.startDaemon({QStringLiteral("--stderr"), QStringLiteral("--debug"), QStringLiteral("9")}));
-    sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
-    const struct {
-        Behaviour behaviour;
-        const char *ending;
-    } answers[] = {
-        {Behaviour::Refuse, "\"Answered with status 500\" "},
-        {Behaviour::Garbage, "\"Not an HTTP answer\" "},
-        {Behaviour::Answer, "OK "},
-    };
-    for (const auto &answer : answers) {
-        board.player.behave(answer.behaviour);
-        const auto lines = [&] {
-            return board.daemon.logTexts()
-                .filter(QStringLiteral("AdapterManager::finished"))
-                .filter(QLatin1String(answer.ending))
-                .size();
-        };
-        const auto before = lines();
-        phone.connect();
-        WAIT_UNTIL(lines() == before + 1);
-        phone.disconnect();
-        WAIT_UNTIL(lines() == before + 2);
-    }
-    WAIT_UNTIL(board.player.requests().size() == 7);
-    QCOMPARE(board.player.requests().last().head,
-             QByteArray("GET /BTPropertyChange?type=USB?adapter=true&connected=false&name=&streaming=false HTTP/1.1\r\n"
-                        "Host: 127.0.0.1:11000\r\nConnection: close\r\n\r\n"));
-}
-
-void AdapterTest::silentPlayerHearsTheLastStateLast()
-{
-    sim::Board board;
-    board.player.behave(sim::Player::Behaviour::NeverAnswer);
-    QVERIFY(board.startDaemon());
-    sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
-    QStringList expected{notification(true, false, "", false)};
-    for (int round = 0; round < 2; ++round) {
-        phone.connect();
-        expected << notification(true, true, "Anna", false);
-        if (round == 1)
-            break;
-        phone.disconnect();
-        expected << notification(true, false, "", false);
-    }
-    WAIT_UNTIL(board.player.targets().size() == expected.size());
-    QCOMPARE(board.player.targets(), expected);
 }
 
 QTEST_GUILESS_MAIN(AdapterTest)

@@ -1,14 +1,12 @@
-// What start-up reads and what the player is told, as plain functions.
+// What start-up reads, as plain functions.
 
 #include "board/kadoinfo.h"
 #include "board/speakername.h"
 #include "commandline.h"
-#include "player/playerrequests.h"
 #include "sim/board.h"
 
 #include <QBuffer>
 #include <QTest>
-#include <QUrl>
 
 class BoardFilesTest : public QObject {
     Q_OBJECT
@@ -19,7 +17,6 @@ private Q_SLOTS:
     void deviceInformation();
     void speakerName_data();
     void speakerName();
-    void requestsToThePlayer();
 };
 
 void BoardFilesTest::commandLine_data()
@@ -121,25 +118,6 @@ void BoardFilesTest::speakerName()
     QVERIFY(length > 248 && length <= 64 * 1024);
     sim::removePlayerName();
     QCOMPARE(readSpeakerName(), QString());
-}
-
-void BoardFilesTest::requestsToThePlayer()
-{
-    const auto play = [](const char *name) {
-        return PlayerRequests::playUrl(QStringLiteral("pcm"), 48000, 16, 2, QString::fromUtf8(name));
-    };
-    QCOMPARE(play("Kitchen"),
-             QStringLiteral("http://127.0.0.1:11000/Play?url=Capture:bluez:bluetooth:pcm/48000/16/2&name=Kitchen"));
-    const auto change = [](const char *name) {
-        const QString url = PlayerRequests::propertyChangeUrl(QStringLiteral("USB"), true, true,
-                                                              QString::fromUtf8(name), false);
-        return QUrl(url, QUrl::TolerantMode).query(QUrl::FullyEncoded);
-    };
-    QCOMPARE(change("Anna"), QStringLiteral("type=USB?adapter=true&connected=true&name=Anna&streaming=false"));
-    QCOMPARE(change("Bob & Co"),
-             QStringLiteral("type=USB?adapter=true&connected=true&name=Bob%20&%20Co&streaming=false"));
-    QCOMPARE(change("%1x"), QStringLiteral("type=USB?adapter=true&connected=true&name=falsex&streaming=%254"));
-    QCOMPARE(change("K\xC3\xBC"), QStringLiteral("type=USB?adapter=true&connected=true&name=K%C3%BC&streaming=false"));
 }
 
 QTEST_GUILESS_MAIN(BoardFilesTest)

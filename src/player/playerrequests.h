@@ -6,7 +6,8 @@
 #include <QTimer>
 #include <QUrl>
 
-class HttpGet;
+class QNetworkAccessManager;
+class QNetworkReply;
 
 /// The requests to the speaker's media player: HTTP GET to its control service on the loopback interface, port 11000.
 /// They are sent and forgotten; their replies are only logged. They reach the player in the order in which they were
@@ -14,7 +15,8 @@ class HttpGet;
 class PlayerRequests : public QObject {
     Q_OBJECT
 public:
-    explicit PlayerRequests(QObject *parent = nullptr);
+    /// Sends by `network`, which outlives it and sends nothing else.
+    explicit PlayerRequests(QNetworkAccessManager &network, QObject *parent = nullptr);
 
     /// Asks the player to play the socket "bluetooth", and logs the request: format "pcm" or "aac", sampling rate in
     /// Hz, bits per sample, channels, the phone's name.
@@ -26,18 +28,18 @@ public:
 
     /// The two URLs. The values are put into the templates one after the other and as they are: a "%1" or "&" in a
     /// name takes effect, and the text is then read as a URL in tolerant mode.
-    static QString playUrl(const QString &format, int sampleRate, int bitDepth, int channels, const QString &name);
-    static QString propertyChangeUrl(const QString &type, bool adapter, bool connected, const QString &name,
-                                     bool streaming);
+    static QUrl playUrl(const QString &format, int sampleRate, int bitDepth, int channels, const QString &name);
+    static QUrl propertyChangeUrl(const QString &type, bool adapter, bool connected, const QString &name,
+                                  bool streaming);
 
 private:
-    void send(const QString &url);
+    void send(const QUrl &url);
     void sendNext();
-    void requestGone();
-    void finished(const HttpGet *request, const QUrl &url, const QString &error);
+    void finished(QNetworkReply *reply);
 
-    QQueue<QString> waiting_;
-    HttpGet *latest_ = nullptr; ///< null: nothing that the next request must wait for
-    int underWay_ = 0;
-    QTimer patience_;
+    QNetworkAccessManager &network_;
+    QQueue<QUrl> waiting_;
+    const QNetworkReply *latest_ = nullptr; ///< only compared with others
+    int unanswered_ = 0;
+    QTimer patience_; ///< with the latest request: it runs while the next one has to wait for its answer
 };
