@@ -165,4 +165,18 @@ void Daemon::readLog()
     }
 }
 
+int settledDescriptors(const Daemon &daemon)
+{
+    constexpr int Looks = 15; // waitFor looks every 10 ms at least
+    int count = -1;
+    int same = 0;
+    waitFor([&] {
+        const int now = daemon.openDescriptors();
+        same = now == count ? same + 1 : 0;
+        count = now;
+        return same == Looks;
+    });
+    return count;
+}
+
 } // namespace sim

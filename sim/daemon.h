@@ -68,4 +68,7 @@ private:
     QElapsedTimer clock_;
 };
 
+/// The daemon's open descriptors once requests that are under way have ended: the same number for a while.
+int settledDescriptors(const Daemon &daemon);
+
 } // namespace sim

@@ -41,13 +41,13 @@ bool SoakAudio::connectClients(int count)
 
 bool SoakAudio::connectAndLeave(int count)
 {
-    const bool connected = connectClients(count);
-    for (auto client = waiting_.end() - count; connected && client != waiting_.end(); ++client) {
-        (*client)->player.hangUpAudio();
-        (*client)->left = true;
+    for (int i = 0; i < count; ++i) {
+        Player player;
+        if (!report_.insist(player.connectAudio(), QStringLiteral("no client can connect")))
+            return false;
     }
     report_.injected("client left before its first byte", count);
-    return connected;
+    return true;
 }
 
 const SoakPacket &SoakAudio::next()
@@ -252,6 +252,13 @@ bool SoakAudio::dropPackets()
     for (int i = 0; i < static_cast<int>(packets.size()) - dropped; ++i)
         current_->expected += packets.at(i);
     return check();
+}
+
+bool SoakAudio::endedForSlowClient()
+{
+    waitFor([this] { return !current_->player.audioConnected(); }, PatienceMs);
+    current_->expected.truncate(current_->player.heard().size());
+    return ended();
 }
 
 bool SoakAudio::ended()

@@ -29,7 +29,7 @@ public:
     /// Clients that connect and wait for the next stream's packets, one taking over from the other with each. Not while
     /// there is one.
     bool connectClients(int count);
-    /// The same, but each leaves at once.
+    /// Clients that leave at once: no packet is for them.
     bool connectAndLeave(int count);
 
     /// Sends packets from some place of the music on, without looking at what is heard.
@@ -52,6 +52,8 @@ public:
 
     /// The stream has ended: what was sent is heard to the last byte, and the client is hung up.
     bool ended();
+    /// The same for a client that did not read: of what was sent it hears the beginning.
+    bool endedForSlowClient();
 
 private:
     struct Client {

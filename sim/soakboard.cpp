@@ -84,7 +84,9 @@ bool SoakBoard::afterStep()
     if (playerFaultSteps_ > 0 && --playerFaultSteps_ == 0) {
         if (!notices_.settle())
             return false;
-        board_.player.stopServing(); // ends the connections that hang
+        board_.player.stopServing();       // ends the connections that hang
+        settledDescriptors(board_.daemon); // what was not answered has been sent again, in vain
+        notices_.setPlayerIsAskedAgain(false);
         board_.player.behave(Player::Behaviour::Answer);
         notices_.setPlayerDown(false);
         if (!insist(board_.player.serve(), QStringLiteral("the player cannot serve again")))
@@ -102,8 +104,8 @@ bool SoakBoard::rest()
     }
     if (state_ != Idle && !(hangUp() && afterStep()))
         return false;
-    // Clients that wait hold descriptors: a stream takes them in.
-    return audio_.waiting() == 0 || (connectPhone() && configure() && start() && hangUp() && afterStep());
+    // Clients that wait, or have left meanwhile, hold descriptors until a packet asks for them.
+    return connectPhone() && configure() && start() && hangUp() && afterStep();
 }
 
 void SoakBoard::phoneIsGone()
@@ -121,8 +123,8 @@ bool SoakBoard::endStream()
 /// Packets that are still on their way when the stream ends.
 bool SoakBoard::sendTail()
 {
-    constexpr int MostPackets = 80; // about what a socket holds
-    return audio_.send(random_.below(MostPackets));
+    constexpr int MostPackets = 10; // their audio fits into a client's socket
+    return audio_.check() && audio_.send(random_.below(MostPackets));
 }
 
 // --- The speaker's other processes.

@@ -161,6 +161,7 @@ bool SoakBoard::playerFault()
         notices_.setPlayerDown(true);
         board_.player.stopServing();
     } else {
+        notices_.setPlayerIsAskedAgain(fault.behaviour == Behaviour::Garbage);
         board_.player.behave(fault.behaviour);
     }
     return settle();

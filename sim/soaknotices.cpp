@@ -17,6 +17,19 @@ constexpr int PatienceMs = 60'000;
 constexpr int CertainAgain = 8;
 } // namespace
 
+void SoakNotices::owe(const QString &target)
+{
+    owed_.append({target, playerDown_});
+    if (askedAgain_)
+        mayComeAgain_.append(target);
+}
+
+void SoakNotices::setPlayerIsAskedAgain(bool again)
+{
+    askedAgain_ = again;
+    mayComeAgain_.clear();
+}
+
 bool SoakNotices::settle()
 {
     const auto certain = std::count_if(owed_.cbegin(), owed_.cend(), [](const Owed &owed) { return !owed.mayBeLost; });
@@ -24,7 +37,7 @@ bool SoakNotices::settle()
     if (playerDown_ || nothingCame)
         return true;
     const bool told = waitFor([&] { return player_.requests().size() >= certain && matches(); },
-                              player_.requests().size() > owed_.size() ? 0 : PatienceMs);
+                              !askedAgain_ && player_.requests().size() > owed_.size() ? 0 : PatienceMs);
     if (!told) {
         explain();
         return false;
@@ -42,14 +55,18 @@ bool SoakNotices::settle()
 bool SoakNotices::matches() const
 {
     // At j: what was owed so far can have become the first j requests.
-    const QList<PlayerRequest> &requests = player_.requests();
-    std::deque<bool> possible(static_cast<size_t>(requests.size()) + 1);
+    const QStringList targets = player_.targets();
+    const auto targetOf = [&](size_t j) { return targets.at(static_cast<int>(j) - 1); };
+    std::deque<bool> possible(static_cast<size_t>(targets.size()) + 1);
     possible[0] = true;
+    for (size_t j = 1; j < possible.size(); ++j)
+        possible[j] = possible[j - 1] && mayComeAgain_.contains(targetOf(j));
     for (const Owed &owed : owed_) {
         for (size_t j = possible.size() - 1; j > 0; --j)
-            possible[j] = (possible[j] && owed.mayBeLost)
-                || (possible[j - 1] && requests.at(static_cast<int>(j) - 1).target == owed.target);
+            possible[j] = (possible[j] && owed.mayBeLost) || (possible[j - 1] && targetOf(j) == owed.target);
         possible[0] = possible[0] && owed.mayBeLost;
+        for (size_t j = 1; j < possible.size(); ++j)
+            possible[j] = possible[j] || (possible[j - 1] && mayComeAgain_.contains(targetOf(j)));
     }
     return possible.back();
 }

@@ -126,14 +126,12 @@ bool SoakBoard::slowClientAtTheEnd()
     if (!settle())
         return false;
     audio_.pauseReading(false);
-    return endStream();
+    report_.cycle("streams");
+    return audio_.endedForSlowClient();
 }
 
 bool SoakBoard::clientsComeAndGo()
 {
-    constexpr int Room = 20; // of the 30 that may wait
-    if (audio_.attached() || audio_.waiting() >= Room)
-        return true;
     // A packet that is still to be read would be theirs.
     return (state_ != Streaming || audio_.settle()) && audio_.connectAndLeave(random_.between(1, 5)) && settle();
 }

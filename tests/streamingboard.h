@@ -87,19 +87,4 @@ struct ConfiguredBoard {
     bool ready = false;
 };
 
-/// The daemon's open descriptors once requests that are under way have ended: the same number for a while.
-inline int settledDescriptors(const sim::Daemon &daemon)
-{
-    constexpr int Looks = 15; // waitFor looks every 10 ms at least
-    int count = -1;
-    int same = 0;
-    sim::waitFor([&] {
-        const int now = daemon.openDescriptors();
-        same = now == count ? same + 1 : 0;
-        count = now;
-        return same == Looks;
-    });
-    return count;
-}
-
 } // namespace boardtest

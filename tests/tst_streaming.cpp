@@ -3,6 +3,7 @@
 #include "streamingboard.h"
 
 #include <QDBusUnixFileDescriptor>
+#include <QLocalSocket>
 
 using namespace boardtest;
 
@@ -28,8 +29,11 @@ private Q_SLOTS:
     void selectBluetoothNeedsAnActiveStream();
     void newestClientHears();
     void clientThatComesBackMissesNothing();
+    void clientsThatLeaveSilenceNobody();
+    void whatClientsSayIsForgotten();
     void packetsAreReadWithoutAClient();
     void slowClientDelaysNothing();
+    void slowClientIsSparedStaleSound();
     void slowClientsMemoryIsGivenBack();
     void malformedPacketsPassBy();
     void aacReachesThePlayerAsAdts();
@@ -92,8 +96,11 @@ void StreamingTest::suspendPlaysTheTailAndResumeStartsAnew()
     QVERIFY(b.ready);
     const QList<QByteArray> first = packets(3);
     const QList<QByteArray> second = packets(1);
+    const auto tail = first.size() - 20; // what follows from there fits into the client's socket
     QVERIFY(b.startHeard());
-    QVERIFY(b.send(first));
+    QVERIFY(b.send(first.mid(0, tail)));
+    QVERIFY(b.hears(sim::decodeSbc(first.mid(0, tail))));
+    QVERIFY(b.send(first.mid(tail)));
     b.phone.suspend(); // the last packets are still in the socket
     WAIT_UNTIL(!b.board.player.audioConnected());
     QVERIFY(b.hears(sim::decodeSbc(first)));
@@ -129,7 +136,7 @@ void StreamingTest::clearedStreamPlaysItsTail()
 {
     ConfiguredBoard b;
     QVERIFY(b.ready && b.startHeard());
-    const QList<QByteArray> sent = packets(2);
+    const QList<QByteArray> sent = packets(0.5);
     QVERIFY(b.send(sent));
     QVERIFY(b.phone.clear()); // no State before it
     WAIT_UNTIL(!b.board.player.audioConnected());
@@ -316,6 +323,48 @@ void StreamingTest::clientThatComesBackMissesNothing()
     WAIT_UNTIL(b.board.player.heard().size() == onePacket);
 }
 
+void StreamingTest::clientsThatLeaveSilenceNobody()
+{
+    constexpr int Leaving = 20;
+    ConfiguredBoard b;
+    QVERIFY(b.ready);
+    const auto comeAndGo = [](int clients) {
+        for (int i = 0; i < clients; ++i) {
+            sim::Player leaving;
+            if (!leaving.connectAudio())
+                return false;
+        }
+        return true;
+    };
+    QVERIFY(comeAndGo(Leaving));
+    QVERIFY(b.startHeard());
+    const QList<QByteArray> sent = packets(0.5);
+    const auto half = sent.size() / 2;
+    QVERIFY(b.send(sent.mid(0, half)));
+    QVERIFY(b.hears(sim::decodeSbc(sent.mid(0, half))));
+    QVERIFY(comeAndGo(1));
+    QVERIFY(b.send(sent.mid(half)));
+    QVERIFY(b.hears(sim::decodeSbc(sent)));
+    QCOMPARE(b.accepted(), 1);
+}
+
+void StreamingTest::whatClientsSayIsForgotten()
+{
+    ConfiguredBoard b;
+    QVERIFY(b.ready);
+    QLocalSocket client;
+    client.connectToServer(QStringLiteral("bluetooth"));
+    QVERIFY(client.waitForConnected());
+    const auto says = [&] { // several times what a socket holds
+        client.write(QByteArray(1024 * 1024, 'x'));
+        return sim::waitFor([&] { return client.bytesToWrite() == 0; });
+    };
+    QVERIFY(says());
+    QVERIFY(b.phone.start(Mtu) && b.active() && b.send(packets(0.1)));
+    WAIT_UNTIL(client.bytesAvailable() == sim::decodeSbc(packets(0.1)).size());
+    QVERIFY(says());
+}
+
 void StreamingTest::packetsAreReadWithoutAClient()
 {
     ConfiguredBoard b;
@@ -339,6 +388,24 @@ void StreamingTest::slowClientDelaysNothing()
     b.board.player.pauseReading(false);
     QVERIFY(b.hears(sim::decodeSbc(sent)));
     QCOMPARE(b.accepted(), 1);
+}
+
+void StreamingTest::slowClientIsSparedStaleSound()
+{
+    ConfiguredBoard b;
+    QVERIFY(b.ready && b.startHeard());
+    b.board.player.pauseReading(true);
+    const QList<QByteArray> sent = packets(8);
+    QVERIFY(b.send(sent));
+    b.phone.suspend();
+    WAIT_UNTIL(!b.board.control.property(QStringLiteral("Streaming")).toBool());
+    b.board.player.pauseReading(false);
+    WAIT_UNTIL(!b.board.player.audioConnected());
+    const QByteArray pcm = sim::decodeSbc(sent);
+    QVERIFY(pcm.startsWith(b.board.player.heard()));
+    constexpr int SocketBytes = 256 * 1024; // and somewhat more than it holds
+    QVERIFY(b.board.player.heard().size() < SocketBytes);
+    QVERIFY(b.playsAnother());
 }
 
 void StreamingTest::slowClientsMemoryIsGivenBack()

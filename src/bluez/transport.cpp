@@ -154,11 +154,13 @@ void Transport::AdoptWaitingClient()
 {
     if (!socket_ || !socket_->isConnected())
         server_.collect();
-    if (!server_.hasNextClient())
+    if (!server_.hasWaiting())
         return;
-    DeleteSocket(Farewell::AtOnce);
-    socket_ = server_.nextClient();
-    qDebug("0New audio out socket connection accepted");
+    if (std::unique_ptr<AudioClient> next = server_.nextClient()) {
+        DeleteSocket();
+        socket_ = std::move(next);
+        qDebug("0New audio out socket connection accepted");
+    }
 }
 
 void Transport::Cleanup()
@@ -173,15 +175,13 @@ void Transport::Cleanup()
     notifier_.reset();
     fd_.reset();
     buffer_.reset();
-    DeleteSocket(Farewell::AfterItsAudio);
+    DeleteSocket();
 }
 
-void Transport::DeleteSocket(Farewell farewell)
+void Transport::DeleteSocket()
 {
     if (!socket_)
         return;
     qDebug("Transport::DeleteSocket()");
-    if (farewell == Farewell::AfterItsAudio)
-        AudioClient::finish(std::move(socket_));
     socket_.reset();
 }

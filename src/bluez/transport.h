@@ -63,8 +63,7 @@ private:
     [[gnu::hot]] Read readPacket();
     [[gnu::hot]] void AdoptWaitingClient();
     void Cleanup();
-    enum class Farewell { AtOnce, AfterItsAudio };
-    void DeleteSocket(Farewell farewell);
+    void DeleteSocket();
 
     QString path_;
     Codec &codec_;

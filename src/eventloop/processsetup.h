@@ -4,7 +4,7 @@
 /// anything else is opened: a socket that got such a number would get the log lines as well.
 void occupyStandardDescriptors();
 
-/// Has the C library give every large block, such as the backlog of a slow client, a mapping of its own, which grows in
-/// place and goes when it is freed. Left to itself it does so only until the first such block is freed: from then on a
-/// backlog takes up to twice its size, and what lies behind it on the heap may keep all that for the rest of the run.
+/// Has the C library give every large block, such as the backlog of a slow client, a mapping of its own, which takes
+/// memory as it is filled and gives it back when it is freed. Left to itself it does so only until the first such block
+/// is freed: the next ones lie on the heap, and what lies behind them may keep all that for the rest of the run.
 void giveLargeBlocksBack();

@@ -22,7 +22,6 @@ void BlankWriter::blankWrite()
         DeleteBlankWriteSocket();
         socket_ = std::move(next);
         connect(socket_.get(), &AudioClient::disconnected, this, &BlankWriter::DeleteBlankWriteSocket);
-        socket_->watch();
         qDebug("0New Blank audio out socket connection accepted");
         I2sSwitch::set(true);
     }

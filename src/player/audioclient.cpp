@@ -2,21 +2,16 @@
 
 #include "log/log.h"
 
-#include <QTimer>
-
+#include <algorithm>
 #include <cerrno>
+#include <poll.h>
 #include <sys/socket.h>
 
-namespace {
-
-// The most that can be kept, BacklogLimit, is 24 s of 16-bit stereo at 44100 Hz to a player that reads in real time.
-constexpr int FinishTimeoutMs = 30'000;
-
-} // namespace
-
 AudioClient::AudioClient(FileDescriptor socket)
-    : socket_(std::move(socket)), writable_(socket_.get(), QSocketNotifier::Write)
+    : socket_(std::move(socket)), readable_(socket_.get(), QSocketNotifier::Read),
+      writable_(socket_.get(), QSocketNotifier::Write)
 {
+    connect(&readable_, &QSocketNotifier::activated, this, &AudioClient::discardInput);
     writable_.setEnabled(false);
     connect(&writable_, &QSocketNotifier::activated, this, &AudioClient::flushBacklog);
     open(QIODevice::WriteOnly | QIODevice::Unbuffered);
@@ -27,20 +22,10 @@ AudioClient::~AudioClient()
     reportDropped();
 }
 
-void AudioClient::finish(std::unique_ptr<AudioClient> client)
+bool AudioClient::hasHungUp() const
 {
-    if (client->backlogSize() == 0)
-        return;
-    // From here on the client owns itself: flushBacklog and the timer are its ends.
-    AudioClient *self = client.release();
-    self->finishing_ = true;
-    QTimer::singleShot(FinishTimeoutMs, self, &QObject::deleteLater);
-}
-
-void AudioClient::watch()
-{
-    readable_ = std::make_unique<QSocketNotifier>(socket_.get(), QSocketNotifier::Read);
-    connect(readable_.get(), &QSocketNotifier::activated, this, &AudioClient::discardInput);
+    pollfd poller{socket_.get(), 0, 0};
+    return ::poll(&poller, 1, 0) > 0 && (poller.revents & POLLHUP) != 0;
 }
 
 qint64 AudioClient::readData(char *, qint64)
@@ -50,14 +35,13 @@ qint64 AudioClient::readData(char *, qint64)
 
 qint64 AudioClient::writeData(const char *data, qint64 size)
 {
-    if (!socket_.isValid())
+    if (!socket_.isValid() || size > BacklogLimit)
         return -1;
-    if (backlogSize() > 0) {
-        if (droppedWrites_ == 0 && backlogSize() + size <= BacklogLimit) {
+    if (backlogSize_ > 0) {
+        if (droppedWrites_ == 0 && backlogSize_ + size <= BacklogLimit)
             keep(data, size);
-        } else if (droppedWrites_++ == 0) {
+        else if (droppedWrites_++ == 0)
             qDebug("0Audio client does not read, dropping packets");
-        }
         return size;
     }
     const qint64 sent = send(data, size);
@@ -82,51 +66,55 @@ qint64 AudioClient::send(const char *data, qint64 size)
 
 void AudioClient::keep(const char *data, qint64 size)
 {
-    backlog_.append(data, static_cast<int>(size));
+    if (!backlog_)
+        backlog_.reset(new char[BacklogLimit]);
+    const qint64 end = (backlogBegin_ + backlogSize_) % BacklogLimit;
+    const qint64 first = std::min(size, BacklogLimit - end);
+    std::copy_n(data, first, backlog_.get() + end);
+    std::copy_n(data + first, size - first, backlog_.get());
+    backlogSize_ += size;
     writable_.setEnabled(true);
 }
 
 void AudioClient::flushBacklog()
 {
-    const qint64 sent = send(backlog_.constData() + backlogSent_, backlogSize());
+    const qint64 sent = send(backlog_.get() + backlogBegin_, std::min(backlogSize_, BacklogLimit - backlogBegin_));
     if (sent < 0) {
         hangUp();
-    } else {
-        backlogSent_ += sent;
-        // Moving the rest down only when it is the smaller part keeps the cost of a slow client linear.
-        if (backlogSent_ > backlog_.size() / 2) {
-            backlog_.remove(0, static_cast<int>(backlogSent_));
-            backlogSent_ = 0;
-        }
-        if (backlogSize() > 0)
-            return;
+        return;
+    }
+    backlogBegin_ = (backlogBegin_ + sent) % BacklogLimit;
+    backlogSize_ -= sent;
+    if (backlogSize_ == 0) {
+        forgetBacklog();
         reportDropped();
     }
-    backlog_ = QByteArray();
-    backlogSent_ = 0;
+}
+
+void AudioClient::forgetBacklog()
+{
     writable_.setEnabled(false);
-    if (finishing_)
-        deleteLater();
+    backlog_.reset();
+    backlogBegin_ = 0;
+    backlogSize_ = 0;
 }
 
 void AudioClient::discardInput()
 {
     char input[4096];
     const ssize_t size = ::recv(socket_.get(), input, sizeof input, MSG_DONTWAIT);
-    if (size == 0 || (size < 0 && errno != EAGAIN && errno != EINTR))
-        hangUp();
+    if (size > 0 || (size < 0 && (errno == EAGAIN || errno == EINTR)))
+        return;
+    readable_.setEnabled(false); // it may be listening still
+    Q_EMIT disconnected();
 }
 
 void AudioClient::hangUp()
 {
-    writable_.setEnabled(false);
-    backlog_ = QByteArray();
-    backlogSent_ = 0;
-    if (readable_) {
-        readable_->setEnabled(false);
-        Q_EMIT disconnected();
-    }
+    forgetBacklog();
+    readable_.setEnabled(false);
     socket_.reset();
+    Q_EMIT disconnected();
 }
 
 void AudioClient::reportDropped()

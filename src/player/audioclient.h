@@ -2,7 +2,6 @@
 
 #include "eventloop/filedescriptor.h"
 
-#include <QByteArray>
 #include <QIODevice>
 #include <QSocketNotifier>
 
@@ -12,31 +11,28 @@
 ///
 /// A write goes to the socket in the same turn and never waits. What the client does not take at once is kept and sent
 /// when it reads again. Past BacklogLimit whole writes are dropped until the client has taken all that was kept: it
-/// then gets current audio, with no sample torn apart. Writes to a client that has gone fail and are forgotten.
+/// then gets current audio, with no sample torn apart. Writes to a client that has gone fail and are forgotten. What
+/// the client sends is read and forgotten. The end of the object ends the connection: the client still gets what the
+/// kernel has taken, and not what was kept.
 class AudioClient : public QIODevice {
     Q_OBJECT
 public:
-    /// Bytes kept for a slow client: 24 s of 16-bit stereo at 44100 Hz.
+    /// Bytes kept for a slow client, 24 s of 16-bit stereo at 44100 Hz, and the most that one write may have.
     static constexpr qint64 BacklogLimit = 4 * 1024 * 1024;
 
     /// Takes over a connected stream socket.
     explicit AudioClient(FileDescriptor socket);
     ~AudioClient() override;
 
-    /// Ends with the client: at once when it has taken everything, otherwise as soon as it has, and after 30 s in any
-    /// case. The audio that was already written is thus not lost with the end of a stream.
-    static void finish(std::unique_ptr<AudioClient> client);
-
-    /// Reports, by disconnected(), when the client leaves. What it sends is read and forgotten.
-    void watch();
-
     /// Whether the client is still there, as far as the last write could tell.
     bool isConnected() const { return socket_.isValid(); }
+    /// Whether it has closed the connection, looked at now.
+    bool hasHungUp() const;
 
     bool isSequential() const override { return true; }
 
 Q_SIGNALS:
-    /// The client has left. Only of a watched client.
+    /// The client has left, or has ended its side of the connection.
     void disconnected();
 
 protected:
@@ -48,16 +44,16 @@ private:
     [[gnu::hot]] qint64 send(const char *data, qint64 size);
     void keep(const char *data, qint64 size);
     void flushBacklog();
+    void forgetBacklog();
     void discardInput();
     void hangUp();
     void reportDropped();
-    qint64 backlogSize() const { return backlog_.size() - backlogSent_; }
 
     FileDescriptor socket_;
+    QSocketNotifier readable_;
     QSocketNotifier writable_;
-    std::unique_ptr<QSocketNotifier> readable_; ///< of a watched client
-    QByteArray backlog_;
-    qint64 backlogSent_ = 0; ///< bytes at the start of backlog_ that are gone already
+    std::unique_ptr<char[]> backlog_; ///< a ring of BacklogLimit bytes while anything is kept
+    qint64 backlogBegin_ = 0;
+    qint64 backlogSize_ = 0;
     qint64 droppedWrites_ = 0;
-    bool finishing_ = false; ///< the client owns itself
 };

@@ -1,87 +1,73 @@
 #include "player/audioserver.h"
 
 #include <QDir>
-#include <QFile>
-#include <QTimer>
+#include <QSocketNotifier>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 
 namespace {
 
-// Connections that the kernel keeps until the event loop takes them.
-constexpr int KernelBacklog = 50;
+constexpr QLatin1String Name("bluetooth");
 
 // A descriptor becomes free with the end of something else that the daemon does: no need to look more often.
 constexpr int RetryMs = 1000;
 
-bool hungUp(const FileDescriptor &connection)
-{
-    pollfd poller{connection.get(), 0, 0};
-    return ::poll(&poller, 1, 0) > 0 && (poller.revents & POLLHUP) != 0;
-}
-
 } // namespace
 
-AudioServer::AudioServer(QObject *parent) : QObject(parent)
+AudioServer::AudioServer(QObject *parent) : QLocalServer(parent)
 {
-    const QByteArray path = QFile::encodeName(QDir::tempPath() + QLatin1String("/bluetooth"));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (static_cast<size_t>(path.size()) >= sizeof address.sun_path) {
-        qWarning("0No audio socket %s: %s", path.constData(), std::strerror(ENAMETOOLONG));
+    retry_.setSingleShot(true);
+    retry_.setInterval(RetryMs);
+    connect(&retry_, &QTimer::timeout, this, &AudioServer::open);
+    open();
+    // In the sticky /tmp it takes the owner of what lies there, or root, to remove it.
+    if (!isListening())
+        qWarning("0No audio socket %s/%s: %s", qPrintable(QDir::tempPath()), Name.data(), qPrintable(errorString()));
+}
+
+void AudioServer::open()
+{
+    removeServer(Name);
+    if (!listen(Name)) {
+        retry_.start();
         return;
     }
-    std::copy(path.begin(), path.end(), address.sun_path);
-    listener_ = FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    ::unlink(path.constData());
-    if (::bind(listener_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0
-        || ::listen(listener_.get(), KernelBacklog) != 0) {
-        // In the sticky /tmp it takes the owner of what lies there, or root, to remove it.
-        qWarning("0No audio socket %s: %s", path.constData(), std::strerror(errno));
-        return;
-    }
-    incoming_ = std::make_unique<QSocketNotifier>(listener_.get(), QSocketNotifier::Read);
-    connect(incoming_.get(), &QSocketNotifier::activated, this, &AudioServer::accept);
+    // When it cannot accept, for want of descriptors, it closes without another word than the end of its notifier.
+    connect(findChild<QSocketNotifier *>(), &QObject::destroyed, &retry_, qOverload<>(&QTimer::start));
 }
 
 std::unique_ptr<AudioClient> AudioServer::nextClient()
 {
-    if (waiting_.empty())
-        return nullptr;
-    FileDescriptor connection = std::move(waiting_.front());
-    waiting_.pop_front();
-    return std::make_unique<AudioClient>(std::move(connection));
+    std::unique_ptr<AudioClient> client;
+    while (!client && !waiting_.empty()) {
+        if (!waiting_.front()->hasHungUp())
+            client = std::move(waiting_.front());
+        waiting_.pop_front();
+    }
+    return client;
 }
 
 void AudioServer::collect()
 {
-    for (int i = 0; i < KernelBacklog && accept(); ++i) {
+    pollfd listener{static_cast<int>(socketDescriptor()), POLLIN, 0};
+    for (size_t i = 0; ::poll(&listener, 1, 0) > 0 && i < WaitingLimit; ++i) {
+        const int connection = ::accept4(listener.fd, nullptr, nullptr, SOCK_CLOEXEC);
+        if (connection < 0) // the event loop's turn will show what follows from it
+            return;
+        incomingConnection(static_cast<quintptr>(connection));
     }
 }
 
-bool AudioServer::accept()
+void AudioServer::incomingConnection(quintptr socket)
 {
-    FileDescriptor connection(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
-    if (!connection.isValid()) {
-        // One that cannot be taken, for want of descriptors, is reported again and again.
-        if (incoming_ && errno != EAGAIN && errno != EINTR && errno != ECONNABORTED) {
-            incoming_->setEnabled(false);
-            QTimer::singleShot(RetryMs, incoming_.get(), [this] { incoming_->setEnabled(true); });
-        }
-        return false;
-    }
-    waiting_.push_back(std::move(connection));
+    waiting_.push_back(std::make_unique<AudioClient>(FileDescriptor(static_cast<int>(socket))));
     if (waiting_.size() <= WaitingLimit)
-        return true;
-    // A full queue would leave the next client outside. Those that left are of no use to anybody; after them the oldest
-    // goes, as it would when the newest is adopted.
-    waiting_.erase(std::remove_if(waiting_.begin(), waiting_.end(), hungUp), waiting_.end());
+        return;
+    const auto gone = std::remove_if(waiting_.begin(), waiting_.end(),
+                                     [](const std::unique_ptr<AudioClient> &client) { return client->hasHungUp(); });
+    waiting_.erase(gone, waiting_.end());
     if (waiting_.size() > WaitingLimit)
         waiting_.pop_front();
-    return true;
 }

@@ -1,41 +1,38 @@
 #pragma once
 
-#include "eventloop/filedescriptor.h"
 #include "player/audioclient.h"
 
-#include <QObject>
-#include <QSocketNotifier>
+#include <QLocalServer>
+#include <QTimer>
 
 #include <deque>
 #include <memory>
 
-/// The local audio socket "bluetooth", in the system's temporary directory, to which the player connects.
-///
-/// Connections wait here until nextClient() collects them, and are not read: one that sends anything cannot make the
-/// process grow. Our own, for the memory that the network library takes (see HttpGet), and because its server stops
-/// listening for good when a connection cannot be accepted.
-class AudioServer : public QObject {
+/// The local audio socket "bluetooth", in the system's temporary directory, to which the player connects. Connections
+/// wait here until nextClient() hands them out.
+class AudioServer : public QLocalServer {
     Q_OBJECT
 public:
-    /// Connections kept waiting, as many as a local server keeps by default.
+    /// Connections kept waiting, as many as a local server keeps by default. The oldest makes room.
     static constexpr size_t WaitingLimit = 30;
 
-    /// Replaces a stale socket of that name and listens. A failure is logged; the player finds nothing to connect to
-    /// then, and all else goes on.
+    /// Replaces a stale socket of that name and listens. A failure is logged, and tried again every second.
     explicit AudioServer(QObject *parent = nullptr);
 
     /// Takes in what the kernel still holds, so that a connection made a moment ago does not miss the packet at hand.
     void collect();
 
-    /// Whether nextClient() would return one.
-    bool hasNextClient() const { return !waiting_.empty(); }
-    /// The connection that has waited longest, or null.
+    /// Whether there is any for nextClient() to look at.
+    bool hasWaiting() const { return !waiting_.empty(); }
+    /// The connection that has waited longest, or null; those that have hung up are passed over.
     std::unique_ptr<AudioClient> nextClient();
 
-private:
-    bool accept();
+protected:
+    void incomingConnection(quintptr socket) override;
 
-    FileDescriptor listener_;
-    std::unique_ptr<QSocketNotifier> incoming_;
-    std::deque<FileDescriptor> waiting_;
+private:
+    void open();
+
+    std::deque<std::unique_ptr<AudioClient>> waiting_;
+    QTimer retry_;
 };
