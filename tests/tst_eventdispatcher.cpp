@@ -7,6 +7,7 @@
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QPointer>
+#include <QProcess>
 #include <QSocketNotifier>
 #include <QTest>
 #include <QThread>
@@ -16,22 +17,28 @@
 #include <cerrno>
 #include <functional>
 #include <memory>
+#include <netinet/in.h>
 #include <sys/socket.h>
 
 class EventDispatcherTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void timersFireInTheirTime();
+    void repeatingTimersDoNotDrift();
     void missedTimesAreNotMadeUpFor();
     void handlersStopTimersThatAreDue();
     void readersAndWritersAreWoken();
+    void urgentDataWakesExceptionNotifiers();
     void handlersRemoveNotifiers();
     void hangUpWakesWhoeverWaits();
     void nobodyStarves();
     void directNotifiersLeaveRoomForOthers();
     void directNotifiersMayBeStopped();
     void whatOtherThreadsPostArrives();
+    void wakeUpsDuringPostedEventsCount();
     void deletesLater();
+    void nestedLoopsAbort_data();
+    void nestedLoopsAbort();
 };
 
 namespace {
@@ -104,6 +111,27 @@ void EventDispatcherTest::timersFireInTheirTime()
     QCOMPARE(order.count(10), 5);
 }
 
+void EventDispatcherTest::repeatingTimersDoNotDrift()
+{
+    constexpr int IntervalMs = 200;
+    QTimer repeating;
+    QElapsedTimer clock;
+    qint64 firedMs = -1;
+    qint64 nextMs = -1;
+    connect(&repeating, &QTimer::timeout, this, [&] {
+        firedMs = clock.elapsed();
+        nextMs = firedMs + repeating.remainingTime();
+        repeating.stop();
+    });
+    clock.start();
+    repeating.start(IntervalMs);
+    QThread::msleep(IntervalMs + 50); // something makes the first time late
+    QTRY_VERIFY(firedMs >= 0);
+    if (firedMs >= 2 * IntervalMs)
+        QSKIP("the machine stood still");
+    QVERIFY2(nextMs <= 2 * IntervalMs + 5, qPrintable(QString::number(nextMs)));
+}
+
 void EventDispatcherTest::missedTimesAreNotMadeUpFor()
 {
     QElapsedTimer clock;
@@ -162,6 +190,46 @@ void EventDispatcherTest::readersAndWritersAreWoken()
     put(pair.far);
     QTRY_COMPARE(readable, 2);
     QCOMPARE(writable, 1);
+}
+
+void EventDispatcherTest::urgentDataWakesExceptionNotifiers()
+{
+    const FileDescriptor listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const FileDescriptor far(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    auto *generic = reinterpret_cast<sockaddr *>(&address);
+    QCOMPARE(::bind(listener.get(), generic, size), 0);
+    QCOMPARE(::listen(listener.get(), 1), 0);
+    QCOMPARE(::getsockname(listener.get(), generic, &size), 0);
+    QCOMPARE(::connect(far.get(), generic, size), 0);
+    const FileDescriptor near(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+
+    int readable = 0;
+    int urgent = 0;
+    int wrong = 0;
+    QSocketNotifier reader(near.get(), QSocketNotifier::Read);
+    QSocketNotifier exception(near.get(), QSocketNotifier::Exception);
+    connect(&reader, &QSocketNotifier::activated, this, [&] {
+        ++readable;
+        take(near);
+    });
+    connect(&exception, &QSocketNotifier::activated, this, [&] {
+        char byte = 0;
+        ++(::recv(near.get(), &byte, 1, MSG_OOB) == 1 ? urgent : wrong);
+    });
+    put(far);
+    QTRY_COMPARE(readable, 1);
+    QCOMPARE(::send(far.get(), "!", 1, MSG_OOB), ssize_t{1});
+    QTRY_COMPARE(urgent, 1);
+    reader.setEnabled(false);
+    put(far);
+    QCOMPARE(::send(far.get(), "!", 1, MSG_OOB), ssize_t{1});
+    QTRY_COMPARE(urgent, 2);
+    QCOMPARE(wrong, 0);
+    QVERIFY(readable <= 2); // once for the mark that the urgent byte leaves
 }
 
 void EventDispatcherTest::handlersRemoveNotifiers()
@@ -321,6 +389,26 @@ void EventDispatcherTest::whatOtherThreadsPostArrives()
         QVERIFY(thread->wait());
 }
 
+/// As another thread's would that comes when the last posted event has been delivered, but the turn has not ended.
+void EventDispatcherTest::wakeUpsDuringPostedEventsCount()
+{
+    bool woke = false;
+    QObject receiver;
+    QMetaObject::invokeMethod(
+        &receiver,
+        [&woke] {
+            woke = true;
+            QCoreApplication::eventDispatcher()->wakeUp();
+        },
+        Qt::QueuedConnection);
+    while (!woke)
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    bool slept = false;
+    QTimer::singleShot(2000, &receiver, [&slept] { slept = true; });
+    QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    QVERIFY(!slept);
+}
+
 void EventDispatcherTest::deletesLater()
 {
     const QPointer<QObject> object = new QObject;
@@ -328,10 +416,45 @@ void EventDispatcherTest::deletesLater()
     QTRY_VERIFY(!object);
 }
 
+/// What this program does when it is told to nest: the ways into an event loop that Qt has.
+void nest(const QString &how)
+{
+    if (how == QLatin1String("a local event loop")) {
+        QEventLoop inner;
+        QTimer::singleShot(0, &inner, &QEventLoop::quit);
+        inner.exec();
+    } else {
+        QCoreApplication::processEvents();
+    }
+}
+
+void EventDispatcherTest::nestedLoopsAbort_data()
+{
+    QTest::addColumn<QString>("how");
+    for (const char *how : {"a local event loop", "processEvents"})
+        QTest::newRow(how) << QString::fromLatin1(how);
+}
+
+void EventDispatcherTest::nestedLoopsAbort()
+{
+    QFETCH(QString, how);
+    QProcess process;
+    process.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--nest"), how});
+    QVERIFY(process.waitForFinished());
+    QCOMPARE(process.exitStatus(), QProcess::CrashExit);
+    const QByteArray said = process.readAllStandardError();
+    QVERIFY2(said.contains("Event loops are not nested"), said.constData());
+}
+
 int main(int argc, char **argv)
 {
     QCoreApplication::setEventDispatcher(new EventDispatcher);
     QCoreApplication app(argc, argv);
+    if (argc == 3 && qstrcmp(argv[1], "--nest") == 0) {
+        QTimer::singleShot(0, &app, [&] { nest(QString::fromLocal8Bit(argv[2])); });
+        QTimer::singleShot(100, &app, &QCoreApplication::quit);
+        return QCoreApplication::exec();
+    }
     EventDispatcherTest test;
     return QTest::qExec(&test, argc, argv);
 }

@@ -8,16 +8,19 @@
 #include <QVarLengthArray>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <utility>
 
 namespace {
 
-constexpr unsigned WakesReader = EPOLLIN | EPOLLHUP | EPOLLERR;
-constexpr unsigned WakesWriter = EPOLLOUT | EPOLLHUP | EPOLLERR;
+/// What a notifier waits for, by its type. A descriptor that has hung up or failed wakes all three.
+constexpr std::array<unsigned, 3> Awaited{EPOLLIN, EPOLLOUT, EPOLLPRI};
+static_assert(QSocketNotifier::Read == 0 && QSocketNotifier::Write == 1 && QSocketNotifier::Exception == 2);
 
 // An epoll_wait() of more is none that anybody waits for; it keeps the milliseconds within an int.
 constexpr qint64 LongestWaitMs = 24 * 60 * 60 * 1000;
@@ -51,11 +54,14 @@ EventDispatcher::EventDispatcher()
 
 bool EventDispatcher::processEvents(QEventLoop::ProcessEventsFlags flags)
 {
+    if (std::exchange(processing_, true))
+        qFatal("0Event loops are not nested here");
     const bool waits = (flags & QEventLoop::WaitForMoreEvents) != 0;
     Turn turn{};
     do {
         turn = takeTurn(waits ? timeToNextTimer() : 0);
     } while (turn == Turn::Direct && waits); // of which Qt need not hear; an exit() wakes up
+    processing_ = false;
     return turn != Turn::Idle;
 }
 
@@ -98,12 +104,12 @@ EventDispatcher::Turn EventDispatcher::dispatchSocket(int fd, unsigned events)
         socket->direct->ready();
         return Turn::Direct;
     }
-    if (socket && socket->reader && (events & WakesReader) != 0) {
-        notify(socket->reader);
-        socket = socketOf(fd); // the handler may have changed everything
+    for (size_t type = 0; socket && type < Awaited.size(); ++type) {
+        if (socket->notifiers[type] && (events & (Awaited[type] | EPOLLHUP | EPOLLERR)) != 0) {
+            notify(socket->notifiers[type]);
+            socket = socketOf(fd); // the handler may have changed everything
+        }
     }
-    if (socket && socket->writer && (events & WakesWriter) != 0)
-        notify(socket->writer);
     return Turn::Delivered;
 }
 
@@ -113,15 +119,11 @@ EventDispatcher::Socket *EventDispatcher::socketOf(int fd)
     return socket == sockets_.end() ? nullptr : socket;
 }
 
-QSocketNotifier **EventDispatcher::placeOf(QSocketNotifier *notifier, Socket &socket) const
-{
-    return notifier->type() == QSocketNotifier::Read ? &socket.reader : &socket.writer;
-}
-
 void EventDispatcher::control(int operation, const Socket &socket)
 {
     epoll_event event{};
-    event.events = (socket.reader ? unsigned{EPOLLIN} : 0U) | (socket.writer ? unsigned{EPOLLOUT} : 0U);
+    for (size_t type = 0; type < Awaited.size(); ++type)
+        event.events |= socket.notifiers[type] ? Awaited[type] : 0U;
     event.data.fd = socket.fd;
     if (::epoll_ctl(epoll_.get(), operation, socket.fd, &event) != 0)
         qWarning("0Event loop: descriptor %d: %s", socket.fd, std::strerror(errno));
@@ -133,11 +135,11 @@ void EventDispatcher::registerSocketNotifier(QSocketNotifier *notifier)
     Socket *socket = socketOf(fd);
     const bool isNew = !socket;
     if (isNew) {
-        sockets_.append({fd, nullptr, nullptr, nullptr});
+        sockets_.append({fd, {}, nullptr});
         socket = &sockets_.last();
     }
-    *placeOf(notifier, *socket) = notifier;
-    socket->direct = qobject_cast<DirectNotifier *>(socket->reader);
+    socket->notifiers[notifier->type()] = notifier;
+    socket->direct = qobject_cast<DirectNotifier *>(socket->notifiers[QSocketNotifier::Read]);
     control(isNew ? EPOLL_CTL_ADD : EPOLL_CTL_MOD, *socket);
 }
 
@@ -146,14 +148,12 @@ void EventDispatcher::unregisterSocketNotifier(QSocketNotifier *notifier)
     Socket *socket = socketOf(static_cast<int>(notifier->socket()));
     if (!socket)
         return;
-    *placeOf(notifier, *socket) = nullptr;
-    socket->direct = qobject_cast<DirectNotifier *>(socket->reader);
-    if (socket->reader || socket->writer) {
-        control(EPOLL_CTL_MOD, *socket);
-    } else {
-        control(EPOLL_CTL_DEL, *socket);
+    socket->notifiers[notifier->type()] = nullptr;
+    socket->direct = qobject_cast<DirectNotifier *>(socket->notifiers[QSocketNotifier::Read]);
+    const bool isLast = socket->notifiers == decltype(socket->notifiers){};
+    control(isLast ? EPOLL_CTL_DEL : EPOLL_CTL_MOD, *socket);
+    if (isLast)
         sockets_.erase(socket);
-    }
 }
 
 // --- Timers
