@@ -4,6 +4,7 @@
 #include "streamingboard.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 
@@ -114,6 +115,11 @@ void HostFaultTest::systemLogThatStopsReading()
     ConfiguredBoard b(TracedToSyslog);
     QVERIFY(b.ready);
     QVERIFY(b.playsAnother()); // many more lines than the socket holds
+    QElapsedTimer clock;
+    clock.start();
+    for (int i = 0; i < 50; ++i)
+        b.board.control.call(QStringLiteral("IsAdapterPresent"));
+    QVERIFY2(clock.elapsed() < 2500, "the log is waited for again and again"); // 100 ms a line
     const QList<QByteArray> kept = log.read();
     QVERIFY(kept.constFirst().contains("start kado-bt"));
     b.board.control.call(QStringLiteral("SelectBluetooth"));

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <syslog.h>
 
@@ -31,19 +32,15 @@ QByteArray syslogHeader()
 
 } // namespace
 
-bool LogWriter::hasRoom(int fd)
-{
-    pollfd poller{fd, POLLOUT, 0};
-    const bool room = ::poll(&poller, 1, stalled_ ? 0 : PatienceMs) > 0;
-    stalled_ = !room;
-    return room;
-}
-
 void LogWriter::toStderr(const QByteArray &line)
 {
     const QByteArray text = line + '\n';
-    // A pipe that has room takes this much at once.
-    for (qsizetype sent = 0; sent < text.size() && hasRoom(STDERR_FILENO);) {
+    for (qsizetype sent = 0; sent < text.size();) {
+        pollfd poller{STDERR_FILENO, POLLOUT, 0};
+        stalled_ = ::poll(&poller, 1, stalled_ ? 0 : PatienceMs) <= 0;
+        if (stalled_)
+            return;
+        // A pipe that has room takes this much at once.
         const auto size = std::min<qsizetype>(text.size() - sent, PIPE_BUF);
         const ssize_t written = ::write(STDERR_FILENO, text.constData() + sent, static_cast<size_t>(size));
         if (written <= 0)
@@ -54,32 +51,16 @@ void LogWriter::toStderr(const QByteArray &line)
 
 void LogWriter::toSyslog(const QByteArray &line)
 {
-    QByteArray text = syslogHeader() + line + '\n';
-    // A system log that was started again is another socket.
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        if ((!syslog_.isValid() && !connectToSyslog()) || !hasRoom(syslog_.get()))
-            return;
-        const auto size = static_cast<size_t>(text.size()) + (syslogIsStream_ ? 1 : 0); // a zero byte ends a record
-        const ssize_t sent = ::send(syslog_.get(), text.constData(), size, MSG_DONTWAIT | MSG_NOSIGNAL);
-        if (sent < 0 && errno == EAGAIN)
-            return;
-        if (sent != static_cast<ssize_t>(size))
-            syslog_.reset(); // also when a part went: the next line must not continue it
-        if (sent >= 0)
-            return;
-    }
-}
-
-bool LogWriter::connectToSyslog()
-{
     constexpr sockaddr_un Address{AF_UNIX, "/dev/log"};
-    for (const int type : {SOCK_DGRAM, SOCK_STREAM}) {
-        FileDescriptor log(::socket(AF_UNIX, type | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-        if (::connect(log.get(), reinterpret_cast<const sockaddr *>(&Address), sizeof Address) == 0) {
-            syslog_ = std::move(log);
-            syslogIsStream_ = type == SOCK_STREAM;
-            return true;
-        }
+    if (!syslog_.isValid()) {
+        syslog_ = FileDescriptor(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        constexpr timeval Patience{0, PatienceMs * 1000};
+        ::setsockopt(syslog_.get(), SOL_SOCKET, SO_SNDTIMEO, &Patience, sizeof Patience);
     }
-    return false;
+    const QByteArray text = syslogHeader() + line + '\n';
+    // By address each time: a system log that was started again is another socket.
+    const ssize_t sent = ::sendto(syslog_.get(), text.constData(), static_cast<size_t>(text.size()),
+                                  stalled_ ? MSG_DONTWAIT : 0, reinterpret_cast<const sockaddr *>(&Address),
+                                  sizeof Address);
+    stalled_ = sent < 0 && errno == EAGAIN;
 }
