@@ -56,6 +56,8 @@ public:
 
     /// Sends bytes as they are.
     void sendRaw(const QByteArray &bytes);
+    /// The daemon's end of the line, to set before the daemon opens it, and to ask for its settings.
+    int line() const { return slave_.get(); }
     /// The line ends as if the device was pulled out.
     void unplug();
 

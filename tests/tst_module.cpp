@@ -6,6 +6,9 @@
 #include <QDir>
 #include <QFile>
 
+#include <sys/ioctl.h>
+#include <termios.h>
+
 using namespace boardtest;
 
 Q_DECLARE_METATYPE(sim::Module::Manner)
@@ -90,6 +93,9 @@ private Q_SLOTS:
     void silenceComesInRealTime();
     void boardWithoutSwitch();
     void controlInterface();
+    void everySettingOfTheLineIsOurs_data();
+    void everySettingOfTheLineIsOurs();
+    void noSerialLineEndsTheDaemon_data();
     void noSerialLineEndsTheDaemon();
     void lineThatIsUnplugged();
     void floodOnTheLine();
@@ -264,10 +270,61 @@ void ModuleTest::controlInterface()
     QCOMPARE(board.module.commands(), Check + QList<QByteArray>({"status", "name 0123456789AB"}));
 }
 
+void ModuleTest::everySettingOfTheLineIsOurs_data()
+{
+    QTest::addColumn<bool>("allSet");
+    QTest::newRow("left with nothing set") << false;
+    QTest::newRow("left with everything set") << true; // XON and XOFF, parity, echo, signals, ...
+}
+
+void ModuleTest::everySettingOfTheLineIsOurs()
+{
+    QFETCH(bool, allSet);
+    ModuleBoard board;
+    termios left{};
+    if (allSet) {
+        for (tcflag_t *flags : {&left.c_iflag, &left.c_oflag, &left.c_lflag})
+            *flags = ~tcflag_t{0};
+        left.c_cflag = CSTOPB | PARENB | PARODD | HUPCL | CRTSCTS;
+        left.c_cc[VTIME] = 1;
+    }
+    ::cfsetspeed(&left, B115200);
+    QCOMPARE(::tcsetattr(board.module.line(), TCSANOW, &left), 0);
+    QVERIFY(board.startChecked());
+
+    termios line{};
+    QCOMPARE(::tcgetattr(board.module.line(), &line), 0);
+    QCOMPARE(::cfgetispeed(&line), speed_t{B9600});
+    QCOMPARE(::cfgetospeed(&line), speed_t{B9600});
+    // A break and a byte that is framed wrongly, as a module sends them at power-on, are no input.
+    QCOMPARE(line.c_iflag, tcflag_t{IGNBRK | IGNPAR});
+    QCOMPARE(line.c_oflag, tcflag_t{0});
+    QCOMPARE(line.c_lflag, tcflag_t{0});
+    QCOMPARE(line.c_cflag, tcflag_t{B9600 | CS8 | CREAD | CLOCAL});
+    QCOMPARE(int{line.c_cc[VMIN]}, 1);
+    QCOMPARE(int{line.c_cc[VTIME]}, 0);
+    int exclusive = 0;
+    QCOMPARE(::ioctl(board.module.line(), TIOCGEXCL, &exclusive), 0);
+    QVERIFY(exclusive != 0);
+
+    board.module.phoneConnects("0123456789AB", "Na\xEFve \x11\x13\x03\x1A\x7F"); // XON, XOFF, interrupt, end, delete
+    WAIT_UNTIL(sim::Control(board.bus.address()).property(QStringLiteral("Name"))
+               == QVariant(QString::fromLatin1("Na\xEFve \x11\x13\x03\x1A\x7F")));
+}
+
+void ModuleTest::noSerialLineEndsTheDaemon_data()
+{
+    QTest::addColumn<QString>("target");
+    QTest::newRow("nothing there") << QString();
+    QTest::newRow("no terminal") << "/dev/null";
+}
+
 void ModuleTest::noSerialLineEndsTheDaemon()
 {
+    QFETCH(QString, target);
     ModuleBoard board;
     QFile::remove(QStringLiteral("/dev/ttymxc3"));
+    QVERIFY(target.isEmpty() || QFile::link(target, QStringLiteral("/dev/ttymxc3")));
     QVERIFY(board.start());
     QProcess &process = board.daemon.process();
     WAIT_UNTIL(process.state() == QProcess::NotRunning);

@@ -11,22 +11,28 @@ namespace {
 
 constexpr int ReadBytes = 1024;
 
+/// Sets the whole line, whatever a boot loader has left of it; false when it is no terminal or cannot be set so.
+bool configure(int fd)
+{
+    termios line{};
+    line.c_iflag = IGNBRK | IGNPAR; // breaks and broken bytes of a power-on, which would hide the "Ready" behind them
+    line.c_cflag = CS8 | CREAD | CLOCAL;
+    line.c_cc[VMIN] = 1; // with 0 a read that finds nothing returns what the end of the line does
+    ::cfsetspeed(&line, B9600);
+    termios set{};
+    // tcsetattr() succeeds when it could do any of it.
+    return ::ioctl(fd, TIOCEXCL) == 0 && ::tcsetattr(fd, TCSANOW, &line) == 0 && ::tcgetattr(fd, &set) == 0
+        && ::cfgetospeed(&set) == B9600
+        && ((set.c_cflag ^ line.c_cflag) & (CSIZE | CSTOPB | PARENB | CREAD | CRTSCTS)) == 0;
+}
+
 } // namespace
 
 bool SerialLine::open(const QString &path)
 {
     FileDescriptor fd(::open(QFile::encodeName(path).constData(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
-    termios settings{};
-    if (!fd.isValid() || ::tcgetattr(fd.get(), &settings) != 0)
+    if (!fd.isValid() || !configure(fd.get()))
         return false;
-    ::ioctl(fd.get(), TIOCEXCL);
-    ::cfmakeraw(&settings); // 8 data bits, no parity
-    ::cfsetispeed(&settings, B9600);
-    ::cfsetospeed(&settings, B9600);
-    settings.c_cflag |= CLOCAL | CREAD;
-    settings.c_cflag &= ~static_cast<tcflag_t>(CRTSCTS | CSTOPB);
-    ::tcsetattr(fd.get(), TCSANOW, &settings);
-
     fd_ = std::move(fd);
     readable_ = std::make_unique<QSocketNotifier>(fd_.get(), QSocketNotifier::Read);
     connect(readable_.get(), &QSocketNotifier::activated, this, &SerialLine::read);

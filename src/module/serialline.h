@@ -9,10 +9,10 @@
 
 #include <memory>
 
-/// A serial line: 9600 baud, 8 data bits, no parity, 1 stop bit, no flow control, bytes as they are.
+/// A serial line: 9600 baud, 8 data bits, no parity, 1 stop bit, no flow control, bytes as they are. Breaks and bytes
+/// that arrive without their stop bit are dropped.
 ///
-/// The system's own terminal calls, because QSerialPort (Qt 6.4) reads a line that was unplugged, which is at its end
-/// and always readable, again and again without a word.
+/// Our own, because QSerialPort (Qt 6.4) reads a line that was unplugged for ever, and needs a writable lock directory.
 class SerialLine : public QObject {
     Q_OBJECT
 public:
@@ -21,7 +21,7 @@ public:
 
     using QObject::QObject;
 
-    /// Opens a terminal device for this process alone; false when it cannot be opened or is none.
+    /// Opens a terminal device for this process alone; false when it cannot be opened, is none or takes other settings.
     bool open(const QString &path);
 
     /// Sends in the background; nothing on a line that is not open.
