@@ -5,6 +5,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QLocalSocket>
 
 #include <sys/ioctl.h>
 #include <termios.h>
@@ -91,6 +92,7 @@ private Q_SLOTS:
     void nameFileMayComeLater();
     void silenceThrowsTheSwitch();
     void silenceComesInRealTime();
+    void clientsMayWrite();
     void boardWithoutSwitch();
     void controlInterface();
     void everySettingOfTheLineIsOurs_data();
@@ -232,6 +234,23 @@ void ModuleTest::silenceComesInRealTime()
     WAIT_UNTIL(board.player.heard().size() == (1 + Ticks) * SilenceBytes);
     const double seconds = static_cast<double>(clock.nsecsElapsed()) * 1e-9;
     QVERIFY2(qAbs(seconds - Ticks * 0.25) < 0.15, qPrintable(QString::number(seconds)));
+}
+
+void ModuleTest::clientsMayWrite()
+{
+    ModuleBoard board(rightSettings(), {QStringLiteral("--stderr")});
+    QVERIFY(board.startChecked());
+    [[maybe_unused]] const int before = board.daemon.residentKib();
+    QLocalSocket client;
+    client.connectToServer(QStringLiteral("bluetooth"));
+    client.write(QByteArray(16 * 1024 * 1024, 'x')); // many times what the kernel keeps
+    WAIT_UNTIL(client.bytesToWrite() == 0);
+    client.write("x");
+    WAIT_UNTIL(client.bytesToWrite() == 0 && client.bytesAvailable() >= 2 * SilenceBytes);
+    QCOMPARE(switchState(), QByteArray("1"));
+#ifndef KADO_SANITIZED // which keeps what is freed
+    QVERIFY(board.daemon.residentKib() - before < 1024);
+#endif
 }
 
 void ModuleTest::boardWithoutSwitch()
