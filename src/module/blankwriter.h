@@ -10,7 +10,8 @@
 #include <memory>
 
 /// Feeds the client of the local audio socket with silence in real time, 16-bit stereo at 44100 Hz, and holds the I2S
-/// switch on while there is one: the player's connection lets the module's audio through.
+/// switch on while there is one: the player's connection lets the module's audio through. What it writes is read and
+/// forgotten.
 class BlankWriter : public QObject {
     Q_OBJECT
 public:
