@@ -68,6 +68,9 @@ private:
     QElapsedTimer clock_;
 };
 
+/// The sockets that QNetworkAccessManager may keep for its next connections to the player.
+inline constexpr int SparePlayerSockets = 6;
+
 /// The daemon's open descriptors once requests that are under way have ended: the same number for a while.
 int settledDescriptors(const Daemon &daemon);
 

@@ -65,9 +65,6 @@ constexpr int MaxGrowthKib = 1024;
 // Requests to the player are given up after ten seconds at most, and with them their connections.
 constexpr int RestMs = 15'000;
 
-// The sockets that QNetworkAccessManager keeps for the next connections to a player that was down.
-constexpr int SparePlayerSockets = 6;
-
 const Step &choose(SoakBoard &board)
 {
     const auto weight = [&](const Step &step) { return (step.states & board.state()) != 0 ? step.weight : 0; };

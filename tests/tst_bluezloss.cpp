@@ -65,7 +65,7 @@ void BluezLossTest::crashWhileStreaming()
             descriptors = board.daemon.openDescriptors();
         }
     }
-    WAIT_UNTIL(board.daemon.openDescriptors() <= descriptors + 2);
+    WAIT_UNTIL(board.daemon.openDescriptors() <= descriptors + sim::SparePlayerSockets);
 #ifndef KADO_SANITIZED // which keeps what is freed
     QVERIFY(board.daemon.residentKib() - resident < 512);
 #endif

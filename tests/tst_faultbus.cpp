@@ -83,7 +83,7 @@ void BusFaultTest::valuesOfTheWrongType()
     QCOMPARE(b.board.player.targets(), QStringList());
     QVERIFY(b.send(sent.mid(half)));
     QVERIFY(b.hears(sim::decodeSbc(sent)));
-    QCOMPARE(settledDescriptors(b.board.daemon), descriptors);
+    QVERIFY(settledDescriptors(b.board.daemon) <= descriptors + sim::SparePlayerSockets);
 }
 
 void BusFaultTest::signalsOfTheWrongShape()
@@ -204,7 +204,8 @@ void BusFaultTest::floodsPassBy()
     QVERIFY(sim::waitFor([&] { return answer.isFinished(); }, 60'000) && !answer.isError());
     qInfo("%d messages; resident %d -> %d KiB", i * 5, resident, b.board.daemon.residentKib());
     QCOMPARE(b.board.control.property(QStringLiteral("Name")), QVariant(QStringLiteral("Anna")));
-    QVERIFY(sim::waitFor([&] { return b.board.daemon.openDescriptors() == descriptors; }, 20'000));
+    QVERIFY(sim::waitFor([&] { return b.board.daemon.openDescriptors() <= descriptors + sim::SparePlayerSockets; },
+                         20'000));
     QVERIFY(b.playsAnother());
 }
 

@@ -35,7 +35,7 @@ void compare(const Holdings &first, const Holdings &last)
 {
     qInfo("descriptors %d -> %d, resident %d -> %d KiB", first.descriptors, last.descriptors, first.residentKib,
           last.residentKib);
-    QCOMPARE(last.descriptors, first.descriptors);
+    QVERIFY(last.descriptors <= first.descriptors + sim::SparePlayerSockets);
 #ifndef KADO_SANITIZED // which keeps what is freed
     QVERIFY(last.residentKib - first.residentKib <= 1024);
 #endif
@@ -153,7 +153,7 @@ void StreamFaultTest::acquireThatIsNeverAnswered()
     const FileDescriptor phoneEnd(ends[1]);
     char byte = 0;
     WAIT_UNTIL(::recv(phoneEnd.get(), &byte, 1, MSG_DONTWAIT) == 0); // nobody holds the other end
-    QCOMPARE(settledDescriptors(b.board.daemon), descriptors);
+    QVERIFY(settledDescriptors(b.board.daemon) <= descriptors + sim::SparePlayerSockets);
     b.board.bluez.stopIntercepting(QStringLiteral("Acquire"));
     QVERIFY(b.playsAnother());
 }

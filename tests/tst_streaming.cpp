@@ -225,7 +225,7 @@ void StreamingTest::failedAcquireIsTriedAgain()
     for (int round = 0; round < 20; ++round)
         pend();
     WAIT_UNTIL(b.board.bluez.countCalls(QStringLiteral("Acquire")) == 21);
-    WAIT_UNTIL(b.board.daemon.openDescriptors() <= descriptors + 4);
+    WAIT_UNTIL(b.board.daemon.openDescriptors() <= descriptors + sim::SparePlayerSockets);
 
     b.board.bluez.stopIntercepting(QStringLiteral("Acquire"));
     QVERIFY(b.startHeard());
@@ -502,7 +502,7 @@ void StreamingTest::descriptorsAreClosed()
             descriptors = b.board.daemon.openDescriptors();
     }
     // Connections to the player come and go: a few more are none of the stream's.
-    WAIT_UNTIL(b.board.daemon.openDescriptors() <= descriptors + 4);
+    WAIT_UNTIL(b.board.daemon.openDescriptors() <= descriptors + sim::SparePlayerSockets);
 }
 
 QTEST_GUILESS_MAIN(StreamingTest)

@@ -17,7 +17,6 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusServiceWatcher>
-#include <QDBusVariant>
 
 namespace {
 
@@ -133,9 +132,9 @@ void AdapterManager::SetDefaultAdapter(const QString &path)
         logDebug() << "0Set default adapter: " << path;
         adapterPath_ = path;
         ResetAlias();
-        SetProperty(bluez::AdapterInterface, path, QStringLiteral("Powered"), true);
-        SetProperty(bluez::AdapterInterface, path, QStringLiteral("DiscoverableTimeout"), 0U); // no limit
-        SetProperty(bluez::AdapterInterface, path, QStringLiteral("Discoverable"), true);
+        bluez::SetProperty(bluez::AdapterInterface, path, QStringLiteral("Powered"), true);
+        bluez::SetProperty(bluez::AdapterInterface, path, QStringLiteral("DiscoverableTimeout"), 0U); // no limit
+        bluez::SetProperty(bluez::AdapterInterface, path, QStringLiteral("Discoverable"), true);
         RegisterAgent(bluez::AgentPath);
 
         codecs_ = makeCodecs(aacDisabled_);
@@ -170,7 +169,7 @@ void AdapterManager::ResetAlias()
         return;
     const QString alias = name + QLatin1String(SpeakerNameSuffix);
     logDebug() << alias;
-    SetProperty(bluez::AdapterInterface, adapterPath_, bluez::AliasProperty, alias);
+    bluez::SetProperty(bluez::AdapterInterface, adapterPath_, bluez::AliasProperty, alias);
 }
 
 void AdapterManager::Disconnect()
@@ -257,7 +256,7 @@ void AdapterManager::DeviceConnected(const QString &path)
     logDebug() << "0Device Connect:" << path;
     if (!IsConnected()) {
         connectedDevicePath_ = path;
-        connectedDeviceName_ = GetProperty(bluez::DeviceInterface, path, bluez::AliasProperty).toString();
+        connectedDeviceName_ = bluez::GetProperty(bluez::DeviceInterface, path, bluez::AliasProperty).toString();
         sendBTPropertyChange();
     }
     LogActiveDevice();
@@ -291,28 +290,4 @@ void AdapterManager::sendBTPropertyChange()
     const bool connected = IsAdapterPresent() && IsConnected();
     player_.sendBTPropertyChange(QStringLiteral("USB"), IsAdapterPresent(), connected, connected ? Name() : QString(),
                                  connected && IsStreaming());
-}
-
-void AdapterManager::SetProperty(const QString &interface, const QString &path, const QString &name,
-                                 const QVariant &value)
-{
-    logDebug() << "SetProperty" << interface << path << name << value;
-    const QDBusMessage reply = bluez::call(path, bluez::PropertiesInterface, QStringLiteral("Set"),
-                                           {interface, name, QVariant::fromValue(QDBusVariant(value))});
-    logDebug() << reply.errorName() << reply.errorMessage();
-}
-
-QVariant AdapterManager::GetProperty(const QString &interface, const QString &path, const QString &name)
-{
-    logDebug() << "GetProperty" << interface << path << name;
-    const QDBusMessage reply = bluez::call(path, bluez::PropertiesInterface, QStringLiteral("Get"), {interface, name},
-                                           bluez::PhoneAnswerMs);
-    logDebug() << reply.errorName() << reply.errorMessage();
-    if (reply.type() != QDBusMessage::ReplyMessage)
-        return {};
-    if (reply.signature() != QLatin1String("v")) {
-        logDebug() << "GetProperty: unexpected types" << reply.signature();
-        return {};
-    }
-    return qvariant_cast<QDBusVariant>(reply.arguments().constFirst()).variant();
 }

@@ -64,9 +64,6 @@ private:
     void LogActiveDevice() const;
     void sendBTPropertyChange();
 
-    static void SetProperty(const QString &interface, const QString &path, const QString &name, const QVariant &value);
-    static QVariant GetProperty(const QString &interface, const QString &path, const QString &name);
-
     bool aacDisabled_;
     PlayerRequests &player_;
 

@@ -2,7 +2,7 @@
 
 #include <QDBusMessage>
 #include <QString>
-#include <QVariantList>
+#include <QVariant>
 
 namespace bluez {
 
@@ -18,5 +18,11 @@ inline constexpr int PhoneAnswerMs = 12'000;
 /// result is the reply, or an error message when BlueZ refuses, is not there or does not answer.
 QDBusMessage call(const QString &path, const QString &interface, const QString &method,
                   const QVariantList &arguments = {}, int timeoutMs = RadioAnswerMs);
+
+/// Writes a property of an object of BlueZ. Whether BlueZ refuses shows in the log alone.
+void SetProperty(const QString &interface, const QString &path, const QString &name, const QVariant &value);
+
+/// Reads a property of an object of BlueZ; invalid when BlueZ does not tell it.
+QVariant GetProperty(const QString &interface, const QString &path, const QString &name);
 
 } // namespace bluez

@@ -56,11 +56,9 @@ qint64 AudioClient::writeData(const char *data, qint64 size)
 
 qint64 AudioClient::send(const char *data, qint64 size)
 {
-    if (size == 0)
-        return 0;
     const ssize_t sent = ::send(socket_.get(), data, static_cast<size_t>(size), MSG_DONTWAIT | MSG_NOSIGNAL);
     if (sent < 0)
-        return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR ? 0 : -1;
+        return errno == EAGAIN || errno == EINTR ? 0 : -1;
     return sent;
 }
 

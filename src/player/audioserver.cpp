@@ -29,6 +29,7 @@ AudioServer::AudioServer(QObject *parent) : QLocalServer(parent)
 
 void AudioServer::open()
 {
+    close(); // a server that closed by itself calls itself listening still
     removeServer(Name);
     if (!listen(Name)) {
         retry_.start();
@@ -40,13 +41,13 @@ void AudioServer::open()
 
 std::unique_ptr<AudioClient> AudioServer::nextClient()
 {
-    std::unique_ptr<AudioClient> client;
-    while (!client && !waiting_.empty()) {
-        if (!waiting_.front()->hasHungUp())
-            client = std::move(waiting_.front());
+    while (!waiting_.empty()) {
+        std::unique_ptr<AudioClient> client = std::move(waiting_.front());
         waiting_.pop_front();
+        if (!client->hasHungUp())
+            return client;
     }
-    return client;
+    return nullptr;
 }
 
 void AudioServer::collect()

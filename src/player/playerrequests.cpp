@@ -22,11 +22,6 @@ constexpr int MaxUnanswered = 5;
 // Each notification carries the whole state, and a wish to play this old has passed: the oldest are of no use.
 constexpr int MaxWaiting = 64;
 
-QString text(bool value)
-{
-    return value ? QStringLiteral("true") : QStringLiteral("false");
-}
-
 } // namespace
 
 PlayerRequests::PlayerRequests(QNetworkAccessManager &network, QObject *parent) : QObject(parent), network_(network)
@@ -61,6 +56,7 @@ QUrl PlayerRequests::propertyChangeUrl(const QString &type, bool adapter, bool c
 {
     const QString url = Player + QLatin1String("/BTPropertyChange?type=") + type
         + QLatin1String("?adapter=%1&connected=%2&name=%3&streaming=%4");
+    const auto text = [](bool value) { return QLatin1String(value ? "true" : "false"); };
     return QUrl(url.arg(text(adapter)).arg(text(connected)).arg(name).arg(text(streaming)), QUrl::TolerantMode);
 }
 
@@ -84,7 +80,9 @@ void PlayerRequests::sendNext()
     QNetworkReply *reply = network_.get(request);
     // What follows the status is forgotten as it comes. A transfer timeout would begin anew with each byte of it.
     connect(reply, &QIODevice::readyRead, reply, [reply] { reply->skip(reply->bytesAvailable()); });
-    QTimer::singleShot(TimeoutMs, reply, &QNetworkReply::abort);
+    auto *timeout = new QTimer(reply);
+    connect(timeout, &QTimer::timeout, reply, &QNetworkReply::abort);
+    timeout->start(TimeoutMs);
     latest_ = reply;
     ++unanswered_;
     patience_.start();
