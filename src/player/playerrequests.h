@@ -11,7 +11,8 @@ class QNetworkReply;
 
 /// The requests to the speaker's media player: HTTP GET to its control service on the loopback interface, port 11000.
 /// They are sent and forgotten; their replies are only logged. They reach the player in the order in which they were
-/// made, so that what it hears last is how things are.
+/// made, so that what it hears last is how things are; QNetworkAccessManager repeats one that was not answered when its
+/// connection closes.
 class PlayerRequests : public QObject {
     Q_OBJECT
 public:
