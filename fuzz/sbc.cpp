@@ -45,6 +45,7 @@ void mendChecksums(QByteArray &packet)
 /// A codec, and what libsbc makes of the same packets.
 struct Stream {
     CodecSBC codec;
+    sbc::Decoder decoder; // its verdicts are not heard
     Reference reference;
     int mtu = -1; ///< -1: not prepared
 
@@ -67,6 +68,12 @@ struct Stream {
             std::size_t written = 0;
             const int length = reference.decode(reinterpret_cast<const std::uint8_t *>(packet) + at,
                                                 static_cast<std::size_t>(size - at), pcm, sizeof pcm, written);
+            char own[sbc::Decoder::MaxPcmSize];
+            std::size_t ownWritten = 0;
+            PROMISED(decoder.decode(reinterpret_cast<const std::uint8_t *>(packet) + at,
+                                    static_cast<std::size_t>(size - at), own, sizeof own, ownWritten)
+                     == length);
+            PROMISED(ownWritten == written);
             if (length <= 0)
                 break;
             expected.append(pcm, static_cast<int>(written));

@@ -75,7 +75,8 @@ void CodecSBC::setConfiguration(const QByteArray &configuration)
 void CodecSBC::prepare(int readMtu)
 {
     // Room for whatever the frames of such a packet say of themselves. A size taken from the decoder's last frame would
-    // cut the PCM of a packet with more and smaller frames.
+    // cut the PCM of a packet with more and smaller frames. One frame more than fits, because processPacket() asks for
+    // room for a whole one.
     const size_t frames = 1 + static_cast<size_t>(readMtu) / sbc::Decoder::MinSizeOfMaxPcm;
     pcmSize_ = frames * sbc::Decoder::MaxPcmSize;
     pcm_.reset(new char[pcmSize_]);

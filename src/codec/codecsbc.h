@@ -17,7 +17,7 @@ public:
     QByteArray selectConfiguration(const QByteArray &peerCapabilities) override;
     void setConfiguration(const QByteArray &configuration) override;
     void prepare(int readMtu) override;
-    /// The frames of one packet, decoded by the one decoder that lives as long as the codec.
+    /// Decodes the frames of one packet. The decoder keeps its state from packet to packet and from stream to stream.
     [[gnu::hot]] void processPacket(const char *packet, int length, QIODevice *out) override;
 
 private:

@@ -38,23 +38,21 @@ public:
     int operator[](int index) const { return needs_[index]; }
 
     /// Where the bitpool runs out: a subband gets its need less `line` in bits, but none below two and sixteen at most.
-    struct Slice {
+    struct Cut {
         int line;
         int bits; ///< of all subbands together
     };
 
-    /// Lowers the line until the bitpool does not hold the next slice. A slice gives two bits to each subband whose
+    /// Lowers the line until the bitpool does not hold the next cut. A slice gives two bits to each subband whose
     /// need is just above the line, and one bit more to each subband further up that has fewer than sixteen.
-    Slice lowestSlice(int bitpool)
+    Cut lowestCut(int bitpool)
     {
         int line = highest_;
         int growing = 0; // subbands that have two bits or more, and fewer than sixteen
         for (int bits = 0;; --line) {
             const int next = bits + growing + 2 * having(line + 1);
-            if (next > bitpool)
+            if (next >= bitpool)
                 return {line, bits};
-            if (next == bitpool)
-                return {line - 1, next};
             bits = next;
             growing += having(line + 1) - having(line + MaxBits - 1);
         }
@@ -82,30 +80,30 @@ int allocate(const Frame &frame, int first, Allocation &bits)
         const int scaleFactor = frame.scaleFactors[first + i % Sharing][i / Sharing];
         needs.add(frame.snr ? scaleFactor : loudness(scaleFactor, offsets[i / Sharing]));
     }
-    Needs::Slice slice = needs.lowestSlice(frame.bitpool);
+    Needs::Cut cut = needs.lowestCut(frame.bitpool);
 
     const auto bitsOf = [&](int i) -> std::uint8_t & { return bits[first + i % Sharing][i / Sharing]; };
     for (int i = 0; i < needs.count(); ++i) {
-        const int wanted = needs[i] - slice.line;
+        const int wanted = needs[i] - cut.line;
         bitsOf(i) = static_cast<std::uint8_t>(wanted < 2 ? 0 : std::min(wanted, MaxBits));
     }
-    // The next slice does not fit as a whole. The lowest subbands get their part of it, then any that can take a bit.
-    for (int i = 0; i < needs.count() && slice.bits < frame.bitpool; ++i) {
+    // The bits left are shared out one by one: to the lowest subbands, their part of the next slice, then to any.
+    for (int i = 0; i < needs.count() && cut.bits < frame.bitpool; ++i) {
         if (bitsOf(i) >= 2 && bitsOf(i) < MaxBits) {
             ++bitsOf(i);
-            ++slice.bits;
-        } else if (needs[i] == slice.line + 1 && slice.bits + 1 < frame.bitpool) {
+            ++cut.bits;
+        } else if (needs[i] == cut.line + 1 && cut.bits + 1 < frame.bitpool) {
             bitsOf(i) = 2;
-            slice.bits += 2;
+            cut.bits += 2;
         }
     }
-    for (int i = 0; i < needs.count() && slice.bits < frame.bitpool; ++i) {
+    for (int i = 0; i < needs.count() && cut.bits < frame.bitpool; ++i) {
         if (bitsOf(i) < MaxBits) {
             ++bitsOf(i);
-            ++slice.bits;
+            ++cut.bits;
         }
     }
-    return slice.bits;
+    return cut.bits;
 }
 
 } // namespace

@@ -17,7 +17,7 @@ public:
 private:
     static constexpr unsigned Polynomial = 0x1D;
 
-    /// Of each byte, the remainder of its product with x^8; of the first sixteen this is that of a nibble, too.
+    /// The remainder of each byte times x^8. The first sixteen entries serve nibbles as well.
     static constexpr std::array<std::uint8_t, 256> makeRemainders()
     {
         std::array<std::uint8_t, 256> remainders{};

@@ -22,7 +22,7 @@ int Decoder::decode(const std::uint8_t *data, std::size_t size, char *pcm, std::
         return fault;
     Allocation bits;
     const int blockBits = allocateBits(frame, bits);
-    const std::size_t frameSize = (frame.headerBits + static_cast<std::size_t>(frame.blocks * blockBits) + 7) / 8;
+    const std::size_t frameSize = (frame.samplesStart + static_cast<std::size_t>(frame.blocks * blockBits) + 7) / 8;
     if (frameSize > size)
         return Truncated;
 
@@ -42,7 +42,8 @@ int Decoder::decode(const std::uint8_t *data, std::size_t size, char *pcm, std::
         char whole[MaxPcmSize];
         synthesize_(frame, samples, filters_, whole);
         written = room - room % group;
-        std::memcpy(pcm, whole, written);
+        if (written > 0)
+            std::memcpy(pcm, whole, written);
     }
     return static_cast<int>(frameSize);
 }

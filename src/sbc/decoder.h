@@ -17,20 +17,20 @@ class Decoder {
 public:
     /// PCM of the largest frame in bytes: 16 blocks, 8 subbands, 2 channels.
     static constexpr std::size_t MaxPcmSize = 512;
-    /// The shortest frame in bytes that decodes to MaxPcmSize. No frame makes more PCM of a byte.
+    /// The shortest frame in bytes that decodes to MaxPcmSize. No frame makes more PCM per byte.
     static constexpr std::size_t MinSizeOfMaxPcm = 12;
 
     Decoder();
 
-    /// Decodes the frame that `data` begins with. `size` is that of all there is, other frames behind the first
-    /// included; no byte behind it is read.
+    /// Decodes the frame at the beginning of `data`. `size` counts all bytes there, also those of later frames; none
+    /// behind them is read.
     ///
     /// Returns the bytes that the frame takes, and writes its PCM to `pcm`: 16-bit signed samples in this machine's
-    /// byte order, channels interleaved, `written` bytes. Where `room` bytes do not hold it all, the samples that
-    /// fit, of both channels alike, are written.
+    /// byte order, channels interleaved, `written` bytes. Where `room` bytes do not hold it all, the samples that fit,
+    /// of both channels alike, are written. `pcm` needs no alignment, and may be null where `room` is 0.
     ///
-    /// Of a bad frame it returns the Fault and writes nothing, and the next frame sounds as if there had been none
-    /// (unless its header called for a fresh start).
+    /// Of a bad frame it returns the Fault (frame.h), sets `written` to 0 and writes nothing, and the next frame sounds
+    /// as if there had been none (unless its header called for a fresh start).
     [[gnu::hot]] int decode(const std::uint8_t *data, std::size_t size, char *pcm, std::size_t room,
                             std::size_t &written);
 

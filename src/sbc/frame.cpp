@@ -10,7 +10,7 @@ constexpr unsigned SyncWord = 0x9C;
 constexpr std::size_t HeaderSize = 4;
 constexpr int MaxBitsPerSample = 16;
 
-/// The joint flags and scale factors are fields of half a byte, or of a byte, from the end of the header on.
+/// Field `index` of four bits behind the header. Scale factors are one field; joint flags one (4 subbands) or two (8).
 unsigned nibble(const std::uint8_t *data, int index)
 {
     const unsigned byte = data[HeaderSize + static_cast<std::size_t>(index / 2)];
@@ -31,7 +31,7 @@ unsigned checksum(const std::uint8_t *data, int nibbles)
     return crc.value();
 }
 
-/// Bit n of the result is the flag of subband n, which the frame has the other way round.
+/// Bit n of the result is subband n's flag; the frame has subband 0 in the highest bit.
 unsigned jointFlags(const std::uint8_t *data, int nibbles)
 {
     unsigned joint = 0;
@@ -67,8 +67,8 @@ int readScaleFactors(const std::uint8_t *data, std::size_t size, Frame &frame)
 
     const int jointNibbles = frame.mode == ChannelMode::JointStereo ? frame.subbands / 4 : 0;
     const int nibbles = jointNibbles + frame.subbands * frame.channels;
-    frame.headerBits = 8 * HeaderSize + 4 * static_cast<std::size_t>(nibbles);
-    if (8 * size < frame.headerBits)
+    frame.samplesStart = 8 * HeaderSize + 4 * static_cast<std::size_t>(nibbles);
+    if (size < (frame.samplesStart + 7) / 8)
         return Truncated;
 
     if (checksum(data, nibbles) != data[3])

@@ -30,7 +30,7 @@ struct Frame {
     int bitpool;    ///< bits for the samples of a block, 0 to 255; in dual channel mode for each channel
     unsigned joint; ///< bit n: subband n holds sum and difference
     std::uint8_t scaleFactors[MaxChannels][MaxSubbands]; ///< 0 to 15
-    std::size_t headerBits;                              ///< before the first sample
+    std::size_t samplesStart;                            ///< in bits from the frame's beginning
 
     /// The samples of both channels share one bitpool.
     bool sharesBitpool() const { return mode == ChannelMode::Stereo || mode == ChannelMode::JointStereo; }

@@ -4,13 +4,15 @@
 
 namespace sbc {
 
-// The matrix of the synthesis filter has 2N rows for N subbands, with cos((i + 1/2)(k + N/2) pi / N) at row k, column i
-// (A2DP 1.3.2, 12.6). Here its entries are floor(2^13 cos(...)), and a row's sum keeps its upper 17 bits.
+// For N subbands the matrix has 2N rows; row k, column i is cos((i + 1/2)(k + N/2) pi / N) (A2DP 1.3.2, 12.6). Its
+// entries here are floor(2^13 cos(...)), and of each row's sum the upper 17 bits are kept.
 //
-// The cosines repeat: a row of an even k is the same from both ends, a row of an odd k is the negative from the other
-// end, row 16 - k is the negative of row k, and rows 13 to 15 are rows 11 to 9; row 4 is zero and row 12 is -1. But a
-// rounded-down negative is -1 less than the negative of the rounded-down: floor(-x) = -1 - floor(x). Hence the sums of
-// samples beside the products. Four subbands have the even rows.
+// With eight subbands the cosines repeat: a row of even k reads the same from both ends, a row of odd k changes its
+// sign. Row 8 - k is row k negated, rows 13 to 15 are rows 11 to 9, row 4 is zero, every entry of row 12 is -1. The
+// entries are rounded down, and floor(-x) = -1 - floor(x): each negated entry costs its sample once more. Those are the
+// sums of samples that are subtracted. Row k of four subbands is the first half of row 2k of eight.
+
+namespace {
 
 /// Rows of even k from sums of samples: e[j] = s[j] + s[7 - j] of eight subbands, e = s of four; `sum` of all samples.
 struct EvenRows {
@@ -53,5 +55,7 @@ struct OddRows {
     Vector row9;  ///< and row 15
     Vector row11; ///< and row 13
 };
+
+} // namespace
 
 } // namespace sbc

@@ -2,9 +2,8 @@
 
 #include "sbc/vectors.h"
 
-// Products by constants. SSE2 multiplies halves of lanes only, and adds the two products of a lane (pmaddwd); four such
-// steps in the right places are faster than a 32-bit product put together from 64-bit ones. Everything else has plain
-// products.
+// Products by constants. SSE2 has no 32-bit product. It multiplies the 16-bit halves of each lane and adds the two
+// results (pmaddwd); one or two of those steps are faster than a 32-bit product put together from 64-bit ones.
 
 namespace sbc {
 
@@ -24,12 +23,16 @@ static inline Vector halves()
     return splat((static_cast<std::uint32_t>(Low) & 0xFFFF) | static_cast<std::uint32_t>(High) << 16);
 }
 
+namespace {
+
 /// Two vectors whose products are wanted as a sum, each x = upper * 2^16 + lower with a signed lower half.
 struct Pair {
     Pair(Vector x, Vector y) : lower((x & 0xFFFF) | y << 16), upper((x + 0x8000) >> 16 | ((y + 0x8000) & 0xFFFF0000)) {}
     Vector lower;
     Vector upper;
 };
+
+} // namespace
 
 /// x * X + y * Y.
 template <int X, int Y>
@@ -38,16 +41,16 @@ static inline Vector sumOfProducts(const Pair &pair)
     return multiplyHalves(pair.lower, halves<X, Y>()) + (multiplyHalves(pair.upper, halves<X, Y>()) << 16);
 }
 
-/// The upper 17 bits of each lane as they are kept for product(): 16 where they are, the last one alone in the lower
-/// half, where twice that half carries it to.
+/// Keeps the upper 17 bits of each lane for product(): the upper half as it is, and bit 15 moved to bit 0 of the lower
+/// half.
 static inline Vector keepUpper17(Vector value)
 {
     const __m128i carried = _mm_mulhi_epu16(reinterpret_cast<__m128i>(value), _mm_set1_epi32(2));
     return (value & 0xFFFF0000) | reinterpret_cast<Vector>(carried);
 }
 
-/// The 17 bits times Factor: twice the 16 bits times it, plus the last bit times it. A factor too large for a half is
-/// split into its quarter and the rest.
+/// Factor times the 17 bits: the upper half counts twice, the lower half once. A Factor that doubled does not fit a
+/// half is split into a multiple of four and a rest.
 template <int Factor>
 static inline Vector product(Vector kept)
 {
@@ -59,11 +62,15 @@ static inline Vector product(Vector kept)
 
 #else
 
+namespace {
+
 struct Pair {
     Pair(Vector x, Vector y) : first(x), second(y) {}
     Vector first;
     Vector second;
 };
+
+} // namespace
 
 template <int X, int Y>
 static inline Vector sumOfProducts(const Pair &pair)

@@ -14,6 +14,8 @@ using Sums = std::uint32_t[MaxSubbands * MaxChannels][MaxBlocks];
 
 #if defined(__SSE2__)
 
+namespace {
+
 /// Two words of four blocks.
 struct WordPair {
     WordPair(Vector first0, Vector second0, Vector first1, Vector second1)
@@ -33,6 +35,8 @@ struct WordPair {
     __m128i blocks01;
     __m128i blocks23;
 };
+
+} // namespace
 
 static inline void storeSixteen(char *pcm, __m128i bytes)
 {

@@ -10,9 +10,9 @@ namespace {
 
 // A sample of b bits with the value a stands for
 //     floor((2a + 1) 2^s / L) - 2^s,   where L = 2^b - 1 and s = scale factor + 3 (three bits are kept for precision).
-// A product replaces the division: floor((2a + 1) r / 2^40) - 2^s, where r is 2^(s + 40) / L and at most 1 more. It is
-// exact. The excess of r makes (2a + 1) r / 2^40 too large by 2^17 / 2^40 at most; a quotient that is not an integer
-// lies 1 / L > 2^-16 below the next integer at least. No product reaches 2^60.
+// A product replaces the division: floor((2a + 1) r / 2^40) - 2^s, where r is 2^(s + 40) / L, increased by at most 1.
+// It is exact. The excess of r makes (2a + 1) r / 2^40 too large by 2^17 / 2^40 at most; a quotient that is not an
+// integer lies 1 / L > 2^-16 below the next integer at least. No product reaches 2^60.
 constexpr int ProductBits = 40;
 constexpr int PrecisionBits = 3;
 constexpr int MaxScaleBits = 15 + PrecisionBits;
@@ -27,8 +27,8 @@ constexpr std::array<std::uint64_t, 17> makeReciprocals()
 }
 constexpr std::array<std::uint64_t, 17> Reciprocals = makeReciprocals();
 
-/// As much of the bit stream as one register holds. Loaded from the byte that a bit is in, it has WordBits - 7 bits for
-/// sure.
+/// A register's worth of the stream. Loaded from the byte that holds a bit, it has at least WordBits - 7 bits from that
+/// bit on.
 using Word = std::conditional_t<sizeof(void *) == 8, std::uint64_t, std::uint32_t>;
 constexpr unsigned WordBits = 8 * sizeof(Word);
 
@@ -99,7 +99,7 @@ void unpackSamples(const std::uint8_t *data, const Frame &frame, const Allocatio
 {
     Layout layout;
     makeLayout(frame, bits, samples, layout);
-    std::size_t position = frame.headerBits;
+    std::size_t position = frame.samplesStart;
     for (int block = 0; block < frame.blocks; ++block) {
         const Coded *coded = layout.coded;
         for (const Run *run = layout.runs; run != layout.runsEnd; ++run) {

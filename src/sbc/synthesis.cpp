@@ -10,7 +10,8 @@ namespace sbc {
 
 namespace {
 
-/// Where Filter keeps the matrix's row k of 2 * Subbands; row Subbands / 2, all zeros, is not kept.
+/// Where Filter keeps the matrix's row k of 2 * Subbands; row Subbands / 2, all zeros, has
+/// no place, and the result for it must not be used.
 template <int Subbands>
 constexpr int keptRow(int k)
 {
@@ -26,7 +27,7 @@ void separateJoint(const Frame &frame, Samples &samples)
             continue;
         std::uint32_t *first = samples.values[0][subband];
         std::uint32_t *second = samples.values[1][subband];
-        for (int block = 0; block < MaxBlocks; block += Lanes) {
+        for (int block = 0; block < frame.blocks; block += Lanes) {
             const Vector sum = load(first + block);
             const Vector difference = load(second + block);
             store(first + block, sum + difference);

@@ -12,10 +12,9 @@ struct alignas(16) Filter {
     std::uint32_t rows[Rows][History + MaxBlocks] = {};
 };
 
-/// Makes PCM of the samples, of which it changes those of joint subbands (A2DP 1.3.2, 12.6.5 and 12.6.6): 16-bit, in
-/// this machine's byte order, channels interleaved, frame.blocks * frame.subbands
-/// * frame.channels * 2 bytes at `pcm`, which needs no alignment. Channel n uses filters[n]; a mono frame leaves the
-/// second one alone.
+/// Turns samples into PCM (A2DP 1.3.2, 12.6.5 and 12.6.6): 16-bit, in this machine's byte order, channels interleaved.
+/// It takes frame.blocks * frame.subbands * frame.channels * 2 bytes at `pcm`, which needs no alignment. Joint subbands
+/// are separated in `samples` itself. Channel n uses filters[n]; a mono frame leaves the second alone.
 using Synthesize = void(const Frame &frame, Samples &samples, Filter *filters, char *pcm);
 
 /// For any processor that this program runs on.

@@ -11,8 +11,8 @@
 #endif
 
 // Vectors of successive blocks, by the compiler's vector extensions: four lanes with SSE2 or NEON, one lane otherwise.
-// Lanes are unsigned, since sums and products may wrap; the numbers in them are signed. All functions are static,
-// because more than one object file of a program may hold this header, each compiled for another processor.
+// Lanes are unsigned because sums and products may wrap; the numbers in them are signed. Functions are static and types
+// are in unnamed namespaces, because a program may hold this code twice, compiled for two processors.
 
 namespace sbc {
 

@@ -4,9 +4,9 @@
 
 namespace sbc {
 
-// The window of the synthesis filter: floor(2^15 D), where D are the coefficients of A2DP 1.3.2, 12.8, for four and for
-// eight subbands. Row i holds D of i, i + 2N, i + 4N, i + 6N and i + 8N (N subbands); D of i + N and so on stand in row
-// N - i, from its end, because the window is symmetric.
+// The window of the synthesis filter, floor(2^15 D), where D is -N times the prototype filter's coefficients of A2DP
+// 1.3.2, 12.8, for N subbands. Row i holds D[i], D[i + 2N], ... D[i + 8N]. D[i + N], D[i + 3N], ... D[i + 9N] are row
+// N - i read backwards, because D[j] = D[10N - j] unless j is a multiple of 2N.
 
 constexpr int Taps = 5;
 

@@ -19,7 +19,7 @@ int scaleFactorBits(unsigned fields);
 /// Puts the checksum right of a frame that is longer than its scale factors.
 void mendChecksum(std::uint8_t *frame);
 
-/// A frame with that second byte, bitpool and a good checksum, as long as its bitpool can make it and a byte longer.
+/// A frame with that second byte, bitpool and a good checksum, at least one byte longer than its bitpool can make it.
 /// Scale factors and samples are random, of a kind that is random, too: loud, quiet, sparse, all alike.
 Bytes make(Random &random, unsigned fields, unsigned bitpool);
 
