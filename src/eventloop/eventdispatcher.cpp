@@ -18,7 +18,7 @@
 
 namespace {
 
-/// What a notifier waits for, by its type. A descriptor that has hung up or failed wakes all three.
+/// The events that a notifier waits for, by its type. A descriptor that has hung up or failed wakes all three.
 constexpr std::array<unsigned, 3> Awaited{EPOLLIN, EPOLLOUT, EPOLLPRI};
 static_assert(QSocketNotifier::Read == 0 && QSocketNotifier::Write == 1 && QSocketNotifier::Exception == 2);
 

@@ -13,7 +13,7 @@ constexpr std::int8_t LoudnessOffset4[4][4] = {{-1, 0, 0, 0}, {-2, 0, 0, 1}, {-2
 constexpr std::int8_t LoudnessOffset8[4][8] = {
     {-2, 0, 0, 0, 0, 0, 0, 1}, {-3, 0, 0, 0, 0, 0, 1, 2}, {-4, 0, 0, 0, 0, 0, 1, 2}, {-4, 0, 0, 0, 0, 0, 1, 2}};
 
-// What a subband can need: its scale factor, or its loudness().
+// The need of a subband is its scale factor or its loudness().
 constexpr int MinNeed = -5;
 constexpr int MaxNeed = 15;
 
@@ -43,7 +43,7 @@ public:
         int bits; ///< of all subbands together
     };
 
-    /// Lowers the line until the bitpool does not hold the next cut. A slice gives two bits to each subband whose
+    /// Lowers the line while the bitpool holds more than the next slice. A slice gives two bits to each subband whose
     /// need is just above the line, and one bit more to each subband further up that has fewer than sixteen.
     Cut lowestCut(int bitpool)
     {

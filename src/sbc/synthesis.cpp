@@ -10,8 +10,8 @@ namespace sbc {
 
 namespace {
 
-/// Where Filter keeps the matrix's row k of 2 * Subbands; row Subbands / 2, all zeros, has
-/// no place, and the result for it must not be used.
+/// Where Filter keeps the matrix's row k of 2 * Subbands. Row Subbands / 2, all zeros, has no place, and the result for
+/// it must not be used.
 template <int Subbands>
 constexpr int keptRow(int k)
 {
