@@ -54,6 +54,7 @@ void AdapterTest::firstAdapterInPathOrderIsAdopted()
     board.bluez.addObject(QStringLiteral("/other"), {{QStringLiteral("com.example.Adapter1"), {}}});
     board.bluez.removeAdapter(QStringLiteral("/org/bluez/hci10"));
     WAIT_UNTIL(board.daemon.logged(QStringLiteral("Set default adapter:  \"/other\"")));
+    WAIT_UNTIL(board.player.targets().size() == 2);
     board.bluez.removeObject(QStringLiteral("/other"));
     WAIT_UNTIL(board.player.targets().size() == 3 && board.bluez.countCalls(QStringLiteral("GetManagedObjects")) == 3);
     board.bluez.addObject(QStringLiteral("/other"), {{QStringLiteral("com.example.Adapter1"), {}}});

@@ -80,8 +80,9 @@ void BluezLossTest::phoneThatWasThereBefore()
     later.connect();
     phone.connect(); // both before the daemon starts
     QVERIFY(board.startDaemon());
+    // Told when its name has come, and again when the adapter is ready.
     WAIT_UNTIL(board.player.targets()
-               == QStringList({notification(true, false, "", false), notification(true, true, "Anna", false)}));
+               == QStringList({notification(true, true, "Anna", false), notification(true, true, "Anna", false)}));
     QVERIFY(phone.authorize());
     QVERIFY(!later.authorize());
 }

@@ -26,6 +26,25 @@ bool isConnectedDevice(const QVariantMapMap &interfaces)
     return connected.userType() == QMetaType::Bool && connected.toBool();
 }
 
+bluez::Call registerAgent()
+{
+    qDebug("RegisterAgent");
+    return {bluez::RootPath,
+            bluez::AgentManagerInterface,
+            QStringLiteral("RegisterAgent"),
+            {QVariant::fromValue(QDBusObjectPath(bluez::AgentPath)), QStringLiteral("NoInputNoOutput")},
+            bluez::Need::Vital};
+}
+
+bluez::Call requestDefaultAgent()
+{
+    return {bluez::RootPath,
+            bluez::AgentManagerInterface,
+            QStringLiteral("RequestDefaultAgent"),
+            {QVariant::fromValue(QDBusObjectPath(bluez::AgentPath))},
+            bluez::Need::Vital};
+}
+
 /// What phones are offered, in the order in which it is registered.
 std::vector<std::unique_ptr<Codec>> makeCodecs(bool aacDisabled)
 {
@@ -46,7 +65,8 @@ AdapterManager::AdapterManager(bool aacDisabled, PlayerRequests &player, QObject
 
     new Agent1(this);
     QDBusConnection::systemBus().registerObject(bluez::AgentPath, this, QDBusConnection::ExportAdaptors);
-    RegisterAgent(bluez::AgentPath);
+    bluez::send(registerAgent());
+    bluez::send(requestDefaultAgent());
 
     new DBusCommandListener(this);
     DBusCommandListener::claimService(this);
@@ -86,12 +106,20 @@ void AdapterManager::subscribe()
 void AdapterManager::FindAnAvailableAdapter()
 {
     qDebug("FindAnAvailableAdapter");
-    const QDBusMessage reply = bluez::call(bluez::ObjectManagerPath, bluez::ObjectManagerInterface,
-                                           QStringLiteral("GetManagedObjects"));
+    search_.start({bluez::ObjectManagerPath,
+                   bluez::ObjectManagerInterface,
+                   QStringLiteral("GetManagedObjects"),
+                   {},
+                   bluez::Need::Vital},
+                  [this](const QDBusMessage &reply) { adoptFrom(reply); });
+}
+
+void AdapterManager::adoptFrom(const QDBusMessage &reply)
+{
     if (reply.type() != QDBusMessage::ReplyMessage)
         return;
     if (reply.signature() != QLatin1String("a{oa{sa{sv}}}")) {
-        logDebug() << "GetManagedObjects: unexpected types" << reply.signature();
+        logDebug("GetManagedObjects: unexpected types") << reply.signature();
         return;
     }
     const auto objects = qdbus_cast<DBusManagerStruct>(reply.arguments().constFirst());
@@ -99,14 +127,14 @@ void AdapterManager::FindAnAvailableAdapter()
         const QString path = object.key().path();
         logDebug() << path;
         for (auto interface = object->begin(); interface != object->end(); ++interface) {
-            logDebug() << "\t" << interface.key();
+            logDebug("\t") << interface.key();
             if (interface.key().endsWith(QLatin1String("Adapter1")) && !IsAdapterPresent()) {
                 SetDefaultAdapter(path);
                 TrackConnectedDevice(objects);
                 return;
             }
             for (auto property = interface->begin(); property != interface->end(); ++property)
-                logDebug() << "\t\t" << property.key() << "=" << property.value();
+                logDebug("\t\t") << property.key() << "=" << property.value();
         }
     }
 }
@@ -125,34 +153,44 @@ void AdapterManager::TrackConnectedDevice(const DBusManagerStruct &objects)
 
 void AdapterManager::SetDefaultAdapter(const QString &path)
 {
+    setUp_.stop();
+    renaming_.forget();
+    renameAgain_ = false;
     endpoints_.clear();
-    adapterPath_.clear();
-
-    if (!path.isEmpty()) {
-        logDebug() << "0Set default adapter: " << path;
-        adapterPath_ = path;
-        ResetAlias();
-        bluez::SetProperty(bluez::AdapterInterface, path, QStringLiteral("Powered"), true);
-        bluez::SetProperty(bluez::AdapterInterface, path, QStringLiteral("DiscoverableTimeout"), 0U); // no limit
-        bluez::SetProperty(bluez::AdapterInterface, path, QStringLiteral("Discoverable"), true);
-        RegisterAgent(bluez::AgentPath);
-
-        codecs_ = makeCodecs(aacDisabled_);
-        for (const std::unique_ptr<Codec> &codec : codecs_) {
-            const QString endpointPath = QStringLiteral("/endpoint/%1").arg(endpointCounter_++);
-            endpoints_.push_back(std::make_unique<Endpoint>(endpointPath, path, *codec, *this));
-        }
+    adapterPath_ = path;
+    if (path.isEmpty()) {
+        sendBTPropertyChange();
+        return;
     }
-    sendBTPropertyChange();
+    logDebug("0Set default adapter: ") << path;
+    codecs_ = makeCodecs(aacDisabled_);
+    setUp_.start(setUpSteps(), [this] { sendBTPropertyChange(); });
 }
 
-void AdapterManager::RegisterAgent(const QString &agentPath)
+std::vector<bluez::CallSequence::Step> AdapterManager::setUpSteps()
 {
-    qDebug("RegisterAgent");
-    const QVariant path = QVariant::fromValue(QDBusObjectPath(agentPath));
-    bluez::call(bluez::RootPath, bluez::AgentManagerInterface, QStringLiteral("RegisterAgent"),
-                {path, QStringLiteral("NoInputNoOutput")});
-    bluez::call(bluez::RootPath, bluez::AgentManagerInterface, QStringLiteral("RequestDefaultAgent"), {path});
+    using bluez::Need;
+    const auto set = [this](const char *property, const QVariant &value, Need need) {
+        return [this, property, value, need] {
+            return bluez::SetProperty(bluez::AdapterInterface, adapterPath_, QLatin1String(property), value, need);
+        };
+    };
+    std::vector<bluez::CallSequence::Step> steps{
+        [this] { return naming(); },
+        set("Powered", true, Need::Vital),
+        set("DiscoverableTimeout", 0U, Need::Optional), // no limit
+        set("Discoverable", true, Need::Vital),
+        registerAgent,
+        requestDefaultAgent,
+    };
+    for (const std::unique_ptr<Codec> &codec : codecs_) {
+        steps.emplace_back([this, &codec = *codec] {
+            const QString path = QStringLiteral("/endpoint/%1").arg(endpointCounter_++);
+            endpoints_.push_back(std::make_unique<Endpoint>(path, codec, *this));
+            return endpoints_.back()->registration(adapterPath_);
+        });
+    }
+    return steps;
 }
 
 bool AdapterManager::IsStreaming() const
@@ -160,22 +198,37 @@ bool AdapterManager::IsStreaming() const
     return activeTransport_ && activeTransport_->isActive();
 }
 
+/// The call that names the adapter after the speaker; none while the speaker has no name.
+std::optional<bluez::Call> AdapterManager::naming() const
+{
+    const QString name = readSpeakerName();
+    if (name.isEmpty())
+        return {};
+    const QString alias = name + QLatin1String(SpeakerNameSuffix);
+    logDebug() << alias;
+    return bluez::SetProperty(bluez::AdapterInterface, adapterPath_, bluez::AliasProperty, alias);
+}
+
 void AdapterManager::ResetAlias()
 {
     if (!IsAdapterPresent())
         return;
-    const QString name = readSpeakerName();
-    if (name.isEmpty())
+    // A caller that asks faster than BlueZ answers does not pile up calls.
+    renameAgain_ = renaming_.isUnderWay();
+    if (renameAgain_)
         return;
-    const QString alias = name + QLatin1String(SpeakerNameSuffix);
-    logDebug() << alias;
-    bluez::SetProperty(bluez::AdapterInterface, adapterPath_, bluez::AliasProperty, alias);
+    if (const std::optional<bluez::Call> call = naming()) {
+        renaming_.start(*call, [this](const QDBusMessage &) {
+            if (renameAgain_)
+                ResetAlias();
+        });
+    }
 }
 
 void AdapterManager::Disconnect()
 {
-    if (IsConnected())
-        bluez::call(connectedDevicePath_, bluez::DeviceInterface, QStringLiteral("Disconnect"));
+    if (IsConnected() && !disconnecting_.isUnderWay())
+        disconnecting_.start({connectedDevicePath_, bluez::DeviceInterface, QStringLiteral("Disconnect")}, {});
 }
 
 void AdapterManager::SelectBluetooth()
@@ -196,7 +249,7 @@ void AdapterManager::setActiveTransport(Transport *transport)
 
 void AdapterManager::InterfacesAdded(const QDBusObjectPath &aPath, const QVariantMapMap &interfaces)
 {
-    logDebug() << "InterfacesAdded " << aPath.path();
+    logDebug("InterfacesAdded ") << aPath.path();
     if (!IsAdapterPresent()) {
         for (auto interface = interfaces.begin(); interface != interfaces.end(); ++interface) {
             if (interface.key() == bluez::AdapterInterface)
@@ -209,10 +262,17 @@ void AdapterManager::InterfacesAdded(const QDBusObjectPath &aPath, const QVarian
         DeviceConnected(aPath.path());
 }
 
-void AdapterManager::InterfacesRemoved(const QDBusObjectPath &aPath, const QStringList & /*aStringList*/)
+void AdapterManager::InterfacesRemoved(const QDBusObjectPath &aPath, const QStringList &aStringList)
 {
-    logDebug() << "InterfacesRemoved " << aPath.path();
-    if (aPath.path() != adapterPath_)
+    const QString path = aPath.path();
+    logDebug("InterfacesRemoved ") << path;
+    // BlueZ that removes a phone, or its adapter, does not say that the phone's connection ended.
+    const bool phoneGone = path == connectedDevicePath_ && aStringList.contains(bluez::DeviceInterface);
+    const bool radioGone = connectedDevicePath_.startsWith(path + QLatin1Char('/'))
+        && aStringList.contains(bluez::AdapterInterface);
+    if (phoneGone || radioGone)
+        DeviceDisconnected(connectedDevicePath_);
+    if (path != adapterPath_)
         return;
     SetDefaultAdapter(QString());
     FindAnAvailableAdapter();
@@ -226,7 +286,7 @@ void AdapterManager::serviceOwnerChanged(const QString & /*service*/, const QStr
         if (IsConnected())
             DeviceDisconnected(connectedDevicePath_);
         if (IsAdapterPresent()) {
-            logDebug() << "InterfacesRemoved " << adapterPath_;
+            logDebug("InterfacesRemoved ") << adapterPath_;
             SetDefaultAdapter(QString());
         }
     }
@@ -237,7 +297,7 @@ void AdapterManager::serviceOwnerChanged(const QString & /*service*/, const QStr
 void AdapterManager::PropertiesChanged(const QString &interface, const QVariantMap &changed,
                                        const QStringList &invalidated)
 {
-    logDebug() << "AdapterManager::PropertiesChanged" << interface << changed << invalidated;
+    logDebug("AdapterManager::PropertiesChanged") << interface << changed << invalidated;
     if (interface != bluez::DeviceInterface)
         return;
     const QVariant connected = changed.value(bluez::ConnectedProperty);
@@ -253,23 +313,30 @@ void AdapterManager::DeviceConnected(const QString &path)
 {
     if (calledFromDBus())
         logDebug() << message();
-    logDebug() << "0Device Connect:" << path;
-    if (!IsConnected()) {
-        connectedDevicePath_ = path;
-        connectedDeviceName_ = bluez::GetProperty(bluez::DeviceInterface, path, bluez::AliasProperty).toString();
-        sendBTPropertyChange();
+    logDebug("0Device Connect:") << path;
+    if (IsConnected()) {
+        LogActiveDevice();
+        return;
     }
-    LogActiveDevice();
+    connectedDevicePath_ = path;
+    alias_.start(bluez::GetProperty(bluez::DeviceInterface, path, bluez::AliasProperty),
+                 [this](const QDBusMessage &reply) {
+                     connectedDeviceName_ = bluez::propertyValue(reply).toString();
+                     sendBTPropertyChange();
+                     LogActiveDevice();
+                 });
 }
 
 void AdapterManager::DeviceDisconnected(const QString &path)
 {
     if (calledFromDBus())
         logDebug() << message();
-    logDebug() << "0Device Disconnect:" << path;
+    logDebug("0Device Disconnect:") << path;
     if (path == connectedDevicePath_) {
         connectedDevicePath_.clear();
         connectedDeviceName_.clear();
+        alias_.forget();
+        disconnecting_.forget();
         sendBTPropertyChange();
     }
     LogActiveDevice();
@@ -277,7 +344,7 @@ void AdapterManager::DeviceDisconnected(const QString &path)
 
 void AdapterManager::LogActiveDevice() const
 {
-    logDebug() << "0Active Device:" << connectedDevicePath_ << connectedDeviceName_;
+    logDebug("0Active Device:") << connectedDevicePath_ << connectedDeviceName_;
 }
 
 void AdapterManager::transportActive(bool /*active*/)

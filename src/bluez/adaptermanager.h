@@ -1,6 +1,8 @@
 #pragma once
 
+#include "bluez/callsequence.h"
 #include "bluez/objecttree.h"
+#include "bluez/pendingcall.h"
 #include "control/abstractmanager.h"
 
 #include <QDBusContext>
@@ -10,6 +12,7 @@
 #include <QVariant>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 class AudioServer;
@@ -22,7 +25,7 @@ class Transport;
 ///
 /// It adopts the first adapter and makes it a speaker: named, powered, discoverable without time limit, with the
 /// pairing agent and an endpoint for each codec. It tracks the one phone that connected first and the current
-/// transport, and tells the player of every change. Every call to BlueZ waits for its answer.
+/// transport, and tells the player of every change. Nothing here waits for BlueZ.
 class AdapterManager : public AbstractManager, public QDBusContext {
     Q_OBJECT
 public:
@@ -56,8 +59,10 @@ private Q_SLOTS:
 private:
     void subscribe();
     void FindAnAvailableAdapter();
+    void adoptFrom(const QDBusMessage &managedObjects);
     void SetDefaultAdapter(const QString &path);
-    static void RegisterAgent(const QString &agentPath);
+    std::vector<bluez::CallSequence::Step> setUpSteps();
+    std::optional<bluez::Call> naming() const;
     void TrackConnectedDevice(const DBusManagerStruct &objects);
     void DeviceConnected(const QString &path);
     void DeviceDisconnected(const QString &path);
@@ -69,12 +74,18 @@ private:
 
     std::unique_ptr<AudioServer> server_;
 
+    bluez::PendingCall search_;                        ///< for an adapter
     QString adapterPath_;                              ///< empty: no adapter
+    bluez::CallSequence setUp_;                        ///< of that adapter
+    bluez::PendingCall renaming_;                      ///< on demand
+    bool renameAgain_ = false;                         ///< it was demanded again meanwhile
     int endpointCounter_ = 0;                          ///< of the next endpoint: no path is used twice
     std::vector<std::unique_ptr<Codec>> codecs_;       ///< outlive their endpoints
     std::vector<std::unique_ptr<Endpoint>> endpoints_; ///< one for each codec, while there is an adapter
 
     QString connectedDevicePath_; ///< empty: no phone
-    QString connectedDeviceName_;
+    QString connectedDeviceName_; ///< empty until BlueZ has told it
+    bluez::PendingCall alias_;
+    bluez::PendingCall disconnecting_;
     Transport *activeTransport_ = nullptr; ///< owned by its endpoint
 };

@@ -20,7 +20,7 @@ void Agent1::Release()
 
 void Agent1::AuthorizeService(const QDBusObjectPath &path, const QString &uuid)
 {
-    logDebug() << "0Agent1::AuthorizeService" << path.path() << uuid;
+    logDebug("0Agent1::AuthorizeService") << path.path() << uuid;
     if (path.path() == manager_.ConnectedDevicePath())
         return;
     qDebug("0Rejected");
@@ -30,7 +30,7 @@ void Agent1::AuthorizeService(const QDBusObjectPath &path, const QString &uuid)
 
 void Agent1::RequestAuthorization(const QDBusObjectPath &path)
 {
-    logDebug() << "0Agent1::RequestAuthorization" << path.path();
+    logDebug("0Agent1::RequestAuthorization") << path.path();
 }
 
 QString Agent1::RequestPinCode(const QDBusObjectPath & /*path*/, const QString & /*pincode*/)

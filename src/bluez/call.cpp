@@ -1,41 +1,41 @@
 #include "bluez/call.h"
 
+#include "bluez/answer.h"
 #include "bluez/names.h"
 #include "log/log.h"
 
-#include <QDBusConnection>
 #include <QDBusVariant>
 
 namespace bluez {
 
-QDBusMessage call(const QString &path, const QString &interface, const QString &method, const QVariantList &arguments,
-                  int timeoutMs)
+Call SetProperty(const QString &interface, const QString &path, const QString &name, const QVariant &value, Need need)
 {
-    QDBusMessage message = QDBusMessage::createMethodCall(Service, path, interface, method);
-    message.setArguments(arguments);
-    return QDBusConnection::systemBus().call(message, QDBus::Block, timeoutMs);
+    logDebug("SetProperty") << interface << path << name << value;
+    return {
+        path, PropertiesInterface, QStringLiteral("Set"), {interface, name, QVariant::fromValue(QDBusVariant(value))},
+        need, RadioAnswerMs};
 }
 
-void SetProperty(const QString &interface, const QString &path, const QString &name, const QVariant &value)
+Call GetProperty(const QString &interface, const QString &path, const QString &name)
 {
-    logDebug() << "SetProperty" << interface << path << name << value;
-    const QDBusMessage reply = call(path, PropertiesInterface, QStringLiteral("Set"),
-                                    {interface, name, QVariant::fromValue(QDBusVariant(value))});
-    logDebug() << reply.errorName() << reply.errorMessage();
+    logDebug("GetProperty") << interface << path << name;
+    return {path, PropertiesInterface, QStringLiteral("Get"), {interface, name}, Need::Optional, PhoneAnswerMs};
 }
 
-QVariant GetProperty(const QString &interface, const QString &path, const QString &name)
+QVariant propertyValue(const QDBusMessage &reply)
 {
-    logDebug() << "GetProperty" << interface << path << name;
-    const QDBusMessage reply = call(path, PropertiesInterface, QStringLiteral("Get"), {interface, name}, PhoneAnswerMs);
-    logDebug() << reply.errorName() << reply.errorMessage();
     if (reply.type() != QDBusMessage::ReplyMessage)
         return {};
     if (reply.signature() != QLatin1String("v")) {
-        logDebug() << "GetProperty: unexpected types" << reply.signature();
+        logDebug("GetProperty: unexpected types") << reply.signature();
         return {};
     }
     return qvariant_cast<QDBusVariant>(reply.arguments().constFirst()).variant();
+}
+
+void send(const Call &call)
+{
+    (new Answer(call.need, nullptr))->await(call);
 }
 
 } // namespace bluez

@@ -10,19 +10,36 @@ namespace bluez {
 inline constexpr int RadioAnswerMs = 25'000;
 
 /// For what BlueZ knows or asks a phone for: it gives a phone 10 s at most (for a suspend under way), and has given it
-/// up by then. While an answer is waited for nothing else is served, and BlueZ itself waits 3 s for ours.
+/// up by then.
 inline constexpr int PhoneAnswerMs = 12'000;
 
-/// Calls a method of BlueZ on the system bus and waits for the answer, `timeoutMs` at most: the one way in which the
-/// daemon talks to BlueZ. It is a plain method call, without the introspection that a proxy object would do first. The
-/// result is the reply, or an error message when BlueZ refuses, is not there or does not answer.
-QDBusMessage call(const QString &path, const QString &interface, const QString &method,
-                  const QVariantList &arguments = {}, int timeoutMs = RadioAnswerMs);
+/// Whether the speaker works without a call.
+enum class Need {
+    Vital,   ///< no: its failure is logged at level 0
+    Optional ///< yes: level 9
+};
 
-/// Writes a property of an object of BlueZ. Whether BlueZ refuses shows in the log alone.
-void SetProperty(const QString &interface, const QString &path, const QString &name, const QVariant &value);
+/// A method call to BlueZ on the system bus.
+struct Call {
+    QString path;
+    QString interface;
+    QString method;
+    QVariantList arguments = {};
+    Need need = Need::Optional;
+    int timeoutMs = RadioAnswerMs; ///< after which the call has failed
+};
 
-/// Reads a property of an object of BlueZ; invalid when BlueZ does not tell it.
-QVariant GetProperty(const QString &interface, const QString &path, const QString &name);
+/// Logs and returns the call that writes a property of an object of BlueZ.
+Call SetProperty(const QString &interface, const QString &path, const QString &name, const QVariant &value,
+                 Need need = Need::Optional);
+
+/// Logs and returns the call that reads a property of an object of BlueZ.
+Call GetProperty(const QString &interface, const QString &path, const QString &name);
+
+/// The value in the reply to GetProperty(); invalid when the call failed or the reply holds something else.
+QVariant propertyValue(const QDBusMessage &reply);
+
+/// Makes a call of which nobody awaits the answer. A failure is logged.
+void send(const Call &call);
 
 } // namespace bluez

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "bluez/call.h"
+
 #include <QObject>
 #include <QString>
 
@@ -11,12 +13,15 @@ class Codec;
 class Endpoint : public QObject {
     Q_OBJECT
 public:
-    /// Exports itself at `path`, registers with the adapter at `adapterPath` and waits for BlueZ's answer, which is not
-    /// looked at. Codec and manager outlive the endpoint.
-    Endpoint(const QString &path, const QString &adapterPath, Codec &codec, AdapterManager &manager);
+    /// Exports itself at `path`. Codec and manager outlive the endpoint.
+    Endpoint(const QString &path, Codec &codec, AdapterManager &manager);
     /// Leaves the bus and ends a configured stream. BlueZ is told nothing: an endpoint ends with its adapter.
     ~Endpoint() override;
 
+    /// The call that registers it with the adapter at `adapterPath`.
+    bluez::Call registration(const QString &adapterPath) const;
+
 private:
     QString path_;
+    Codec &codec_;
 };

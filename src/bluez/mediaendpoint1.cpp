@@ -18,11 +18,10 @@ MediaEndpoint1::~MediaEndpoint1()
 void MediaEndpoint1::SetConfiguration(const QDBusObjectPath &objectPath, const QVariantMap &properties)
 {
     const QByteArray configuration = properties.value(QStringLiteral("Configuration")).toByteArray();
-    logDebug() << "MediaEndpoint1::SetConfiguration" << properties;
-    logDebug() << "0SetConfiguration:" << configuration.toHex() << "Codec:" << codec_.formatName();
+    logDebug("MediaEndpoint1::SetConfiguration") << properties;
+    logDebug("0SetConfiguration:") << configuration.toHex() << "Codec:" << codec_.formatName();
     codec_.setConfiguration(configuration);
-    logDebug() << "0Sample Rate:" << codec_.sampleRate << "Bit Depth:" << codec_.bitDepth
-               << "Channels:" << codec_.channels;
+    logDebug("0Sample Rate:") << codec_.sampleRate << "Bit Depth:" << codec_.bitDepth << "Channels:" << codec_.channels;
 
     if (transport_) {
         // The codec keeps the new values: /Play names them for the stream that goes on.
@@ -36,16 +35,16 @@ void MediaEndpoint1::SetConfiguration(const QDBusObjectPath &objectPath, const Q
 
 QByteArray MediaEndpoint1::SelectConfiguration(const QByteArray &capabilities)
 {
-    logDebug() << "MediaEndpoint1::SelectConfiguration" << capabilities;
-    logDebug() << "0SelectConfiguration:" << capabilities.toHex() << "Codec:" << codec_.formatName();
+    logDebug("MediaEndpoint1::SelectConfiguration") << capabilities;
+    logDebug("0SelectConfiguration:") << capabilities.toHex() << "Codec:" << codec_.formatName();
     QByteArray selected = codec_.selectConfiguration(capabilities);
-    logDebug() << "0Selected:" << selected.toHex();
+    logDebug("0Selected:") << selected.toHex();
     return selected;
 }
 
 void MediaEndpoint1::ClearConfiguration(const QDBusObjectPath &path)
 {
-    logDebug() << "MediaEndpoint1::ClearConfiguration" << path.path();
+    logDebug("MediaEndpoint1::ClearConfiguration") << path.path();
     teardown();
 }
 

@@ -82,7 +82,7 @@ void Transport::SelectBluetooth(PlayerRequests &player, const QString &name) con
 
 void Transport::PropertiesChanged(const QString &interface, const QVariantMap &changed, const QStringList &invalidated)
 {
-    logDebug() << "Transport::PropertiesChanged" << interface << changed << invalidated;
+    logDebug("Transport::PropertiesChanged") << interface << changed << invalidated;
     if (interface != bluez::MediaTransportInterface)
         return;
     const QVariant state = changed.value(bluez::StateProperty);
@@ -92,9 +92,9 @@ void Transport::PropertiesChanged(const QString &interface, const QVariantMap &c
 
 void Transport::setState(const QString &state)
 {
-    logDebug() << "0Transport State =" << state;
+    logDebug("0Transport State =") << state;
     if (state == Pending) {
-        if (!fd_.isValid())
+        if (!fd_.isValid() && !acquire_.isUnderWay())
             Acquire();
     } else if (state != Active) {
         Cleanup();
@@ -107,14 +107,23 @@ void Transport::setState(const QString &state)
 
 void Transport::Acquire()
 {
-    const QDBusMessage reply = bluez::call(path_, bluez::MediaTransportInterface, QStringLiteral("Acquire"), {},
-                                           bluez::PhoneAnswerMs);
+    acquire_.start({path_,
+                    bluez::MediaTransportInterface,
+                    QStringLiteral("Acquire"),
+                    {},
+                    bluez::Need::Vital,
+                    bluez::PhoneAnswerMs},
+                   [this](const QDBusMessage &reply) { acquired(reply); });
+}
+
+void Transport::acquired(const QDBusMessage &reply)
+{
     logDebug() << reply;
 
     FileDescriptor fd;
     int readMtu = 0;
     if (!parseAcquireReply(reply, fd, readMtu)) {
-        logDebug() << "0org.bluez.MediaTransport1.Acquire:" << reply.errorName() << reply.errorMessage();
+        logDebug("0org.bluez.MediaTransport1.Acquire:") << reply.errorName() << reply.errorMessage();
         return;
     }
     // BlueZ hands out non-blocking sockets; reading until nothing is left relies on it.
@@ -165,6 +174,7 @@ void Transport::AdoptWaitingClient()
 
 void Transport::Cleanup()
 {
+    acquire_.forget();
     if (!fd_.isValid())
         return;
     // The stream's last packets still wait in the socket when BlueZ reports its end.

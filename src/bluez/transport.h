@@ -1,5 +1,6 @@
 #pragma once
 
+#include "bluez/pendingcall.h"
 #include "eventloop/directnotifier.h"
 #include "eventloop/filedescriptor.h"
 
@@ -56,6 +57,7 @@ private:
 
     void setState(const QString &state);
     void Acquire();
+    void acquired(const QDBusMessage &reply);
     [[gnu::hot]] void readData();
     void lookAgain();
     enum class Read { Packet, Nothing, Ended };
@@ -69,6 +71,8 @@ private:
     Codec &codec_;
     AudioServer &server_;
     QString state_;
+
+    bluez::PendingCall acquire_;
 
     // The acquired stream. Without one, fd_ is none.
     FileDescriptor fd_;

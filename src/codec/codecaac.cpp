@@ -85,8 +85,8 @@ void CodecAAC::setConfiguration(const QByteArray &configuration)
     // Every octet of the field is shifted alike: the number is known to the log's readers as it is.
     const unsigned c3 = octet(configuration, 3);
     const unsigned bitRate = (c3 & 0x7F) << 16 | octet(configuration, 4) << 16 | octet(configuration, 5) << 16;
-    LogStream log = logDebug();
-    log << "0Bitrate:" << bitRate;
+    LogStream log("0Bitrate:");
+    log << bitRate;
     if ((c3 & VariableBitRate) != 0)
         log << "VBR";
 }
@@ -103,7 +103,7 @@ void CodecAAC::processPacket(const char *packet, int length, QIODevice *out)
     unsigned lengthByte = 0;
     do {
         if (position >= length) {
-            logDebug() << "AAC packet without payload length dropped, bytes:" << length;
+            logDebug("AAC packet without payload length dropped, bytes:") << length;
             return;
         }
         lengthByte = static_cast<std::uint8_t>(packet[position++]);
@@ -111,7 +111,7 @@ void CodecAAC::processPacket(const char *packet, int length, QIODevice *out)
     } while (lengthByte == 0xFF);
 
     if (payloadSize > length - position || payloadSize > adts::MaxPayloadSize) {
-        logDebug() << "AAC packet dropped, payload length:" << payloadSize << "bytes:" << length;
+        logDebug("AAC packet dropped, payload length:") << payloadSize << "bytes:" << length;
         return;
     }
     const auto header = adts::header(payloadSize);

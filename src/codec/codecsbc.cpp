@@ -96,7 +96,7 @@ void CodecSBC::processPacket(const char *packet, int length, QIODevice *out)
         size_t written = 0;
         const int result = decoder_.decode(in, remaining, pcm_.get() + used, pcmSize_ - used, written);
         if (result <= 0) {
-            logDebug() << "SBC decoding error" << result;
+            logDebug("SBC decoding error") << result;
             break;
         }
         used += written;

@@ -24,8 +24,8 @@ void DBusCommandListener::claimService(AbstractManager *manager)
             error = control::Service + QLatin1String(" is taken");
         qFatal("0%s", qUtf8Printable(error));
     }
-    logDebug() << "Register Object"
-               << systemBus.registerObject(control::ObjectPath, manager, QDBusConnection::ExportAdaptors);
+    logDebug("Register Object") << systemBus.registerObject(control::ObjectPath, manager,
+                                                            QDBusConnection::ExportAdaptors);
 }
 
 void DBusCommandListener::busLost()

@@ -29,6 +29,17 @@ const char *prefix(QtMsgType type)
     }
 }
 
+bool isLevel(ushort character)
+{
+    return character >= '0' && character <= '9';
+}
+
+/// The level of a message that begins with this character.
+int levelOf(ushort first)
+{
+    return isLevel(first) ? first - '0' : 9;
+}
+
 /// The text with its control characters, but for tabs, spelled out: no peer's string can begin a line of its own.
 QString oneLine(const QString &text)
 {
@@ -48,14 +59,12 @@ void print(QtMsgType type, const QString &message)
     if (message.isEmpty())
         return;
     const ushort first = message.at(0).unicode();
-    const bool hasLevel = first >= '0' && first <= '9';
-    const int level = hasLevel ? first - '0' : 9;
-    if (level > settings.debugLevel)
+    if (levelOf(first) > settings.debugLevel)
         return;
     // QtDBus's own thread has things to say, too.
     static std::mutex writing;
     const std::lock_guard<std::mutex> lock(writing);
-    const QByteArray line = prefix(type) + oneLine(hasLevel ? message.mid(1) : message).toUtf8();
+    const QByteArray line = prefix(type) + oneLine(isLevel(first) ? message.mid(1) : message).toUtf8();
     if (settings.logToStderr)
         writer.toStderr(line);
     else
@@ -81,8 +90,18 @@ void installLogOutput(const LogSettings &newSettings)
     qInstallMessageHandler(messageHandler);
 }
 
+LogStream::LogStream(const char *text)
+{
+    if (levelOf(static_cast<uchar>(*text)) > settings.debugLevel)
+        return;
+    stream_.emplace(&text_);
+    if (*text != '\0')
+        *stream_ << text;
+}
+
 LogStream::~LogStream()
 {
     // Qt's own streams cut the last blank; one that inserts no blanks passes the text on as it is.
-    qDebug().nospace().noquote() << text_;
+    if (stream_)
+        qDebug().nospace().noquote() << text_;
 }

@@ -4,6 +4,8 @@
 #include <QString>
 #include <QtGlobal>
 
+#include <optional>
+
 /// What the command line says about the log.
 struct LogSettings {
     int debugLevel = 0;       ///< messages of this level and below are shown; 0 is the most important, 9 traces all
@@ -17,12 +19,13 @@ struct LogSettings {
 /// fatal message ends the process by abort(), shown or not. Failing writes are ignored.
 void installLogOutput(const LogSettings &settings);
 
-/// A debug message built from items, in Qt's debug stream form: one blank after each item, the last one included,
-/// strings in double quotes with control characters escaped. It is handed to Qt's message functions when it goes out of
-/// scope. A message without items is better given to qDebug() and its like as a format.
+/// A debug message built from a text, which begins with the level, and items, in Qt's debug stream form: one blank
+/// after each, the last one included, strings in double quotes with control characters escaped. It is handed to Qt's
+/// message functions when it goes out of scope. Nothing is formatted of a message that is not shown. A message without
+/// items is better given to qDebug() and its like as a format.
 class LogStream {
 public:
-    LogStream() : stream_(&text_) {}
+    explicit LogStream(const char *text);
     ~LogStream();
     LogStream(const LogStream &) = delete;
     LogStream &operator=(const LogStream &) = delete;
@@ -30,17 +33,18 @@ public:
     template <typename T>
     LogStream &operator<<(const T &item)
     {
-        stream_ << item;
+        if (stream_)
+            *stream_ << item;
         return *this;
     }
 
 private:
     QString text_;
-    QDebug stream_;
+    std::optional<QDebug> stream_; ///< none: not shown
 };
 
-/// logDebug() << "0Device Connect:" << path;
-inline LogStream logDebug()
+/// logDebug("0Device Connect:") << path;
+inline LogStream logDebug(const char *text = "")
 {
-    return {};
+    return LogStream(text);
 }

@@ -46,7 +46,7 @@ void csr8675Manager::openPort()
     }
     connect(&port_, &SerialLine::received, this, &csr8675Manager::ttyRead);
     connect(&port_, &SerialLine::failed, this,
-            [](const QString &reason) { logDebug() << "0CSR8675 Serial Port failed:" << reason; });
+            [](const QString &reason) { logDebug("0CSR8675 Serial Port failed:") << reason; });
 }
 
 void csr8675Manager::ttyRead(const QByteArray &bytes)

@@ -15,7 +15,7 @@ QStringList LineReader::feed(const QByteArray &bytes)
         } else if (!overlong_) {
             pending_ += QLatin1Char(byte);
             if (pending_.size() > MaxLineLength) {
-                logDebug() << "0CSR8675 line without end dropped, beginning with" << pending_.left(40);
+                logDebug("0CSR8675 line without end dropped, beginning with") << pending_.left(40);
                 pending_.clear();
                 overlong_ = true;
             }

@@ -118,6 +118,6 @@ void AudioClient::hangUp()
 void AudioClient::reportDropped()
 {
     if (droppedWrites_ > 0)
-        logDebug() << "0Audio client was too slow, packets dropped:" << droppedWrites_;
+        logDebug("0Audio client was too slow, packets dropped:") << droppedWrites_;
     droppedWrites_ = 0;
 }

@@ -36,7 +36,7 @@ void PlayerRequests::sendPlay(const QString &format, int sampleRate, int bitDept
 {
     const QUrl url = playUrl(format, sampleRate, bitDepth, channels, name);
     send(url);
-    logDebug() << "0SelectBluetooth():" << url.toString();
+    logDebug("0SelectBluetooth():") << url.toString();
 }
 
 void PlayerRequests::sendBTPropertyChange(const QString &type, bool adapter, bool connected, const QString &name,
@@ -92,9 +92,9 @@ void PlayerRequests::finished(QNetworkReply *reply)
 {
     // Both managers write this line under the same name, so that a log reads alike on every board.
     if (reply->error() == QNetworkReply::NoError)
-        logDebug() << "AdapterManager::finished" << reply->url().toString() << "OK";
+        logDebug("AdapterManager::finished") << reply->url().toString() << "OK";
     else
-        logDebug() << "AdapterManager::finished" << reply->url().toString() << reply->errorString();
+        logDebug("AdapterManager::finished") << reply->url().toString() << reply->errorString();
     reply->deleteLater();
     --unanswered_;
     if (reply == latest_)
