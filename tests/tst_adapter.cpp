@@ -35,7 +35,8 @@ private Q_SLOTS:
     void phoneNamesReachThePlayer();
     void pairingAgent();
     void disconnectOnDemand();
-    void adapterLossHidesThePhone();
+    void phoneGoesWithItsObjects_data();
+    void phoneGoesWithItsObjects();
 };
 
 void AdapterTest::firstAdapterInPathOrderIsAdopted()
@@ -122,10 +123,19 @@ void AdapterTest::refusalsDoNotStopTheSetUp()
     sim::Board board;
     for (const char *member : {"Set", "RegisterAgent", "RequestDefaultAgent", "RegisterEndpoint"})
         board.bluez.refuse(QString::fromLatin1(member), QStringLiteral("org.bluez.Error.Failed"), QStringLiteral("No"));
-    QVERIFY(board.startDaemon({QStringLiteral("--stderr"), QStringLiteral("--debug"), QStringLiteral("9")}));
+    QVERIFY(board.startDaemon());
     QCOMPARE(board.bluez.countCalls(QStringLiteral("Set")), 4);
     QVERIFY(board.bluez.countCalls(QStringLiteral("RegisterEndpoint")) > 1);
-    WAIT_UNTIL(board.daemon.logged(QStringLiteral("\"org.bluez.Error.Failed\" \"No\"")));
+    const auto failed = [](const char *call, const char *object) {
+        return QStringLiteral("Call to BlueZ failed: \"%1\" \"%2\" \"org.bluez.Error.Failed\" \"No\" ")
+            .arg(QLatin1String(call), QLatin1String(object));
+    };
+    const QStringList expected{
+        failed("RegisterAgent", "/org/bluez"),         failed("RequestDefaultAgent", "/org/bluez"), // at start
+        failed("Set Powered", "/org/bluez/hci0"),      failed("Set Discoverable", "/org/bluez/hci0"),
+        failed("RegisterAgent", "/org/bluez"),         failed("RequestDefaultAgent", "/org/bluez"),
+        failed("RegisterEndpoint", "/org/bluez/hci0"), failed("RegisterEndpoint", "/org/bluez/hci0")};
+    WAIT_UNTIL(board.daemon.logTexts().filter(QStringLiteral("Call to BlueZ failed:")) == expected);
 }
 
 void AdapterTest::silentBluezAtStart()
@@ -298,15 +308,37 @@ void AdapterTest::disconnectOnDemand()
     WAIT_UNTIL(board.player.targets().last() == notification(true, false, "", false));
 }
 
-void AdapterTest::adapterLossHidesThePhone()
+void AdapterTest::phoneGoesWithItsObjects_data()
 {
+    QTest::addColumn<QString>("removed");
+    QTest::newRow("the phone's own") << PhonePath;
+    QTest::newRow("its adapter's") << Hci0;
+}
+
+/// BlueZ takes them away without a word on the connection.
+void AdapterTest::phoneGoesWithItsObjects()
+{
+    QFETCH(QString, removed);
     sim::Board board;
     QVERIFY(board.startDaemon());
     sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
     phone.connect();
     WAIT_UNTIL(board.player.targets().size() == 2);
-    board.bluez.removeObject(Hci0, {}, sim::FakeBluez::Announce::Signal);
-    WAIT_UNTIL(board.player.targets().last() == notification(false, false, "", false));
+    board.bluez.removeObject(PhonePath, {QStringLiteral("org.bluez.MediaControl1")}); // not the phone
+    board.player.forgetRequests();
+    board.bluez.removeObject(removed);
+    WAIT_UNTIL(board.player.targets().size() == (removed == Hci0 ? 2 : 1));
+    QCOMPARE(board.player.targets().constFirst(), notification(true, false, "", false));
+    QVERIFY(!phone.authorize());
+    if (removed == Hci0) {
+        QCOMPARE(board.player.targets().constLast(), notification(false, false, "", false));
+        board.bluez.removeObject(PhonePath);
+        board.bluez.addAdapter();
+    }
+    sim::Phone bob(board.bluez, Hci0 + QStringLiteral("/dev_00_AA_01_02_00_42"), QStringLiteral("Bob"));
+    bob.connect();
+    WAIT_UNTIL(board.player.targets().contains(notification(true, true, "Bob", false)));
+    QVERIFY(bob.authorize());
 }
 
 QTEST_GUILESS_MAIN(AdapterTest)
