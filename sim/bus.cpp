@@ -36,7 +36,7 @@ const char *const Configuration = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop/
   <limit name="max_connections_per_user">100000</limit>
   <limit name="max_names_per_connection">50000</limit>
   <limit name="max_match_rules_per_connection">50000</limit>
-  <limit name="max_replies_per_connection">50000</limit>
+  <limit name="max_replies_per_connection">128</limit>
 </busconfig>
 )";
 

@@ -303,7 +303,7 @@ void AdapterTest::disconnectOnDemand()
     board.control.setProperty(Connected, true);
     QCOMPARE(board.bluez.countCalls(QStringLiteral("Disconnect")), 0);
     board.control.setProperty(Connected, false);
-    QCOMPARE(board.bluez.countCalls(QStringLiteral("Disconnect")), 1);
+    WAIT_UNTIL(board.bluez.countCalls(QStringLiteral("Disconnect")) == 1);
     QCOMPARE(board.bluez.calls().last().path, PhonePath);
     WAIT_UNTIL(board.player.targets().last() == notification(true, false, "", false));
 }

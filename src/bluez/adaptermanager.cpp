@@ -228,7 +228,13 @@ void AdapterManager::ResetAlias()
 void AdapterManager::Disconnect()
 {
     if (IsConnected() && !disconnecting_.isUnderWay())
-        disconnecting_.start({connectedDevicePath_, bluez::DeviceInterface, QStringLiteral("Disconnect")}, {});
+        disconnecting_.start({connectedDevicePath_,
+                              bluez::DeviceInterface,
+                              QStringLiteral("Disconnect"),
+                              {},
+                              bluez::Need::Optional,
+                              bluez::PhoneAnswerMs},
+                             {});
 }
 
 void AdapterManager::SelectBluetooth()
@@ -283,6 +289,7 @@ void AdapterManager::InterfacesRemoved(const QDBusObjectPath &aPath, const QStri
 void AdapterManager::serviceOwnerChanged(const QString & /*service*/, const QString &oldOwner, const QString &newOwner)
 {
     if (!oldOwner.isEmpty()) {
+        search_.forget();
         if (IsConnected())
             DeviceDisconnected(connectedDevicePath_);
         if (IsAdapterPresent()) {
@@ -319,11 +326,25 @@ void AdapterManager::DeviceConnected(const QString &path)
         return;
     }
     connectedDevicePath_ = path;
+    askForName();
+}
+
+/// The player is told of the phone when its name has come or failed.
+void AdapterManager::askForName()
+{
+    if (alias_.isUnderWay()) // of a phone that has left; BlueZ is not asked more often than it answers
+        return;
+    const QString path = connectedDevicePath_;
     alias_.start(bluez::GetProperty(bluez::DeviceInterface, path, bluez::AliasProperty),
-                 [this](const QDBusMessage &reply) {
-                     connectedDeviceName_ = bluez::propertyValue(reply).toString();
-                     sendBTPropertyChange();
-                     LogActiveDevice();
+                 [this, path](const QDBusMessage &reply) {
+                     if (path == connectedDevicePath_) {
+                         connectedDeviceName_ = bluez::propertyValue(reply).toString();
+                         nameKnown_ = true;
+                         sendBTPropertyChange();
+                         LogActiveDevice();
+                     } else if (IsConnected()) {
+                         askForName();
+                     }
                  });
 }
 
@@ -335,7 +356,7 @@ void AdapterManager::DeviceDisconnected(const QString &path)
     if (path == connectedDevicePath_) {
         connectedDevicePath_.clear();
         connectedDeviceName_.clear();
-        alias_.forget();
+        nameKnown_ = false;
         disconnecting_.forget();
         sendBTPropertyChange();
     }
@@ -354,7 +375,7 @@ void AdapterManager::transportActive(bool /*active*/)
 
 void AdapterManager::sendBTPropertyChange()
 {
-    const bool connected = IsAdapterPresent() && IsConnected();
+    const bool connected = IsAdapterPresent() && nameKnown_;
     player_.sendBTPropertyChange(QStringLiteral("USB"), IsAdapterPresent(), connected, connected ? Name() : QString(),
                                  connected && IsStreaming());
 }

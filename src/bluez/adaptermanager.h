@@ -65,6 +65,7 @@ private:
     std::optional<bluez::Call> naming() const;
     void TrackConnectedDevice(const DBusManagerStruct &objects);
     void DeviceConnected(const QString &path);
+    void askForName();
     void DeviceDisconnected(const QString &path);
     void LogActiveDevice() const;
     void sendBTPropertyChange();
@@ -84,7 +85,8 @@ private:
     std::vector<std::unique_ptr<Endpoint>> endpoints_; ///< one for each codec, while there is an adapter
 
     QString connectedDevicePath_; ///< empty: no phone
-    QString connectedDeviceName_; ///< empty until BlueZ has told it
+    QString connectedDeviceName_;
+    bool nameKnown_ = false; ///< BlueZ has told the phone's name, or that it cannot
     bluez::PendingCall alias_;
     bluez::PendingCall disconnecting_;
     Transport *activeTransport_ = nullptr; ///< owned by its endpoint

@@ -39,7 +39,7 @@ void Answer::succeeded(const QDBusMessage &reply)
 
 void Answer::failed(const QDBusError &error, const QDBusMessage &call)
 {
-    // The agent is registered anew with each adapter; BlueZ has it since the start.
+    // The agent, for instance, which is registered anew with each adapter: the speaker works.
     const bool vital = need_ == Need::Vital && error.name() != QLatin1String("org.bluez.Error.AlreadyExists");
     logDebug(vital ? "0Call to BlueZ failed:" : "Call to BlueZ failed:")
         << nameOf(call) << call.path() << error.name() << error.message();

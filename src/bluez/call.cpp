@@ -11,9 +11,12 @@ namespace bluez {
 Call SetProperty(const QString &interface, const QString &path, const QString &name, const QVariant &value, Need need)
 {
     logDebug("SetProperty") << interface << path << name << value;
-    return {
-        path, PropertiesInterface, QStringLiteral("Set"), {interface, name, QVariant::fromValue(QDBusVariant(value))},
-        need, RadioAnswerMs};
+    return {path,
+            PropertiesInterface,
+            QStringLiteral("Set"),
+            {interface, name, QVariant::fromValue(QDBusVariant(value))},
+            need,
+            AnswerMs};
 }
 
 Call GetProperty(const QString &interface, const QString &path, const QString &name)

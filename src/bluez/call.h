@@ -6,8 +6,9 @@
 
 namespace bluez {
 
-/// Bringing up a radio may take BlueZ seconds; this is what the bus libraries grant by default.
-inline constexpr int RadioAnswerMs = 25'000;
+/// What the bus libraries grant by default. BlueZ may take seconds to bring up a radio; the rest it answers at once,
+/// and nobody waits.
+inline constexpr int AnswerMs = 25'000;
 
 /// For what BlueZ knows or asks a phone for: it gives a phone 10 s at most (for a suspend under way), and has given it
 /// up by then.
@@ -26,7 +27,7 @@ struct Call {
     QString method;
     QVariantList arguments = {};
     Need need = Need::Optional;
-    int timeoutMs = RadioAnswerMs; ///< after which the call has failed
+    int timeoutMs = AnswerMs; ///< after which the call has failed
 };
 
 /// Logs and returns the call that writes a property of an object of BlueZ.

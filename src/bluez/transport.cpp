@@ -97,6 +97,7 @@ void Transport::setState(const QString &state)
         if (!fd_.isValid() && !acquire_.isUnderWay())
             Acquire();
     } else if (state != Active) {
+        wentIdle_ = true;
         Cleanup();
     }
     const bool wasActive = isActive();
@@ -107,6 +108,7 @@ void Transport::setState(const QString &state)
 
 void Transport::Acquire()
 {
+    wentIdle_ = false;
     acquire_.start({path_,
                     bluez::MediaTransportInterface,
                     QStringLiteral("Acquire"),
@@ -124,8 +126,12 @@ void Transport::acquired(const QDBusMessage &reply)
     int readMtu = 0;
     if (!parseAcquireReply(reply, fd, readMtu)) {
         logDebug("0org.bluez.MediaTransport1.Acquire:") << reply.errorName() << reply.errorMessage();
+        if (wentIdle_ && state_ == Pending) // it was the stream before that BlueZ did not hand out
+            Acquire();
         return;
     }
+    if (state_ != Pending && state_ != Active)
+        return;
     // BlueZ hands out non-blocking sockets; reading until nothing is left relies on it.
     ::fcntl(fd.get(), F_SETFL, ::fcntl(fd.get(), F_GETFL) | O_NONBLOCK);
     fd_ = std::move(fd);
@@ -174,7 +180,6 @@ void Transport::AdoptWaitingClient()
 
 void Transport::Cleanup()
 {
-    acquire_.forget();
     if (!fd_.isValid())
         return;
     // The stream's last packets still wait in the socket when BlueZ reports its end.

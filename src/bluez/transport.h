@@ -72,7 +72,8 @@ private:
     AudioServer &server_;
     QString state_;
 
-    bluez::PendingCall acquire_;
+    bluez::PendingCall acquire_; ///< one at a time: BlueZ refuses a second
+    bool wentIdle_ = false;      ///< since it was made
 
     // The acquired stream. Without one, fd_ is none.
     FileDescriptor fd_;
