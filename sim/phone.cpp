@@ -151,6 +151,11 @@ bool Phone::clear()
 
 bool Phone::start(quint16 mtu)
 {
+    return wantToStart(mtu) && waitFor([this] { return isActive(); }, AcquireMs);
+}
+
+bool Phone::wantToStart(quint16 mtu)
+{
     if (!socket_.isValid()) {
         int ends[2];
         if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) != 0)
@@ -160,12 +165,12 @@ bool Phone::start(quint16 mtu)
     }
     bluez_.offerStream(transportPath_, offered_.get(), mtu);
     bluez_.setProperty(transportPath_, bluez::MediaTransportInterface, State, QStringLiteral("pending"));
-    return waitFor(
-        [this] {
-            return bluez_.property(transportPath_, bluez::MediaTransportInterface, State).toString()
-                == QLatin1String("active");
-        },
-        AcquireMs);
+    return true;
+}
+
+bool Phone::isActive() const
+{
+    return bluez_.property(transportPath_, bluez::MediaTransportInterface, State).toString() == QLatin1String("active");
 }
 
 void Phone::suspend()

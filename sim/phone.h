@@ -39,6 +39,10 @@ public:
     /// Makes a socket pair, offers its end and reports State "pending"; returns whether the daemon acquired it within
     /// 5 s. "active" follows by itself.
     bool start(quint16 mtu = 672);
+    /// The same without waiting for the daemon.
+    bool wantToStart(quint16 mtu = 672);
+    /// The daemon has acquired the stream that the phone started.
+    bool isActive() const;
     /// Stops playing; State "idle". The socket and what is in it stay: the next start() hands it out again, as BlueZ
     /// does.
     void suspend();

@@ -38,7 +38,7 @@ public:
     bool sendDamaged(int packets);
     /// One without a single byte between two packets.
     bool sendEmpty();
-    /// Everything that was sent is heard.
+    /// Everything that was sent is heard, and one more packet soon after it is sent.
     bool check();
     /// The daemon has read everything, and has done with it.
     bool settle();
@@ -69,6 +69,7 @@ private:
     bool sendPacket(const SoakPacket &packet, QByteArray &pcm);
     bool keepUp();
     bool checkClient(Client &client);
+    bool measure();
     bool compare(const QByteArray &heard, const QByteArray &expected, double seconds);
 
     Board &board_;

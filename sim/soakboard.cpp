@@ -1,12 +1,21 @@
 #include "sim/soakboard.h"
 
 #include "bluez/names.h"
+#include "control/names.h"
+
+#include <QCoreApplication>
 
 namespace sim {
 
 namespace {
 
 constexpr int PatienceMs = 30'000;
+
+// The endpoints of an adapter, one for each codec.
+constexpr int Endpoints = 2;
+
+// The daemon waits 12 s at most; the answers are to come before that.
+constexpr int LongestHoldMs = 4000;
 
 const char *text(bool value)
 {
@@ -45,7 +54,22 @@ void SoakBoard::makePhones()
     static const char *const addresses[] = {"00_AA_01_01_00_42", "00_AA_01_02_00_42", "00_AA_01_03_00_42"};
     for (size_t i = 0; i < phones_.size(); ++i)
         phones_[i] = std::make_unique<Phone>(
-            board_.bluez, QStringLiteral("/org/bluez/hci0/dev_") + QLatin1String(addresses[i]), names()[i].alias);
+            board_.bluez, adapterPath() + QStringLiteral("/dev_") + QLatin1String(addresses[i]), names()[i].alias);
+}
+
+QString SoakBoard::adapterPath() const
+{
+    return QStringLiteral("/org/bluez/hci%1").arg(adapterNumber_);
+}
+
+QString SoakBoard::name() const
+{
+    return state_ == Idle || nameAwaited_ ? QString() : names()[static_cast<size_t>(who_)].alias;
+}
+
+QString SoakBoard::toldName() const
+{
+    return state_ == Idle || nameAwaited_ ? QString() : names()[static_cast<size_t>(who_)].told;
 }
 
 void SoakBoard::oweStatus()
@@ -54,8 +78,7 @@ void SoakBoard::oweStatus()
     const bool streaming = connected && state_ == Streaming;
     notices_.owe(QStringLiteral("/BTPropertyChange?type=USB?adapter=%1&connected=%2&name=%3&streaming=%4")
                      .arg(QLatin1String(text(adapter_)), QLatin1String(text(connected)),
-                          connected ? names()[static_cast<size_t>(who_)].told : QString(),
-                          QLatin1String(text(streaming))));
+                          connected ? toldName() : QString(), QLatin1String(text(streaming))));
 }
 
 bool SoakBoard::settle()
@@ -64,7 +87,7 @@ bool SoakBoard::settle()
         {QStringLiteral("AdapterPresent"), adapter_},
         {QStringLiteral("Connected"), state_ != Idle},
         {QStringLiteral("Streaming"), state_ == Streaming},
-        {QStringLiteral("Name"), state_ == Idle ? QString() : names()[static_cast<size_t>(who_)].alias},
+        {QStringLiteral("Name"), name()},
     };
     for (const auto &property : properties) {
         QVariant is;
@@ -74,13 +97,37 @@ bool SoakBoard::settle()
                         .arg(property.first, is.toString(), property.second.toString())))
             return false;
     }
-    return notices_.settle();
+    return notices_.settle() && (!adapter_ || settleAdapter());
+}
+
+/// The adapter is set up, as far as BlueZ answers. The player may be down, and not be told.
+bool SoakBoard::settleAdapter()
+{
+    // What the daemon has asked of BlueZ is there when a later answer to BlueZ is.
+    QDBusMessage sync = QDBusMessage::createMethodCall(control::Service, control::ObjectPath,
+                                                       bluez::PropertiesInterface, QStringLiteral("GetAll"));
+    sync << QStringLiteral("org.kadobt.commands");
+    insist(board_.bluez.call(sync).type() == QDBusMessage::ReplyMessage, QStringLiteral("the daemon does not answer"));
+    QCoreApplication::processEvents();
+    if (!setUp_)
+        return insist(waitFor([this] { return held_.arrived(); }, PatienceMs), QStringLiteral("BlueZ is not asked"));
+    const auto endpoints = [this] { return static_cast<int>(board_.bluez.endpoints().size()); };
+    const auto alias = [this] {
+        return board_.bluez.property(adapterPath(), bluez::AdapterInterface, bluez::AliasProperty).toString();
+    };
+    const QString due = speakerName_ + QStringLiteral(" BT");
+    return insist(waitFor([&] { return endpoints() == Endpoints; }, PatienceMs),
+                  QStringLiteral("%1 endpoints are registered").arg(endpoints()))
+        && insist(held_.holds("Set") || waitFor([&] { return alias() == due; }, PatienceMs),
+                  QStringLiteral("the adapter is not named \"%1\" but \"%2\"").arg(due, alias()));
 }
 
 bool SoakBoard::afterStep()
 {
     board_.bluez.forgetCalls();
     board_.daemon.forgetLog();
+    if (heldSteps_ > 0 && (--heldSteps_ == 0 || sinceHeld_.hasExpired(LongestHoldMs)) && !answerHeld())
+        return false;
     if (playerFaultSteps_ > 0 && --playerFaultSteps_ == 0) {
         if (!notices_.settle())
             return false;
@@ -102,77 +149,98 @@ bool SoakBoard::rest()
         if (!afterStep())
             return false;
     }
-    if (state_ != Idle && !(hangUp() && afterStep()))
+    if (!answerHeld() || (state_ != Idle && !(hangUp() && afterStep())))
         return false;
     // Clients that wait, or have left meanwhile, hold descriptors until a packet asks for them.
     return connectPhone() && configure() && start() && hangUp() && afterStep();
 }
 
+void SoakBoard::phoneIsThere()
+{
+    state_ = Connected;
+    nameAwaited_ = held_.holds("Get");
+    if (!nameAwaited_)
+        oweStatus();
+}
+
+bool SoakBoard::authorize()
+{
+    return board_.bluez.agentPath().isEmpty()
+        || insist(phone().authorize(), QStringLiteral("the phone is not authorised"));
+}
+
+void SoakBoard::streamIsGone(const QString &object)
+{
+    format_ = nullptr;
+    starting_ = false;
+    if (!held_.holds("Get")) // an answer that comes when the phone has long gone, and is back, or another is there
+        held_.objectGone(object, random_.oneIn(2));
+}
+
 void SoakBoard::phoneIsGone()
 {
     state_ = Idle;
-    format_ = nullptr;
+    nameAwaited_ = false;
+    disconnecting_ = false;
+    streamIsGone(phone().path());
+    oweStatus();
 }
 
-bool SoakBoard::endStream()
+bool SoakBoard::phoneLeaves()
 {
+    const auto connected = [this] {
+        return board_.bluez.property(phone().path(), bluez::DeviceInterface, bluez::ConnectedProperty).toBool();
+    };
+    return insist(waitFor([&] { return !connected(); }, PatienceMs), QStringLiteral("the phone is not disconnected"));
+}
+
+bool SoakBoard::endStreamBy(const std::function<void()> &happens)
+{
+    constexpr int MostOnTheWay = 10; // their audio fits into a client's socket
+    const bool streaming = state_ == Streaming;
+    if (streaming && !(audio_.check() && audio_.send(random_.below(MostOnTheWay))))
+        return false;
+    happens();
+    if (!settle())
+        return false;
+    if (!streaming)
+        return true;
     report_.cycle("streams");
     return audio_.ended();
-}
-
-/// Packets that are still on their way when the stream ends.
-bool SoakBoard::sendTail()
-{
-    constexpr int MostPackets = 10; // their audio fits into a client's socket
-    return audio_.check() && audio_.send(random_.below(MostPackets));
 }
 
 // --- The speaker's other processes.
 
 bool SoakBoard::selectBluetooth()
 {
-    report_.cycle("play requests asked for");
     board_.control.call(QStringLiteral("SelectBluetooth"));
     if (state_ == Streaming)
-        notices_.owe(QStringLiteral("/Play?url=Capture:bluez:bluetooth:%1&name=%2")
-                         .arg(format_->played, names()[static_cast<size_t>(who_)].told));
+        notices_.owe(QStringLiteral("/Play?url=Capture:bluez:bluetooth:%1&name=%2").arg(format_->played, toldName()));
     return settle();
 }
 
 bool SoakBoard::disconnectPhone()
 {
     report_.cycle("phones disconnected by the speaker");
-    const bool streaming = state_ == Streaming;
-    if (streaming && !sendTail())
-        return false;
-    const QString path = phones_[static_cast<size_t>(who_)]->path();
-    phoneIsGone();
-    oweStatus();
-    board_.control.setProperty(QStringLiteral("Connected"), false);
-    return insist(waitFor(
-                      [&] {
-                          return !board_.bluez.property(path, bluez::DeviceInterface, QStringLiteral("Connected"))
-                                      .toBool();
-                      },
-                      PatienceMs),
-                  QStringLiteral("the phone is not disconnected"))
-        && settle() && (!streaming || endStream());
+    const auto disconnect = [this] { board_.control.setProperty(QStringLiteral("Connected"), false); };
+    if (held_.holds("Disconnect")) {
+        disconnecting_ = true;
+        disconnect();
+        return goOnUnanswered();
+    }
+    return endStreamBy([&] {
+        disconnect();
+        phoneLeaves();
+        phoneIsGone();
+    });
 }
 
 bool SoakBoard::rename()
 {
-    report_.cycle("speaker renamed");
-    const QString name = QStringLiteral("Room %1").arg(random_.below(1000));
-    writePlayerName(name.toLatin1() + '\n');
+    speakerName_ = QStringLiteral("Room %1").arg(random_.below(1000));
+    writePlayerName(speakerName_.toLatin1() + '\n');
     board_.control.call(QStringLiteral("ResetAlias"));
-    const auto alias = [this] {
-        return board_.bluez
-            .property(QStringLiteral("/org/bluez/hci0"), bluez::AdapterInterface, QStringLiteral("Alias"))
-            .toString();
-    };
-    return insist(waitFor([&] { return alias() == name + QStringLiteral(" BT"); }, PatienceMs),
-                  QStringLiteral("the adapter is not named after %1 but %2").arg(name, alias()))
-        && settle();
+    return adapter_ && held_.holds("Set") ? goOnUnanswered() : settle();
 }
 
 } // namespace sim

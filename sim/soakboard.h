@@ -1,12 +1,16 @@
 #pragma once
 
 #include "sim/board.h"
+#include "sim/heldcalls.h"
 #include "sim/soakaudio.h"
 #include "sim/soakmaterial.h"
 #include "sim/soaknotices.h"
 #include "sim/soakreport.h"
 
+#include <QElapsedTimer>
+
 #include <array>
+#include <functional>
 #include <memory>
 
 namespace sim {
@@ -38,6 +42,8 @@ public:
     bool suspend();
     bool clear();
     bool hangUp();
+    /// From SBC to AAC, or back; a stream goes on in the other.
+    bool switchCodec();
 
     // Music and those who listen to it.
     bool play();
@@ -63,6 +69,9 @@ public:
     bool crashBluez();
     bool restartBluez();
     bool restartBluezWithPhone();
+    bool secondAdapter();
+    /// One of the methods that the daemon calls is not answered for a few steps, of which this one is the first.
+    bool slowBluez();
     bool playerFault();
 
 private:
@@ -74,16 +83,39 @@ private:
 
     bool insist(bool asItShouldBe, const QString &otherwise) { return report_.insist(asItShouldBe, otherwise); }
     void makePhones();
+    Phone &phone() { return *phones_[static_cast<size_t>(who_)]; }
+    QString adapterPath() const;
+    /// Of the phone, as far as the daemon knows it; and as it stands in a request to the player.
+    QString name() const;
+    QString toldName() const;
     /// The state of the model as it is now is what the player has to be told.
     void oweStatus();
     /// Everything has arrived where it should.
     bool settle();
-    /// The phone is gone, and the stream with it.
+    bool settleAdapter();
+    /// The daemon tracks the phone, and asks for its name.
+    void phoneIsThere();
+    bool authorize();
+    bool configureAs(const SoakFormat &format);
+    bool streamIsActive();
+    /// `object` of BlueZ, the phone or its transport, has gone.
+    void streamIsGone(const QString &object);
     void phoneIsGone();
-    bool endStream();
-    bool sendTail();
+    /// Waits until the phone has done what the speaker asked for.
+    bool phoneLeaves();
+    /// The stream, if there is one, ends with what `happens`: what was sent before is heard.
+    bool endStreamBy(const std::function<void()> &happens);
+    void adapterIsGone();
+    /// The daemon sets an adapter up, with new endpoints.
+    void adapterIsThere();
     void bluezIsGone();
     void bluezIsBack();
+    /// BlueZ has been asked and does not answer; everything else goes on.
+    bool goOnUnanswered();
+    /// The calls that were held are answered, and what follows from it happens.
+    bool answerHeld();
+    /// The adapter goes, or BlueZ, and there is one again.
+    bool newAdapter();
 
     SoakReport &report_;
     SoakRandom random_;
@@ -94,10 +126,21 @@ private:
 
     State state_ = Idle;
     bool adapter_ = true;
+    bool setUp_ = true;         ///< the daemon is through with setting it up
+    int adapterNumber_ = 0;     ///< of hci0 and hci1
+    bool otherAdapter_ = false; ///< of the two the other one is there as well
+    QString speakerName_ = QStringLiteral("Kitchen");
     int who_ = 0; ///< of the phones, the one that is connected
     std::array<std::unique_ptr<Phone>, 3> phones_;
     const SoakFormat *format_ = nullptr;
     int playerFaultSteps_ = 0; ///< left until the player is well
+
+    HeldCalls held_{board_.bluez};
+    int heldSteps_ = 0; ///< left until they are answered
+    QElapsedTimer sinceHeld_;
+    bool nameAwaited_ = false;   ///< by the daemon, since the phone connected
+    bool starting_ = false;      ///< the phone, and the stream is not acquired yet
+    bool disconnecting_ = false; ///< the daemon has asked BlueZ to disconnect the phone
 };
 
 } // namespace sim

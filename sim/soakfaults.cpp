@@ -6,7 +6,8 @@ namespace sim {
 
 bool SoakBoard::selectConfiguration()
 {
-    report_.cycle("configurations chosen for BlueZ");
+    if (!setUp_ && !answerHeld())
+        return false;
     const QDBusMessage reply = board_.bluez.callEndpoint(0, QStringLiteral("SelectConfiguration"),
                                                          {QByteArray::fromHex("ffff0235")});
     return insist(reply.arguments() == QVariantList{QByteArray::fromHex("11160235")},
@@ -17,10 +18,15 @@ bool SoakBoard::selectConfiguration()
 bool SoakBoard::secondPhone()
 {
     report_.injected("second phone");
-    Phone &phone = *phones_[(static_cast<size_t>(who_) + 1) % phones_.size()];
-    phone.connect();
-    const bool refused = !phone.authorize();
-    phone.disconnect();
+    Phone &second = *phones_[(static_cast<size_t>(who_) + 1) % phones_.size()];
+    second.connect();
+    bool refused = !second.authorize();
+    if (random_.oneIn(3)) { // the second one does not move up
+        if (!hangUp())
+            return false;
+        refused = refused && !second.authorize();
+    }
+    second.disconnect();
     return insist(refused, QStringLiteral("a second phone is authorised")) && settle();
 }
 
@@ -48,96 +54,16 @@ bool SoakBoard::deafClient()
 bool SoakBoard::loseLink()
 {
     report_.injected("link lost");
-    if (!sendTail() || !audio_.settle())
-        return false;
-    phones_[static_cast<size_t>(who_)]->loseLink();
-    phoneIsGone();
-    oweStatus();
-    return settle() && endStream();
-}
-
-bool SoakBoard::removeAdapter()
-{
-    report_.injected("adapter removed");
-    board_.bluez.removeAdapter();
-    adapter_ = false;
-    oweStatus();
-    if (!settle())
-        return false;
-    board_.bluez.addAdapter();
-    bluezIsBack();
-    return settle();
-}
-
-void SoakBoard::bluezIsGone()
-{
-    if (state_ != Idle) {
+    return endStreamBy([this] {
+        audio_.settle();
+        phone().loseLink();
         phoneIsGone();
-        oweStatus();
-    }
-    adapter_ = false;
-    oweStatus();
-    board_.bluez.crash();
-    makePhones();
-}
-
-void SoakBoard::bluezIsBack()
-{
-    adapter_ = true;
-    oweStatus();
-    audio_.adapterIsNew();
-}
-
-bool SoakBoard::crashBluez()
-{
-    report_.injected("BlueZ crashed");
-    const bool streaming = state_ == Streaming;
-    if (streaming && !sendTail())
-        return false;
-    bluezIsGone();
-    if (!settle() || (streaming && !endStream()))
-        return false;
-    board_.bluez.restart();
-    board_.bluez.addAdapter();
-    bluezIsBack();
-    return settle();
-}
-
-bool SoakBoard::restartBluez()
-{
-    report_.injected("BlueZ restarted without a gap");
-    const bool streaming = state_ == Streaming;
-    if (streaming && !sendTail())
-        return false;
-    bluezIsGone();
-    board_.bluez.restart();
-    board_.bluez.addAdapter();
-    bluezIsBack();
-    return settle() && (!streaming || endStream());
-}
-
-bool SoakBoard::restartBluezWithPhone()
-{
-    report_.injected("BlueZ restarted, a phone there before us");
-    const bool streaming = state_ == Streaming;
-    if (streaming && !sendTail())
-        return false;
-    bluezIsGone();
-    board_.bluez.restart();
-    board_.bluez.addAdapter();
-    who_ = random_.below(static_cast<int>(phones_.size()));
-    Phone &phone = *phones_[static_cast<size_t>(who_)];
-    phone.connect();
-    bluezIsBack();
-    state_ = Connected;
-    oweStatus();
-    return settle() && (!streaming || endStream())
-        && insist(phone.authorize(), QStringLiteral("a phone that was there before us is not authorised"));
+    });
 }
 
 bool SoakBoard::playerFault()
 {
-    if (playerFaultSteps_ > 0)
+    if (playerFaultSteps_ > 0 || held_.isHolding())
         return true;
     using Behaviour = Player::Behaviour;
     static constexpr struct {

@@ -21,7 +21,11 @@ bool isExpected(const QString &line)
 {
     static const QRegularExpression expected(QRegularExpression::anchoredPattern(QStringLiteral(
         "start kado-bt [0-9.]+"
-        "|Set default adapter:  \"/org/bluez/hci0\""
+        "|Set default adapter:  \"/org/bluez/hci[01]\""
+        // BlueZ went without an answer, or with what the call was for
+        "|Call to BlueZ failed: \"[A-Za-z ]+\" \"/[^\"]*\" "
+        "\"org.(freedesktop.DBus.Error.(NoReply|ServiceUnknown|UnknownObject)"
+        "|bluez.Error.NotAvailable)\" \".*\""
         "|Device (Connect|Disconnect): \"[^\"]+\""
         "|Active Device: \".*\" \".*\""
         "|Agent1::AuthorizeService \"[^\"]+\" \"0000110d-[^\"]+\""
@@ -116,8 +120,10 @@ int SoakReport::finish(const SoakFootprint &atStart, const SoakFootprint &atEnd)
     std::printf("    %-42s %10.2f h\n", "audio sent", secondsSent_ / SecondsAnHour);
     std::printf("    %-42s %10.2f h, %.1f MiB\n", "audio heard and compared", secondsHeard_ / SecondsAnHour,
                 static_cast<double>(bytesHeard_) / (1024.0 * 1024.0));
+    std::printf("    %-42s %10.1f ms after it was sent\n", "latest packet heard", latestHeardMs_);
     printCounts("cycles", cycles_);
     printCounts("faults injected", faults_);
+    printCounts("BlueZ late or silent", unanswered_);
     std::printf("  found wrong\n");
     std::printf("    %-42s %10lld\n", "bytes of audio lost or altered", wrongBytes_);
     std::printf("    %-42s %10d of %d\n", "notifications wrong or missing", wrongRequests_, requests_);

@@ -5,6 +5,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <algorithm>
+
 namespace sim {
 
 class Daemon;
@@ -33,8 +35,13 @@ public:
     void cycle(const char *kind, int times = 1) { cycles_[QLatin1String(kind)] += times; }
     void injected(const char *fault, int times = 1) { faults_[QLatin1String(fault)] += times; }
 
+    /// BlueZ was late to answer calls of `method`, or never did.
+    void unanswered(const char *method) { ++unanswered_[QLatin1String(method)]; }
+
     void sent(double seconds) { secondsSent_ += seconds; }
     void heard(qint64 bytes, double seconds);
+    /// So long after it was sent, a packet was heard.
+    void latency(double ms) { latestHeardMs_ = std::max(latestHeardMs_, ms); }
     void notified(int requests) { requests_ += requests; }
     void wrongBytes(qint64 bytes) { wrongBytes_ += bytes; }
     void wrongRequests(int requests) { wrongRequests_ += requests; }
@@ -61,9 +68,11 @@ private:
     QString fault_;
     QMap<QString, int> cycles_;
     QMap<QString, int> faults_;
+    QMap<QString, int> unanswered_;
     double secondsSent_ = 0;
     double secondsHeard_ = 0;
     qint64 bytesHeard_ = 0;
+    double latestHeardMs_ = 0;
     qint64 wrongBytes_ = 0;
     int requests_ = 0;
     int wrongRequests_ = 0;

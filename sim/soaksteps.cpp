@@ -8,37 +8,53 @@ bool SoakBoard::connectPhone()
 {
     report_.cycle("phones connected");
     who_ = random_.below(static_cast<int>(phones_.size()));
-    Phone &phone = *phones_[static_cast<size_t>(who_)];
-    phone.connect();
-    state_ = Connected;
-    oweStatus();
-    return settle() && insist(phone.authorize(), QStringLiteral("the phone is not authorised"));
+    phone().connect();
+    phoneIsThere();
+    return authorize() && settle();
 }
 
 bool SoakBoard::configure()
 {
-    format_ = &formats_.at(random_.below(static_cast<int>(formats_.size())));
-    report_.cycle(format_->codec == 0 ? "SBC configured" : "AAC configured");
-    Phone &phone = *phones_[static_cast<size_t>(who_)];
+    return configureAs(formats_.at(random_.below(static_cast<int>(formats_.size()))));
+}
+
+bool SoakBoard::configureAs(const SoakFormat &format)
+{
+    if (!setUp_ && !answerHeld())
+        return false;
+    report_.cycle(format.codec == 0 ? "SBC configured" : "AAC configured");
+    format_ = &format;
     state_ = Configured;
-    return insist(phone.configure(format_->codec, format_->configuration),
-                  QStringLiteral("the configuration is refused"))
+    return insist(phone().configure(format.codec, format.configuration), QStringLiteral("the configuration is refused"))
         && settle();
 }
 
 bool SoakBoard::start()
 {
     constexpr int MostWaiting = 5;
-    Phone &phone = *phones_[static_cast<size_t>(who_)];
-    audio_.follow(phone, *format_);
+    if (starting_ && random_.oneIn(2)) {
+        phone().suspend();
+        starting_ = false;
+        held_.objectGone(phone().transportPath(), random_.oneIn(2));
+        return settle();
+    }
+    audio_.follow(phone(), *format_);
     const int clients = random_.oneIn(8) ? 0 : random_.oneIn(6) ? random_.between(2, MostWaiting) : 1;
-    if (!audio_.connectClients(clients))
+    if (audio_.waiting() == 0 && !audio_.connectClients(clients))
         return false;
+    if (held_.holds("Acquire")) {
+        starting_ = true;
+        return insist(phone().wantToStart(), QStringLiteral("the phone cannot start")) && goOnUnanswered();
+    }
     // A socket that BlueZ hands out again may hold packets already.
-    if (phone.socket() >= 0 && !audio_.send(random_.below(20)))
+    if (phone().socket() >= 0 && !audio_.send(random_.below(20)))
         return false;
-    if (!insist(phone.start(), QStringLiteral("the stream is not acquired")))
-        return false;
+    return insist(phone().start(), QStringLiteral("the stream is not acquired")) && streamIsActive();
+}
+
+bool SoakBoard::streamIsActive()
+{
+    starting_ = false;
     state_ = Streaming;
     oweStatus();
     return settle() && audio_.send(audio_.waiting() + 1) && audio_.check();
@@ -46,32 +62,47 @@ bool SoakBoard::start()
 
 bool SoakBoard::suspend()
 {
-    if (!sendTail())
-        return false;
-    phones_[static_cast<size_t>(who_)]->suspend();
-    state_ = Configured;
-    oweStatus();
-    return settle() && endStream();
+    return endStreamBy([this] {
+        phone().suspend();
+        state_ = Configured;
+        oweStatus();
+    });
 }
 
 bool SoakBoard::clear()
 {
-    state_ = Connected;
-    format_ = nullptr;
-    return insist(phones_[static_cast<size_t>(who_)]->clear(), QStringLiteral("the configuration is not cleared"))
-        && settle();
+    return endStreamBy([this] {
+        const QString transport = phone().transportPath();
+        insist(phone().clear(), QStringLiteral("the configuration is not cleared"));
+        state_ = Connected; // the player is not told
+        streamIsGone(transport);
+    });
+}
+
+bool SoakBoard::switchCodec()
+{
+    report_.cycle("codec switched");
+    const SoakFormat *next = format_;
+    while (next->codec == format_->codec)
+        next = &formats_.at(random_.below(static_cast<int>(formats_.size())));
+    const bool streaming = state_ == Streaming;
+    return clear() && configureAs(*next) && (!streaming || start());
 }
 
 bool SoakBoard::hangUp()
 {
-    const bool streaming = state_ == Streaming;
-    report_.cycle(streaming ? "hung up in mid-stream" : "hung up");
-    if (streaming && !sendTail())
-        return false;
-    phones_[static_cast<size_t>(who_)]->hangUp();
-    phoneIsGone();
-    oweStatus();
-    return settle() && (!streaming || endStream());
+    report_.cycle(state_ == Streaming ? "hung up in mid-stream" : "hung up");
+    const bool forgotten = random_.oneIn(4);
+    return endStreamBy([&] {
+        if (!forgotten) {
+            phone().hangUp();
+        } else {
+            if (!phone().transportPath().isEmpty())
+                phone().clear();
+            board_.bluez.removeObject(phone().path());
+        }
+        phoneIsGone();
+    });
 }
 
 bool SoakBoard::play()
@@ -120,7 +151,7 @@ bool SoakBoard::slowClientAtTheEnd()
     audio_.pauseReading(true);
     if (!audio_.send(random_.below(MostPackets)))
         return false;
-    phones_[static_cast<size_t>(who_)]->suspend();
+    phone().suspend();
     state_ = Configured;
     oweStatus();
     if (!settle())
