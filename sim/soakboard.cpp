@@ -74,7 +74,7 @@ QString SoakBoard::toldName() const
 
 void SoakBoard::oweStatus()
 {
-    const bool connected = adapter_ && state_ != Idle;
+    const bool connected = adapter_ && state_ != Idle && !nameAwaited_;
     const bool streaming = connected && state_ == Streaming;
     notices_.owe(QStringLiteral("/BTPropertyChange?type=USB?adapter=%1&connected=%2&name=%3&streaming=%4")
                      .arg(QLatin1String(text(adapter_)), QLatin1String(text(connected)),

@@ -23,7 +23,7 @@ bool isExpected(const QString &line)
         "start kado-bt [0-9.]+"
         "|Set default adapter:  \"/org/bluez/hci[01]\""
         // BlueZ went without an answer, or with what the call was for
-        "|Call to BlueZ failed: \"[A-Za-z ]+\" \"/[^\"]*\" "
+        "|(Call to BlueZ failed: \"[A-Za-z ]+\" \"/[^\"]*\"|org.bluez.MediaTransport1.Acquire:) "
         "\"org.(freedesktop.DBus.Error.(NoReply|ServiceUnknown|UnknownObject)"
         "|bluez.Error.NotAvailable)\" \".*\""
         "|Device (Connect|Disconnect): \"[^\"]+\""

@@ -35,7 +35,7 @@ bool SoakBoard::start()
     if (starting_ && random_.oneIn(2)) {
         phone().suspend();
         starting_ = false;
-        held_.objectGone(phone().transportPath(), random_.oneIn(2));
+        held_.objectGone(phone().transportPath(), true); // as BlueZ does at a pause
         return settle();
     }
     audio_.follow(phone(), *format_);

@@ -332,19 +332,22 @@ void AdapterManager::DeviceConnected(const QString &path)
 /// The player is told of the phone when its name has come or failed.
 void AdapterManager::askForName()
 {
-    if (alias_.isUnderWay()) // of a phone that has left; BlueZ is not asked more often than it answers
+    // BlueZ may still owe the answer for a phone that has left; calls do not pile up.
+    nameAgain_ = alias_.isUnderWay();
+    if (nameAgain_)
         return;
-    const QString path = connectedDevicePath_;
-    alias_.start(bluez::GetProperty(bluez::DeviceInterface, path, bluez::AliasProperty),
-                 [this, path](const QDBusMessage &reply) {
-                     if (path == connectedDevicePath_) {
-                         connectedDeviceName_ = bluez::propertyValue(reply).toString();
-                         nameKnown_ = true;
-                         sendBTPropertyChange();
-                         LogActiveDevice();
-                     } else if (IsConnected()) {
+    alias_.start(bluez::GetProperty(bluez::DeviceInterface, connectedDevicePath_, bluez::AliasProperty),
+                 [this](const QDBusMessage &reply) {
+                     if (!IsConnected())
+                         return;
+                     if (nameAgain_) {
                          askForName();
+                         return;
                      }
+                     connectedDeviceName_ = bluez::propertyValue(reply).toString();
+                     nameKnown_ = true;
+                     sendBTPropertyChange();
+                     LogActiveDevice();
                  });
 }
 

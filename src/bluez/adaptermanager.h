@@ -88,6 +88,7 @@ private:
     QString connectedDeviceName_;
     bool nameKnown_ = false; ///< BlueZ has told the phone's name, or that it cannot
     bluez::PendingCall alias_;
+    bool nameAgain_ = false; ///< another phone has connected meanwhile
     bluez::PendingCall disconnecting_;
     Transport *activeTransport_ = nullptr; ///< owned by its endpoint
 };
