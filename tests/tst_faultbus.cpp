@@ -55,6 +55,7 @@ private Q_SLOTS:
     void phoneNamesOfEveryKind_data();
     void phoneNamesOfEveryKind();
     void floodsPassBy();
+    void floodsSlowToHandlePassBy();
     void propertiesWithoutMeasure();
     void thousandsOfDevices();
     void busThatGoesAway();
@@ -206,6 +207,26 @@ void BusFaultTest::floodsPassBy()
     QCOMPARE(b.board.control.property(QStringLiteral("Name")), QVariant(QStringLiteral("Anna")));
     QVERIFY(sim::waitFor([&] { return b.board.daemon.openDescriptors() <= descriptors + sim::SparePlayerSockets; },
                          20'000));
+    QVERIFY(b.playsAnother());
+}
+
+void BusFaultTest::floodsSlowToHandlePassBy()
+{
+    ConfiguredBoard b(Traced, QStringLiteral("2>/dev/null"));
+    QVERIFY(b.ready && b.startHeard());
+    QVariantMap many;
+    for (int i = 0; i < 200; ++i)
+        many.insert(QStringLiteral("Property%1").arg(i), QByteArray(8, 'x'));
+    // 90 MB, more than libdbus reads while none of it is handled.
+    QVERIFY(b.board.daemon.hold());
+    for (int i = 0; i < 14'000; ++i)
+        b.board.bluez.emitPropertiesChanged(PhonePath, Device, many);
+    const auto last = QDBusMessage::createMethodCall(QStringLiteral("org.kadobt"), QStringLiteral("/kadobt"),
+                                                     QStringLiteral("org.kadobt.commands"),
+                                                     QStringLiteral("SelectBluetooth"));
+    const QDBusPendingCall answer = b.board.bluez.connection().asyncCall(last, 60'000);
+    QVERIFY(b.board.daemon.letGo());
+    QVERIFY(sim::waitFor([&] { return answer.isFinished(); }, 60'000) && !answer.isError());
     QVERIFY(b.playsAnother());
 }
 

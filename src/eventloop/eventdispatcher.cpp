@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 #include <QSocketNotifier>
+#include <QThread>
 #include <QTimerEvent>
 #include <QVarLengthArray>
 
@@ -17,6 +18,21 @@
 #include <utility>
 
 namespace {
+
+// What QtDBus may post while this thread handles what it has. A packet waits for two such loads at most, which take
+// milliseconds.
+constexpr int MostWaiting = 8;
+
+// QtDBus may hold a lock, or a call to the bus may be under way, that this thread waits for. Then both go on after
+// this.
+constexpr int LongestHoldMs = 20;
+
+/// Whether this is the thread in which QtDBus reads; its class is all that tells. No other is held: a thread that emits
+/// a queued signal holds a lock of Qt's meanwhile, one that this thread may need as well.
+bool isQtDBusThread()
+{
+    return QThread::currentThread()->inherits("QDBusConnectionManager");
+}
 
 /// The events that a notifier waits for, by its type. A descriptor that has hung up or failed wakes all three.
 constexpr std::array<unsigned, 3> Awaited{EPOLLIN, EPOLLOUT, EPOLLPRI};
@@ -43,7 +59,7 @@ void notify(QSocketNotifier *notifier)
 EventDispatcher::EventDispatcher()
     : epoll_(::epoll_create1(EPOLL_CLOEXEC)),
       // Events may have been posted before there was a dispatcher to wake up.
-      wakeUp_(::eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK))
+      wakeUp_(::eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)), room_(MostWaiting)
 {
     epoll_event event{};
     event.events = EPOLLIN;
@@ -86,6 +102,7 @@ void EventDispatcher::dispatchPosted()
     eventfd_t count = 0;
     ::eventfd_read(wakeUp_.get(), &count);
     wakeUpPending_ = false; // before the look at what was posted: what is posted from here on wakes up again
+    room_.release(std::max(0, MostWaiting - room_.available()));
     QCoreApplication::sendPostedEvents();
 }
 
@@ -93,6 +110,8 @@ void EventDispatcher::wakeUp()
 {
     if (!wakeUpPending_.exchange(true))
         ::eventfd_write(wakeUp_.get(), 1);
+    if (isQtDBusThread() && !room_.tryAcquire(1, LongestHoldMs))
+        room_.release(MostWaiting);
 }
 
 // --- Sockets

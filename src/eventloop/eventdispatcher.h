@@ -4,6 +4,7 @@
 
 #include <QAbstractEventDispatcher>
 #include <QList>
+#include <QSemaphore>
 #include <QVarLengthArray>
 
 #include <array>
@@ -19,6 +20,11 @@ class QSocketNotifier;
 /// A turn is one epoll_wait() for one event. Posted events are looked at only after a wakeUp(), which Qt calls with
 /// every one that it posts; Qt's own dispatchers do so every turn, rebuild their poll set from a hash table and search
 /// it again afterwards.
+///
+/// QtDBus's thread is held when it posts faster than events are handled. So it reads no more of a flood of signals than
+/// is handled, and packets have their turn; the bus keeps the rest, or drops it at a limit of its own. Left to itself
+/// it reads on until the messages that wait take 63 MiB. There libdbus stops reading, and the bus is never heard again:
+/// QtDBus can start the reading anew only in its own thread, and libdbus asks for it in this one.
 ///
 /// It serves QTimer, QSocketNotifier and events posted by any thread. Timers are kept to the millisecond, whatever
 /// their type. A notifier goes, or is disabled, before its descriptor is closed. Event loops are not nested: a handler
@@ -91,6 +97,7 @@ private:
     FileDescriptor epoll_;
     FileDescriptor wakeUp_; ///< readable after wakeUp()
     std::atomic<bool> wakeUpPending_{true};
+    QSemaphore room_;                    ///< for what QtDBus posts
     QVarLengthArray<Socket, 8> sockets_; ///< searched from the front
     std::vector<Timer> timers_;
     bool processing_ = false;
