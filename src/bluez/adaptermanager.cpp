@@ -1,13 +1,10 @@
 #include "bluez/adaptermanager.h"
 
+#include "bluez/adapter.h"
 #include "bluez/agent1.h"
 #include "bluez/call.h"
-#include "bluez/endpoint.h"
 #include "bluez/names.h"
 #include "bluez/transport.h"
-#include "board/speakername.h"
-#include "codec/codecaac.h"
-#include "codec/codecsbc.h"
 #include "control/dbuscommandlistener.h"
 #include "log/log.h"
 #include "player/audioserver.h"
@@ -26,47 +23,21 @@ bool isConnectedDevice(const QVariantMapMap &interfaces)
     return connected.userType() == QMetaType::Bool && connected.toBool();
 }
 
-bluez::Call registerAgent()
-{
-    qDebug("RegisterAgent");
-    return {bluez::RootPath,
-            bluez::AgentManagerInterface,
-            QStringLiteral("RegisterAgent"),
-            {QVariant::fromValue(QDBusObjectPath(bluez::AgentPath)), QStringLiteral("NoInputNoOutput")},
-            bluez::Need::Vital};
-}
-
-bluez::Call requestDefaultAgent()
-{
-    return {bluez::RootPath,
-            bluez::AgentManagerInterface,
-            QStringLiteral("RequestDefaultAgent"),
-            {QVariant::fromValue(QDBusObjectPath(bluez::AgentPath))},
-            bluez::Need::Vital};
-}
-
-/// What phones are offered, in the order in which it is registered.
-std::vector<std::unique_ptr<Codec>> makeCodecs(bool aacDisabled)
-{
-    std::vector<std::unique_ptr<Codec>> codecs;
-    codecs.push_back(std::make_unique<CodecSBC>());
-    if (!aacDisabled)
-        codecs.push_back(std::make_unique<CodecAAC>());
-    return codecs;
-}
-
 } // namespace
 
 AdapterManager::AdapterManager(bool aacDisabled, PlayerRequests &player, QObject *parent)
-    : AbstractManager(parent), aacDisabled_(aacDisabled), player_(player)
+    : AbstractManager(parent), aacDisabled_(aacDisabled), player_(player), device_([this] {
+          sendBTPropertyChange();
+          LogActiveDevice();
+      })
 {
     bluez::registerObjectTreeTypes();
     subscribe();
 
     new Agent1(this);
     QDBusConnection::systemBus().registerObject(bluez::AgentPath, this, QDBusConnection::ExportAdaptors);
-    bluez::send(registerAgent());
-    bluez::send(requestDefaultAgent());
+    bluez::send(Agent1::registration());
+    bluez::send(Agent1::defaultRequest());
 
     new DBusCommandListener(this);
     DBusCommandListener::claimService(this);
@@ -144,7 +115,7 @@ void AdapterManager::TrackConnectedDevice(const DBusManagerStruct &objects)
 {
     for (auto object = objects.begin(); object != objects.end(); ++object) {
         const QString path = object.key().path();
-        if (path.startsWith(adapterPath_ + QLatin1Char('/')) && isConnectedDevice(*object)) {
+        if (path.startsWith(adapter_->path() + QLatin1Char('/')) && isConnectedDevice(*object)) {
             DeviceConnected(path);
             return;
         }
@@ -153,44 +124,14 @@ void AdapterManager::TrackConnectedDevice(const DBusManagerStruct &objects)
 
 void AdapterManager::SetDefaultAdapter(const QString &path)
 {
-    setUp_.stop();
-    renaming_.forget();
-    renameAgain_ = false;
-    endpoints_.clear();
-    adapterPath_ = path;
+    adapter_.reset();
     if (path.isEmpty()) {
         sendBTPropertyChange();
         return;
     }
     logDebug("0Set default adapter: ") << path;
-    codecs_ = makeCodecs(aacDisabled_);
-    setUp_.start(setUpSteps(), [this] { sendBTPropertyChange(); });
-}
-
-std::vector<bluez::CallSequence::Step> AdapterManager::setUpSteps()
-{
-    using bluez::Need;
-    const auto set = [this](const char *property, const QVariant &value, Need need) {
-        return [this, property, value, need] {
-            return bluez::SetProperty(bluez::AdapterInterface, adapterPath_, QLatin1String(property), value, need);
-        };
-    };
-    std::vector<bluez::CallSequence::Step> steps{
-        [this] { return naming(); },
-        set("Powered", true, Need::Vital),
-        set("DiscoverableTimeout", 0U, Need::Optional), // no limit
-        set("Discoverable", true, Need::Vital),
-        registerAgent,
-        requestDefaultAgent,
-    };
-    for (const std::unique_ptr<Codec> &codec : codecs_) {
-        steps.emplace_back([this, &codec = *codec] {
-            const QString path = QStringLiteral("/endpoint/%1").arg(endpointCounter_++);
-            endpoints_.push_back(std::make_unique<Endpoint>(path, codec, *this));
-            return endpoints_.back()->registration(adapterPath_);
-        });
-    }
-    return steps;
+    adapter_ = std::make_unique<Adapter>(path, aacDisabled_, endpointCounter_, *this,
+                                         [this] { sendBTPropertyChange(); });
 }
 
 bool AdapterManager::IsStreaming() const
@@ -198,43 +139,10 @@ bool AdapterManager::IsStreaming() const
     return activeTransport_ && activeTransport_->isActive();
 }
 
-/// The call that names the adapter after the speaker; none while the speaker has no name.
-std::optional<bluez::Call> AdapterManager::naming() const
-{
-    const QString name = readSpeakerName();
-    if (name.isEmpty())
-        return {};
-    const QString alias = name + QLatin1String(SpeakerNameSuffix);
-    logDebug() << alias;
-    return bluez::SetProperty(bluez::AdapterInterface, adapterPath_, bluez::AliasProperty, alias);
-}
-
 void AdapterManager::ResetAlias()
 {
-    if (!IsAdapterPresent())
-        return;
-    // A caller that asks faster than BlueZ answers does not pile up calls.
-    renameAgain_ = renaming_.isUnderWay();
-    if (renameAgain_)
-        return;
-    if (const std::optional<bluez::Call> call = naming()) {
-        renaming_.start(*call, [this](const QDBusMessage &) {
-            if (renameAgain_)
-                ResetAlias();
-        });
-    }
-}
-
-void AdapterManager::Disconnect()
-{
-    if (IsConnected() && !disconnecting_.isUnderWay())
-        disconnecting_.start({connectedDevicePath_,
-                              bluez::DeviceInterface,
-                              QStringLiteral("Disconnect"),
-                              {},
-                              bluez::Need::Optional,
-                              bluez::PhoneAnswerMs},
-                             {});
+    if (adapter_)
+        adapter_->ResetAlias();
 }
 
 void AdapterManager::SelectBluetooth()
@@ -273,12 +181,12 @@ void AdapterManager::InterfacesRemoved(const QDBusObjectPath &aPath, const QStri
     const QString path = aPath.path();
     logDebug("InterfacesRemoved ") << path;
     // BlueZ that removes a phone, or its adapter, does not say that the phone's connection ended.
-    const bool phoneGone = path == connectedDevicePath_ && aStringList.contains(bluez::DeviceInterface);
-    const bool radioGone = connectedDevicePath_.startsWith(path + QLatin1Char('/'))
+    const bool phoneGone = path == device_.path() && aStringList.contains(bluez::DeviceInterface);
+    const bool radioGone = device_.path().startsWith(path + QLatin1Char('/'))
         && aStringList.contains(bluez::AdapterInterface);
     if (phoneGone || radioGone)
-        DeviceDisconnected(connectedDevicePath_);
-    if (path != adapterPath_)
+        DeviceDisconnected(device_.path());
+    if (!adapter_ || path != adapter_->path())
         return;
     SetDefaultAdapter(QString());
     FindAnAvailableAdapter();
@@ -291,9 +199,9 @@ void AdapterManager::serviceOwnerChanged(const QString & /*service*/, const QStr
     if (!oldOwner.isEmpty()) {
         search_.forget();
         if (IsConnected())
-            DeviceDisconnected(connectedDevicePath_);
+            DeviceDisconnected(device_.path());
         if (IsAdapterPresent()) {
-            logDebug("InterfacesRemoved ") << adapterPath_;
+            logDebug("InterfacesRemoved ") << adapter_->path();
             SetDefaultAdapter(QString());
         }
     }
@@ -325,30 +233,7 @@ void AdapterManager::DeviceConnected(const QString &path)
         LogActiveDevice();
         return;
     }
-    connectedDevicePath_ = path;
-    askForName();
-}
-
-/// The player is told of the phone when its name has come or failed.
-void AdapterManager::askForName()
-{
-    // BlueZ may still owe the answer for a phone that has left; calls do not pile up.
-    nameAgain_ = alias_.isUnderWay();
-    if (nameAgain_)
-        return;
-    alias_.start(bluez::GetProperty(bluez::DeviceInterface, connectedDevicePath_, bluez::AliasProperty),
-                 [this](const QDBusMessage &reply) {
-                     if (!IsConnected())
-                         return;
-                     if (nameAgain_) {
-                         askForName();
-                         return;
-                     }
-                     connectedDeviceName_ = bluez::propertyValue(reply).toString();
-                     nameKnown_ = true;
-                     sendBTPropertyChange();
-                     LogActiveDevice();
-                 });
+    device_.connected(path);
 }
 
 void AdapterManager::DeviceDisconnected(const QString &path)
@@ -356,11 +241,8 @@ void AdapterManager::DeviceDisconnected(const QString &path)
     if (calledFromDBus())
         logDebug() << message();
     logDebug("0Device Disconnect:") << path;
-    if (path == connectedDevicePath_) {
-        connectedDevicePath_.clear();
-        connectedDeviceName_.clear();
-        nameKnown_ = false;
-        disconnecting_.forget();
+    if (path == device_.path()) {
+        device_.disconnected();
         sendBTPropertyChange();
     }
     LogActiveDevice();
@@ -368,7 +250,7 @@ void AdapterManager::DeviceDisconnected(const QString &path)
 
 void AdapterManager::LogActiveDevice() const
 {
-    logDebug("0Active Device:") << connectedDevicePath_ << connectedDeviceName_;
+    logDebug("0Active Device:") << device_.path() << device_.name();
 }
 
 void AdapterManager::transportActive(bool /*active*/)
@@ -378,7 +260,7 @@ void AdapterManager::transportActive(bool /*active*/)
 
 void AdapterManager::sendBTPropertyChange()
 {
-    const bool connected = IsAdapterPresent() && nameKnown_;
+    const bool connected = IsAdapterPresent() && device_.isNamed();
     player_.sendBTPropertyChange(QStringLiteral("USB"), IsAdapterPresent(), connected, connected ? Name() : QString(),
                                  connected && IsStreaming());
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "bluez/callsequence.h"
+#include "bluez/connecteddevice.h"
 #include "bluez/objecttree.h"
 #include "bluez/pendingcall.h"
 #include "control/abstractmanager.h"
@@ -12,12 +12,9 @@
 #include <QVariant>
 
 #include <memory>
-#include <optional>
-#include <vector>
 
+class Adapter;
 class AudioServer;
-class Codec;
-class Endpoint;
 class PlayerRequests;
 class Transport;
 
@@ -34,14 +31,14 @@ public:
     AdapterManager(bool aacDisabled, PlayerRequests &player, QObject *parent = nullptr);
     ~AdapterManager() override;
 
-    bool IsAdapterPresent() const override { return !adapterPath_.isEmpty(); }
-    bool IsConnected() const override { return !connectedDevicePath_.isEmpty(); }
-    QString ConnectedDevicePath() const override { return connectedDevicePath_; }
-    QString Name() const override { return connectedDeviceName_; }
+    bool IsAdapterPresent() const override { return adapter_ != nullptr; }
+    bool IsConnected() const override { return !device_.path().isEmpty(); }
+    QString ConnectedDevicePath() const override { return device_.path(); }
+    QString Name() const override { return device_.name(); }
     bool IsStreaming() const override;
     /// Names the adapter after the first line of "/var/data/player_name"; without a name it keeps its own.
     void ResetAlias() override;
-    void Disconnect() override;
+    void Disconnect() override { device_.Disconnect(); }
     void SelectBluetooth() override;
 
     /// Says which media transport is current; null: none. It stays its endpoint's, which passes null before it is gone.
@@ -61,11 +58,8 @@ private:
     void FindAnAvailableAdapter();
     void adoptFrom(const QDBusMessage &managedObjects);
     void SetDefaultAdapter(const QString &path);
-    std::vector<bluez::CallSequence::Step> setUpSteps();
-    std::optional<bluez::Call> naming() const;
     void TrackConnectedDevice(const DBusManagerStruct &objects);
     void DeviceConnected(const QString &path);
-    void askForName();
     void DeviceDisconnected(const QString &path);
     void LogActiveDevice() const;
     void sendBTPropertyChange();
@@ -75,20 +69,9 @@ private:
 
     std::unique_ptr<AudioServer> server_;
 
-    bluez::PendingCall search_;                        ///< for an adapter
-    QString adapterPath_;                              ///< empty: no adapter
-    bluez::CallSequence setUp_;                        ///< of that adapter
-    bluez::PendingCall renaming_;                      ///< on demand
-    bool renameAgain_ = false;                         ///< it was demanded again meanwhile
-    int endpointCounter_ = 0;                          ///< of the next endpoint: no path is used twice
-    std::vector<std::unique_ptr<Codec>> codecs_;       ///< outlive their endpoints
-    std::vector<std::unique_ptr<Endpoint>> endpoints_; ///< one for each codec, while there is an adapter
-
-    QString connectedDevicePath_; ///< empty: no phone
-    QString connectedDeviceName_;
-    bool nameKnown_ = false; ///< BlueZ has told the phone's name, or that it cannot
-    bluez::PendingCall alias_;
-    bool nameAgain_ = false; ///< another phone has connected meanwhile
-    bluez::PendingCall disconnecting_;
+    bluez::PendingCall search_;        ///< for an adapter
+    std::unique_ptr<Adapter> adapter_; ///< null: no adapter
+    int endpointCounter_ = 0;
+    ConnectedDevice device_;
     Transport *activeTransport_ = nullptr; ///< owned by its endpoint
 };

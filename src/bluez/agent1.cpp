@@ -1,6 +1,7 @@
 #include "bluez/agent1.h"
 
 #include "bluez/adaptermanager.h"
+#include "bluez/names.h"
 #include "log/log.h"
 
 Agent1::Agent1(AdapterManager *manager) : QDBusAbstractAdaptor(manager), manager_(*manager)
@@ -11,6 +12,25 @@ Agent1::Agent1(AdapterManager *manager) : QDBusAbstractAdaptor(manager), manager
 Agent1::~Agent1()
 {
     qDebug("Agent1::~Agent1()");
+}
+
+bluez::Call Agent1::registration()
+{
+    qDebug("RegisterAgent");
+    return {bluez::RootPath,
+            bluez::AgentManagerInterface,
+            QStringLiteral("RegisterAgent"),
+            {QVariant::fromValue(QDBusObjectPath(bluez::AgentPath)), QStringLiteral("NoInputNoOutput")},
+            bluez::Need::Vital};
+}
+
+bluez::Call Agent1::defaultRequest()
+{
+    return {bluez::RootPath,
+            bluez::AgentManagerInterface,
+            QStringLiteral("RequestDefaultAgent"),
+            {QVariant::fromValue(QDBusObjectPath(bluez::AgentPath))},
+            bluez::Need::Vital};
 }
 
 void Agent1::Release()

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "bluez/call.h"
+
 #include <QDBusAbstractAdaptor>
 #include <QDBusObjectPath>
 #include <QString>
@@ -15,6 +17,10 @@ public:
     /// Attached to `manager`, its parent and owner.
     explicit Agent1(AdapterManager *manager);
     ~Agent1() override;
+
+    /// The calls that register it with BlueZ and make it the default one.
+    static bluez::Call registration();
+    static bluez::Call defaultRequest();
 
 public Q_SLOTS:
     void Release();

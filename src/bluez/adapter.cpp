@@ -1,0 +1,85 @@
+#include "bluez/adapter.h"
+
+#include "bluez/agent1.h"
+#include "bluez/endpoint.h"
+#include "bluez/names.h"
+#include "board/speakername.h"
+#include "codec/codecaac.h"
+#include "codec/codecsbc.h"
+#include "log/log.h"
+
+#include <utility>
+
+namespace {
+
+/// What phones are offered, in the order in which it is registered.
+std::vector<std::unique_ptr<Codec>> makeCodecs(bool aacDisabled)
+{
+    std::vector<std::unique_ptr<Codec>> codecs;
+    codecs.push_back(std::make_unique<CodecSBC>());
+    if (!aacDisabled)
+        codecs.push_back(std::make_unique<CodecAAC>());
+    return codecs;
+}
+
+} // namespace
+
+Adapter::Adapter(const QString &path, bool aacDisabled, int &endpointCounter, AdapterManager &manager,
+                 std::function<void()> ready)
+    : path_(path), codecs_(makeCodecs(aacDisabled))
+{
+    setUp_.start(setUpSteps(endpointCounter, manager), std::move(ready));
+}
+
+Adapter::~Adapter() = default;
+
+std::vector<bluez::CallSequence::Step> Adapter::setUpSteps(int &endpointCounter, AdapterManager &manager)
+{
+    using bluez::Need;
+    const auto set = [this](const char *property, const QVariant &value, Need need) {
+        return [this, property, value, need] {
+            return bluez::SetProperty(bluez::AdapterInterface, path_, QLatin1String(property), value, need);
+        };
+    };
+    std::vector<bluez::CallSequence::Step> steps{
+        [this] { return naming(); },
+        set("Powered", true, Need::Vital),
+        set("DiscoverableTimeout", 0U, Need::Optional), // no limit
+        set("Discoverable", true, Need::Vital),
+        Agent1::registration,
+        Agent1::defaultRequest,
+    };
+    for (const std::unique_ptr<Codec> &codec : codecs_) {
+        steps.emplace_back([this, &codec = *codec, &endpointCounter, &manager] {
+            const QString path = QStringLiteral("/endpoint/%1").arg(endpointCounter++);
+            endpoints_.push_back(std::make_unique<Endpoint>(path, codec, manager));
+            return endpoints_.back()->registration(path_);
+        });
+    }
+    return steps;
+}
+
+/// The call that names the adapter after the speaker; none while the speaker has no name.
+std::optional<bluez::Call> Adapter::naming() const
+{
+    const QString name = readSpeakerName();
+    if (name.isEmpty())
+        return {};
+    const QString alias = name + QLatin1String(SpeakerNameSuffix);
+    logDebug() << alias;
+    return bluez::SetProperty(bluez::AdapterInterface, path_, bluez::AliasProperty, alias);
+}
+
+void Adapter::ResetAlias()
+{
+    // A caller that asks faster than BlueZ answers does not pile up calls.
+    renameAgain_ = renaming_.isUnderWay();
+    if (renameAgain_)
+        return;
+    if (const std::optional<bluez::Call> call = naming()) {
+        renaming_.start(*call, [this](const QDBusMessage &) {
+            if (renameAgain_)
+                ResetAlias();
+        });
+    }
+}
