@@ -68,7 +68,7 @@ public:
             return false;
         int round = 0;
         for (; dies ? round < FewestRounds : answered_ < held_; ++round) {
-            if ((phone->socket() >= 0 && !takesPacket()) || (board.bluez.endpoints().size() > 0 && !endpointAnswers())
+            if ((phone->socket() >= 0 && !takesPacket()) || (!board.bluez.endpoints().isEmpty() && !endpointAnswers())
                 || !agentAnswers() || !controlAnswers())
                 return false;
             QTest::qWait(PaceMs);

@@ -85,15 +85,15 @@ void AdapterManager::FindAnAvailableAdapter()
                   [this](const QDBusMessage &reply) { adoptFrom(reply); });
 }
 
-void AdapterManager::adoptFrom(const QDBusMessage &reply)
+void AdapterManager::adoptFrom(const QDBusMessage &managedObjects)
 {
-    if (reply.type() != QDBusMessage::ReplyMessage)
+    if (managedObjects.type() != QDBusMessage::ReplyMessage)
         return;
-    if (reply.signature() != QLatin1String("a{oa{sa{sv}}}")) {
-        logDebug("GetManagedObjects: unexpected types") << reply.signature();
+    if (managedObjects.signature() != QLatin1String("a{oa{sa{sv}}}")) {
+        logDebug("GetManagedObjects: unexpected types") << managedObjects.signature();
         return;
     }
-    const auto objects = qdbus_cast<DBusManagerStruct>(reply.arguments().constFirst());
+    const auto objects = qdbus_cast<DBusManagerStruct>(managedObjects.arguments().constFirst());
     for (auto object = objects.begin(); object != objects.end(); ++object) {
         const QString path = object.key().path();
         logDebug() << path;
