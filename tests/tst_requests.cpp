@@ -160,7 +160,8 @@ void RequestsTest::answersOfThePlayerAreLogged()
     const QByteArray request =
         "GET /BTPropertyChange?type=USB?adapter=true&connected=false&name=&streaming=false HTTP/1.1"
         "\r\nHost: 127.0.0.1:11000\r\n";
-    QCOMPARE(board.player.requests().last().head.left(request.size()), request);
+    // From Qt 6.8 on header names are in lower case, which means the same.
+    QCOMPARE(board.player.requests().last().head.left(request.size()).toLower(), request.toLower());
 }
 
 void RequestsTest::silentPlayerHearsTheLastStateLast()
