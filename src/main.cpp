@@ -2,6 +2,7 @@
 #include "board/kadoinfo.h"
 #include "commandline.h"
 #include "eventloop/eventdispatcher.h"
+#include "eventloop/filedescriptor.h"
 #include "eventloop/processsetup.h"
 #include "log/log.h"
 #include "module/csr8675manager.h"
@@ -15,10 +16,35 @@
 #include <cstdlib>
 #include <memory>
 
+#ifdef KADO_SANITIZED
+#include <QSocketNotifier>
+
+#include <csignal>
+#include <sys/signalfd.h>
+
+namespace {
+
+/// A descriptor that SIGTERM makes readable, in place of ending the process. To be called before there are threads.
+FileDescriptor terminations()
+{
+    sigset_t signal;
+    ::sigemptyset(&signal);
+    ::sigaddset(&signal, SIGTERM);
+    ::sigprocmask(SIG_BLOCK, &signal, nullptr);
+    return FileDescriptor(::signalfd(-1, &signal, SFD_CLOEXEC));
+}
+
+} // namespace
+#endif
+
 int main(int argc, char **argv)
 {
     occupyStandardDescriptors();
     giveLargeBlocksBack();
+#ifdef KADO_SANITIZED
+    // What ships ends at once. Here everything is destroyed, and LeakSanitizer tells what was forgotten.
+    const FileDescriptor terminated = terminations();
+#endif
 
     // The threads that Qt starts, for the bus and for HTTP, have event loops of their own: Qt's cost less than GLib's.
     qputenv("QT_NO_GLIB", "1");
@@ -65,5 +91,9 @@ int main(int argc, char **argv)
     else
         theManager = std::make_unique<AdapterManager>(commandLine.aacDisabled, player);
 
+#ifdef KADO_SANITIZED
+    const QSocketNotifier termination(terminated.get(), QSocketNotifier::Read);
+    QObject::connect(&termination, &QSocketNotifier::activated, &app, &QCoreApplication::quit);
+#endif
     return QCoreApplication::exec();
 }
