@@ -1,6 +1,5 @@
 #include "sim/demo.h"
 #include "sim/moduledemo.h"
-#include "sim/soak.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -30,13 +29,10 @@ int main(int argc, char *argv[])
     const QCommandLineOption silence(QStringLiteral("silence"), QStringLiteral("How long the player listens to it."),
                                      QStringLiteral("SECONDS"), QStringLiteral("10"));
     parser.addOptions({out, bus, hold, silence});
-    parser.addPositionalArgument(QStringLiteral("demo|module|soak"),
-                                 QStringLiteral("A board with a BlueZ adapter, or with an external module, or one "
-                                                "on which everything happens at random."));
+    parser.addPositionalArgument(QStringLiteral("demo|module"),
+                                 QStringLiteral("A board with a BlueZ adapter, or with an external module."));
     parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("Demo: recordings; without one, a few tones."),
                                  QStringLiteral("[FILE...]"));
-    parser.addPositionalArgument(QStringLiteral("MINUTES SEED"), QStringLiteral("Soak: how long, which story."),
-                                 QStringLiteral("[MINUTES SEED]"));
 
     const bool understood = parser.parse(QCoreApplication::arguments());
     if (understood && parser.isSet(help)) {
@@ -48,12 +44,6 @@ int main(int argc, char *argv[])
     const int seconds = parser.value(silence).toInt();
     if (understood && what == QLatin1String("module") && words.size() == 1 && seconds > 0)
         return sim::runModuleDemo(seconds);
-    bool isMinutes = false;
-    bool isSeed = false;
-    const double minutes = words.value(1).toDouble(&isMinutes);
-    const quint32 seed = words.value(2).toUInt(&isSeed);
-    if (understood && what == QLatin1String("soak") && words.size() == 3 && isMinutes && minutes > 0 && isSeed)
-        return sim::runSoak(minutes, seed);
     if (!understood || what != QLatin1String("demo")) {
         std::fprintf(stderr, "%s\n\n%s", qPrintable(parser.errorText()), qPrintable(parser.helpText()));
         return UsageStatus;

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "sim/board.h"
-#include "sim/soakmaterial.h"
-#include "sim/soakreport.h"
+#include "soak/soakmaterial.h"
+#include "soak/soakreport.h"
 
 #include <deque>
 #include <functional>

@@ -1,4 +1,4 @@
-#include "sim/soakmaterial.h"
+#include "soak/soakmaterial.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "sim/heldcalls.h"
+#include "soak/heldcalls.h"
 
 #include <utility>
 

@@ -1,4 +1,4 @@
-#include "sim/soaknotices.h"
+#include "soak/soaknotices.h"
 
 #include "sim/waiting.h"
 

@@ -1,6 +1,6 @@
 // The steps of a soak in which nothing goes wrong: a phone's life, its stream, and those who listen.
 
-#include "sim/soakboard.h"
+#include "soak/soakboard.h"
 
 namespace sim {
 

@@ -1,4 +1,4 @@
-#include "sim/soakreport.h"
+#include "soak/soakreport.h"
 
 #include "sim/daemon.h"
 

@@ -1,4 +1,4 @@
-#include "sim/soakboard.h"
+#include "soak/soakboard.h"
 
 #include "bluez/names.h"
 #include "control/names.h"

@@ -1,7 +1,7 @@
 // The steps of a soak in which adapters or BlueZ come and go, or BlueZ does not answer.
 
 #include "bluez/names.h"
-#include "sim/soakboard.h"
+#include "soak/soakboard.h"
 
 #include <iterator>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "sim/player.h"
-#include "sim/soakreport.h"
+#include "soak/soakreport.h"
 
 #include <QList>
 #include <QString>

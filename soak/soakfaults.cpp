@@ -1,6 +1,6 @@
 // The steps of a soak in which something goes wrong.
 
-#include "sim/soakboard.h"
+#include "soak/soakboard.h"
 
 namespace sim {
 

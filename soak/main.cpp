@@ -1,14 +1,14 @@
-#include "sim/soak.h"
-
-#include "sim/soakboard.h"
 #include "sim/waiting.h"
+#include "soak/soakboard.h"
 
+#include <QCoreApplication>
 #include <QElapsedTimer>
 
+#include <csignal>
 #include <cstdio>
 #include <numeric>
 
-namespace sim {
+using namespace sim;
 
 namespace {
 
@@ -99,9 +99,11 @@ void insistOnFootprint(SoakReport &report, const SoakFootprint &atStart, const S
 #endif
 }
 
-} // namespace
-
-int runSoak(double minutes, quint32 seed)
+/// Runs a board at random for `minutes` (longer where that is less than 800 steps), the same story for the same seed,
+/// as fast as the daemon goes: streams, clients and phones that come and go, and faults in between; everything that is
+/// heard and told is compared. Ends with a table. Stops at the first fault. Returns the exit status of the program: 0
+/// when everything was as it should be.
+int run(double minutes, quint32 seed)
 {
     std::setvbuf(stdout, nullptr, _IOLBF, 0); // a person follows it, also through a pipe
     std::printf("Soak of %g min, seed %u\n", minutes, seed);
@@ -138,4 +140,14 @@ int runSoak(double minutes, quint32 seed)
     return report.finish(atStart, atEnd);
 }
 
-} // namespace sim
+} // namespace
+
+/// Runs in the sandbox: see scripts/soak, which checks the arguments, MINUTES and SEED.
+int main(int argc, char *argv[])
+{
+    // A sandbox that ignores Ctrl-C, so as to outlive this program, hands that down.
+    std::signal(SIGINT, SIG_DFL);
+    const QCoreApplication application(argc, argv);
+    const QStringList arguments = QCoreApplication::arguments();
+    return run(arguments.value(1).toDouble(), arguments.value(2).toUInt());
+}

@@ -1,4 +1,4 @@
-#include "sim/soakaudio.h"
+#include "soak/soakaudio.h"
 
 #include <QElapsedTimer>
 

@@ -1,11 +1,11 @@
 #pragma once
 
 #include "sim/board.h"
-#include "sim/heldcalls.h"
-#include "sim/soakaudio.h"
-#include "sim/soakmaterial.h"
-#include "sim/soaknotices.h"
-#include "sim/soakreport.h"
+#include "soak/heldcalls.h"
+#include "soak/soakaudio.h"
+#include "soak/soakmaterial.h"
+#include "soak/soaknotices.h"
+#include "soak/soakreport.h"
 
 #include <QElapsedTimer>
 
