@@ -10,7 +10,7 @@ namespace boardtest {
 
 inline constexpr int LateMs = 4000; // BlueZ gives up an endpoint that has not answered for 3 s
 
-// What a daemon that waits for BlueZ exceeds by far, and one that does not stays below on a loaded machine, too.
+// A daemon that waits for BlueZ exceeds this by seconds; a loaded machine does not.
 inline constexpr int LimitMs = 1000;
 
 inline constexpr int PaceMs = 20; // a phone's, of its packets
