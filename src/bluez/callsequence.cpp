@@ -6,18 +6,9 @@ namespace bluez {
 
 void CallSequence::start(std::vector<Step> steps, std::function<void()> done)
 {
-    stop();
     steps_ = std::move(steps);
     done_ = std::move(done);
-    nextStep_ = 0;
     next();
-}
-
-void CallSequence::stop()
-{
-    call_.forget();
-    steps_.clear();
-    done_ = nullptr;
 }
 
 void CallSequence::next()
@@ -28,8 +19,7 @@ void CallSequence::next()
             return;
         }
     }
-    if (const std::function<void()> done = std::move(done_))
-        done();
+    done_();
 }
 
 } // namespace bluez

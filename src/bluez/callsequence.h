@@ -9,16 +9,14 @@
 
 namespace bluez {
 
-/// Calls to BlueZ, each made when the one before has been answered, or has failed.
+/// Calls to BlueZ, each made when the one before has been answered, or has failed. With this object the sequence ends.
 class CallSequence {
 public:
     /// Gives the call when its turn has come; without one the next step follows at once.
     using Step = std::function<std::optional<Call>()>;
 
-    /// Takes the steps one after the other, then calls `done`. A sequence under way is stopped.
+    /// Takes the steps one after the other, then calls `done`. To be called once.
     void start(std::vector<Step> steps, std::function<void()> done);
-    /// No further step is taken, and `done` is not called.
-    void stop();
 
 private:
     void next();
