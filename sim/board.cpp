@@ -4,9 +4,6 @@
 #include <QFile>
 #include <QFileInfo>
 
-#include <cstdio>
-#include <cstdlib>
-
 namespace sim {
 
 namespace {
@@ -19,24 +16,20 @@ constexpr int SetUpMs = 15'000;
 
 void insistOnSandbox()
 {
-    if (qgetenv("KADO_SANDBOX") == "1")
-        return;
-    std::fprintf(stderr, "A board writes files of a speaker in /etc and /var: it runs in scripts/sandbox only.\n");
-    std::exit(EXIT_FAILURE);
+    if (qgetenv("KADO_SANDBOX") != "1")
+        qFatal("A board writes files of a speaker in /etc and /var: it runs in scripts/sandbox only.");
 }
+
+} // namespace
 
 void writeFile(const QString &path, const QByteArray &content)
 {
     insistOnSandbox();
     QDir().mkpath(QFileInfo(path).path());
     QFile file(path);
-    if (file.open(QIODevice::WriteOnly) && file.write(content) == content.size())
-        return;
-    std::fprintf(stderr, "%s: %s\n", qPrintable(path), qPrintable(file.errorString()));
-    std::exit(EXIT_FAILURE);
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
+        qFatal("%s: %s", qPrintable(path), qPrintable(file.errorString()));
 }
-
-} // namespace
 
 void writeDeviceInfo(const QByteArray &xml)
 {

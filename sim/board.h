@@ -14,7 +14,8 @@ namespace sim {
 
 /// The files of a board as the daemon reads them. To be used only in the sandbox (see scripts/sandbox): the paths are
 /// the real ones, so the functions refuse, ending the program, unless the environment says KADO_SANDBOX=1.
-void writeDeviceInfo(const QByteArray &xml); ///< /etc/kado_info.xml
+void writeFile(const QString &path, const QByteArray &content); ///< makes its folder where there is none
+void writeDeviceInfo(const QByteArray &xml);                    ///< /etc/kado_info.xml
 void removeDeviceInfo();
 void writePlayerName(const QByteArray &content); ///< /var/data/player_name
 void removePlayerName();

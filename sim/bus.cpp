@@ -12,10 +12,8 @@ namespace sim {
 namespace {
 
 constexpr int StartMs = 5000;
-constexpr int StopMs = 2000;
 
 // Of the type that the daemon is made for, but without the policy of a real system bus: anybody may do anything.
-// The limits are those of a session bus.
 const char *const Configuration = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
@@ -29,14 +27,6 @@ const char *const Configuration = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop/
     <allow receive_sender="*" eavesdrop="true"/>
     <allow eavesdrop="true"/>
   </policy>
-  <limit name="max_incoming_bytes">1000000000</limit>
-  <limit name="max_outgoing_bytes">1000000000</limit>
-  <limit name="max_message_size">1000000000</limit>
-  <limit name="max_completed_connections">100000</limit>
-  <limit name="max_connections_per_user">100000</limit>
-  <limit name="max_names_per_connection">50000</limit>
-  <limit name="max_match_rules_per_connection">50000</limit>
-  <limit name="max_replies_per_connection">128</limit>
 </busconfig>
 )";
 
@@ -101,11 +91,7 @@ void Bus::kill()
 
 Bus::~Bus()
 {
-    process_.terminate();
-    if (!process_.waitForFinished(StopMs)) {
-        process_.kill();
-        process_.waitForFinished();
-    }
+    kill();
     QFile::remove(socketPath_);
 }
 

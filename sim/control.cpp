@@ -12,15 +12,14 @@ namespace {
 
 const QString CommandInterface = QStringLiteral("org.kadobt.commands");
 
-QString newConnectionName()
+QDBusMessage messageTo(const QString &interface, const QString &method)
 {
-    static int instances = 0;
-    return QStringLiteral("board-%1").arg(instances++);
+    return QDBusMessage::createMethodCall(control::Service, control::ObjectPath, interface, method);
 }
 
 } // namespace
 
-Control::Control(const QString &address) : connection_(QDBusConnection::connectToBus(address, newConnectionName())) {}
+Control::Control(const QString &address) : connection_(connectToBus(address)) {}
 
 Control::~Control()
 {
@@ -31,22 +30,19 @@ Control::~Control()
 
 QDBusMessage Control::call(const QString &method)
 {
-    return callAndWait(connection_,
-                       QDBusMessage::createMethodCall(control::Service, control::ObjectPath, CommandInterface, method));
+    return callAndWait(connection_, messageTo(CommandInterface, method));
 }
 
 QVariant Control::property(const QString &name)
 {
-    QDBusMessage call = QDBusMessage::createMethodCall(control::Service, control::ObjectPath,
-                                                       bluez::PropertiesInterface, QStringLiteral("Get"));
+    QDBusMessage call = messageTo(bluez::PropertiesInterface, QStringLiteral("Get"));
     call << CommandInterface << name;
     return callAndWait(connection_, call).arguments().value(0).value<QDBusVariant>().variant();
 }
 
 QDBusMessage Control::setProperty(const QString &name, const QVariant &value)
 {
-    QDBusMessage call = QDBusMessage::createMethodCall(control::Service, control::ObjectPath,
-                                                       bluez::PropertiesInterface, QStringLiteral("Set"));
+    QDBusMessage call = messageTo(bluez::PropertiesInterface, QStringLiteral("Set"));
     call << CommandInterface << name << QVariant::fromValue(QDBusVariant(value));
     return callAndWait(connection_, call);
 }

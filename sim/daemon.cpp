@@ -20,13 +20,6 @@ QString defaultProgram()
     return qEnvironmentVariable("KADO_BT", QStringLiteral(KADO_BT_BINARY));
 }
 
-QString withoutBlanksAtEnd(QString text)
-{
-    while (text.endsWith(QLatin1Char(' ')))
-        text.chop(1);
-    return text;
-}
-
 QByteArray readProc(const QProcess &process, const char *name)
 {
     QFile file(QStringLiteral("/proc/%1/%2").arg(process.processId()).arg(QLatin1String(name)));
@@ -36,12 +29,8 @@ QByteArray readProc(const QProcess &process, const char *name)
 /// The number behind "KEY:" in smaps_rollup, KiB; 0 when there is none.
 int memoryKib(const QProcess &process, const QByteArray &key)
 {
-    const QList<QByteArray> lines = readProc(process, "smaps_rollup").split('\n');
-    for (const QByteArray &line : lines) {
-        if (line.startsWith(key + ':'))
-            return line.mid(key.size() + 1).trimmed().split(' ').first().toInt();
-    }
-    return 0;
+    const QByteArray fields = readProc(process, "smaps_rollup").simplified();
+    return fields.mid(fields.indexOf(key + ": ") + key.size() + 2).split(' ').first().toInt();
 }
 
 } // namespace
@@ -100,9 +89,8 @@ QStringList Daemon::logTexts() const
 
 bool Daemon::logged(const QString &line, int from) const
 {
-    const QString wanted = withoutBlanksAtEnd(line);
     for (int i = from; i < log_.size(); ++i) {
-        if (withoutBlanksAtEnd(log_.at(i).text) == wanted)
+        if (log_.at(i).text.trimmed() == line.trimmed())
             return true;
     }
     return false;

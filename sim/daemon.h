@@ -41,7 +41,7 @@ public:
     const QList<LogLine> &log() const { return log_; }
     QStringList logTexts() const;
     void forgetLog() { log_.clear(); }
-    /// Whether a line stands in the log, from line `from` on, blanks at its end not counted.
+    /// Whether a line stands in the log, from line `from` on, blanks around it not counted.
     bool logged(const QString &line, int from = 0) const;
     /// Standard output so far.
     QByteArray output() const { return output_; }

@@ -3,21 +3,19 @@
 #include "bluez/names.h"
 #include "sim/board.h"
 #include "sim/heardcheck.h"
+#include "sim/recording.h"
+#include "sim/sbcstream.h"
 #include "sim/story.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QSocketNotifier>
 
 #include <algorithm>
-#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <unistd.h>
+#include <limits>
 #include <utility>
-#include <vector>
 
 namespace sim {
 
@@ -31,59 +29,7 @@ constexpr int EncoderStartMs = 300;
 // What the daemon, the local socket and the player have between them when the last packet has been sent.
 constexpr int LastAudioMs = 2000;
 
-int wakeUpPipe[2] = {-1, -1};
-
-void wakeUp(int)
-{
-    const char byte = 0;
-    [[maybe_unused]] const ssize_t written = ::write(wakeUpPipe[1], &byte, 1);
-}
-
-/// A few seconds of a chord, for when there is no recording.
-Recording chord()
-{
-    constexpr int Seconds = 3;
-    constexpr double Amplitude = 5000;
-    constexpr double TwoPi = 6.283185307179586;
-    Recording recording;
-    recording.sampleRate = 48000;
-    recording.channels = 2;
-    std::vector<std::int16_t> samples;
-    for (int i = 0; i < Seconds * recording.sampleRate; ++i) {
-        const double time = static_cast<double>(i) / recording.sampleRate;
-        const double fifth = Amplitude * std::sin(TwoPi * 660 * time);
-        for (const double root : {440.0, 441.0}) // left, right
-            samples.push_back(static_cast<std::int16_t>(fifth + Amplitude * std::sin(TwoPi * root * time)));
-    }
-    recording.pcm = QByteArray(reinterpret_cast<const char *>(samples.data()),
-                               static_cast<int>(samples.size() * sizeof(std::int16_t)));
-    return recording;
-}
-
-/// All files as one recording; empty when they cannot be, and `error` says why.
-Recording readRecordings(const QStringList &files, QString &error)
-{
-    if (files.isEmpty())
-        return chord();
-    Recording whole;
-    for (const QString &file : files) {
-        const Recording part = readRecording(file, error);
-        if (part.pcm.isEmpty())
-            return {};
-        if (!whole.pcm.isEmpty() && part.sampleRate != whole.sampleRate) {
-            error = QStringLiteral("%1: its sampling rate is %2 Hz, but that of %3 is %4 Hz")
-                        .arg(file)
-                        .arg(part.sampleRate)
-                        .arg(files.first())
-                        .arg(whole.sampleRate);
-            return {};
-        }
-        whole.sampleRate = part.sampleRate;
-        whole.channels = part.channels;
-        whole.pcm += part.pcm;
-    }
-    return whole;
-}
+volatile std::sig_atomic_t interrupted = 0;
 
 /// The board with its phone, and the story that they tell. A step that does not come out as it should stops the story.
 class Demo {
@@ -108,21 +54,17 @@ private:
     Board board_;
     Story story_;
     Phone phone_;
-    QStringList callsAtStart_;
+    QList<BluezCall> callsAtStart_;
 };
 
 Demo::Demo(const DemoOptions &options, const Recording &recording)
-    : options_(options), recording_(recording), board_(options.busSocketPath), story_(board_.player),
+    : options_(options), recording_(recording), board_(options.busSocketPath), story_(board_.daemon, board_.player),
       phone_(board_.bluez, PhonePath, PhoneName)
 {
     constexpr int Mtu = 672; // what BlueZ and a phone agree on
     format_.sampleRate = recording.sampleRate;
     packets_ = encodeSbc(recording.pcm, format_, Mtu);
 
-    QObject::connect(&board_.daemon, &Daemon::logLine, &board_.daemon,
-                     [this](const QString &text) { story_.say("kado-bt", text); });
-    QObject::connect(&board_.player, &Player::requested, &board_.player,
-                     [this](const PlayerRequest &request) { story_.say("player", "is told " + request.target); });
     board_.player.connectWhenTold(true);
 }
 
@@ -143,9 +85,7 @@ bool Demo::stream()
     story_.say("board", QStringLiteral("kado-bt starts"));
     if (!story_.insist(board_.startDaemon(), QStringLiteral("kado-bt did not set the adapter up")))
         return false;
-    const QList<BluezCall> &calls = board_.bluez.calls();
-    for (const BluezCall &call : calls)
-        callsAtStart_.append(call.text());
+    callsAtStart_ = board_.bluez.calls();
     if (!awaitStatus(false, false)
         || !story_.insist(isAdapterSetUp(), QStringLiteral("the adapter is not as it should be")))
         return false;
@@ -158,13 +98,12 @@ bool Demo::stream()
     phone_.connect();
     if (!awaitStatus(true, false))
         return false;
-    if (!story_.insist(phone_.authorize(), QStringLiteral("the phone was not authorised")))
-        return false;
-    story_.say("phone", QStringLiteral("is authorised for audio"));
-    if (!story_.insist(phone_.configure(format_), QStringLiteral("the configuration was refused")))
+    if (!story_.insist(phone_.authorize(), QStringLiteral("the phone was not authorised"))
+        || !story_.insist(phone_.configure(format_), QStringLiteral("the configuration was refused")))
         return false;
     story_.say("phone",
-               QStringLiteral("has configured SBC: %1 Hz, joint stereo, %2 blocks, %3 subbands, loudness, bitpool %4")
+               QStringLiteral("is authorised for audio and has configured SBC: %1 Hz, joint stereo, %2 blocks, %3 "
+                              "subbands, loudness, bitpool %4")
                    .arg(format_.sampleRate)
                    .arg(format_.blocks)
                    .arg(format_.subbands)
@@ -175,14 +114,7 @@ bool Demo::stream()
     QElapsedTimer sinceActive;
     sinceActive.start();
     story_.say("phone", QStringLiteral("has started the stream"));
-    if (!awaitStatus(true, true))
-        return false;
-    story_.say("board", QStringLiteral("calls SelectBluetooth of the control interface"));
-    if (!story_.insist(board_.control.call(QStringLiteral("SelectBluetooth")).type() == QDBusMessage::ReplyMessage,
-                       QStringLiteral("SelectBluetooth failed"))
-        || !story_.awaitRequest(QStringLiteral("/Play?url=Capture:bluez:bluetooth:pcm/%1/16/2&name=%2")
-                                    .arg(format_.sampleRate)
-                                    .arg(PhoneName)))
+    if (!awaitStatus(true, true) || !story_.selectBluetooth(board_.control, format_.sampleRate, PhoneName))
         return false;
     waitFor([this] { return board_.player.audioConnected(); },
             std::max(0, EncoderStartMs - static_cast<int>(sinceActive.elapsed())));
@@ -206,25 +138,17 @@ bool Demo::stopStreaming()
 
     story_.say("phone", QStringLiteral("suspends the stream"));
     phone_.suspend();
-    if (!awaitStatus(true, false))
+    if (!awaitStatus(true, false) || !story_.insist(phone_.clear(), QStringLiteral("ClearConfiguration failed")))
         return false;
-    if (!story_.insist(phone_.clear(), QStringLiteral("ClearConfiguration failed")))
-        return false;
-    story_.say("phone", QStringLiteral("has cleared the configuration"));
-    story_.say("phone", QStringLiteral("disconnects"));
+    story_.say("phone", QStringLiteral("has cleared the configuration and disconnects"));
     phone_.disconnect();
     return awaitStatus(false, false);
 }
 
 int Demo::hold()
 {
-    if (::pipe(wakeUpPipe) != 0)
-        return EXIT_FAILURE;
-    QSocketNotifier signalled(wakeUpPipe[0], QSocketNotifier::Read);
-    QObject::connect(&signalled, &QSocketNotifier::activated, &signalled, [] { QCoreApplication::quit(); });
-    std::signal(SIGINT, wakeUp);
-    std::signal(SIGTERM, wakeUp);
-
+    std::signal(SIGINT, [](int) { interrupted = 1; });
+    std::signal(SIGTERM, [](int) { interrupted = 1; });
     QObject::connect(&phone_, &Phone::finished, &board_.player, [this] {
         if (phone_.socket() < 0)
             return;
@@ -234,11 +158,6 @@ int Demo::hold()
     });
     QObject::connect(&board_.bluez, &FakeBluez::disconnectRequested, &phone_,
                      [this] { story_.say("phone", QStringLiteral("is disconnected by the speaker")); });
-    QObject::connect(&board_.daemon.process(), &QProcess::stateChanged, &board_.daemon, [] {
-        std::fprintf(stderr, "kado-bt has ended by itself\n");
-        QCoreApplication::exit(EXIT_FAILURE);
-    });
-
     const QString busctl = QStringLiteral("busctl --address=") + board_.bus.address();
     const QString object = QStringLiteral(" org.kadobt /kadobt");
     const QString interface = object + QStringLiteral(" org.kadobt.commands ");
@@ -251,11 +170,15 @@ int Demo::hold()
     std::printf("%s\n", qPrintable(busctl + " introspect" + object));
     std::printf("%s\n\n", qPrintable(busctl + " tree org.bluez"));
 
-    const int status = QCoreApplication::exec();
-    board_.daemon.process().disconnect(&board_.daemon);
+    const auto hasEnded = [this] { return board_.daemon.process().state() == QProcess::NotRunning; };
+    waitFor([&] { return interrupted != 0 || hasEnded(); }, std::numeric_limits<int>::max());
+    if (hasEnded()) {
+        std::fprintf(stderr, "kado-bt has ended by itself\n");
+        return EXIT_FAILURE;
+    }
     board_.daemon.stop();
     story_.say("board", QStringLiteral("kado-bt is stopped"));
-    return status;
+    return EXIT_SUCCESS;
 }
 
 bool Demo::awaitStatus(bool connected, bool streaming)
@@ -287,20 +210,18 @@ int Demo::sumUp()
     double sentSeconds = 0;
     for (const QByteArray &packet : packets_)
         sentSeconds += packetSeconds(packet, format_);
-    // What came before the player is not held against the codec.
-    const QByteArray original = recording_.pcm.mid(
-        static_cast<int>(decodeSbc(packets_.mid(0, check.firstPacket)).size()));
+    Recording original = recording_; // what came before the player is not held against the codec
+    original.pcm.remove(0, static_cast<int>(decodeSbc(packets_.mid(0, check.firstPacket)).size()));
 
     std::printf("\nCalls to BlueZ at start:\n");
-    for (const QString &call : std::as_const(callsAtStart_))
-        std::printf("    %s\n", qPrintable(call));
+    for (const BluezCall &call : std::as_const(callsAtStart_))
+        std::printf("    %s\n", qPrintable(call.text()));
     story_.listRequests();
     std::printf("Audio:\n");
     std::printf("    sent       %.2f s in %d packets\n", sentSeconds, static_cast<int>(packets_.size()));
-    std::printf("    heard      %.2f s, %s\n", heardRecording.seconds(),
-                qPrintable(heard.isEmpty() ? QStringLiteral("nothing at all") : check.text()));
+    std::printf("    heard      %.2f s, %s\n", heardRecording.seconds(), qPrintable(check.text));
     if (check.exact)
-        std::printf("    SNR        %.1f dB against the recording\n", snrDb(original, heard, format_.channels()));
+        std::printf("    SNR        %.1f dB against the recording\n", snrDb(original, heardRecording));
     std::printf("    to listen  %s\n", qPrintable(wav));
     return story_.end();
 }
@@ -309,7 +230,6 @@ int Demo::sumUp()
 
 int runDemo(const DemoOptions &options)
 {
-    std::setvbuf(stdout, nullptr, _IOLBF, 0); // a person follows it, also through a pipe
     QString error;
     const Recording recording = readRecordings(options.files, error);
     if (recording.pcm.isEmpty()) {

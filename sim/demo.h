@@ -6,10 +6,10 @@
 namespace sim {
 
 struct DemoOptions {
-    QString outDirectory = QStringLiteral("."); ///< where heard.wav is written; made when it is not there
-    QString busSocketPath;                      ///< of the board's bus; empty: somewhere temporary
-    bool hold = false;                          ///< keep streaming until SIGINT or SIGTERM
-    QStringList files;                          ///< recordings, played one after another; none: a few tones
+    QString outDirectory;  ///< where heard.wav is written; made when it is not there
+    QString busSocketPath; ///< of the board's bus; empty: somewhere temporary
+    bool hold;             ///< keep streaming until SIGINT or SIGTERM
+    QStringList files;     ///< recordings, played one after another
 };
 
 /// Shows the daemon at work on a board, telling on standard output what happens, and sums up. Returns the exit status

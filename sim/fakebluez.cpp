@@ -1,13 +1,11 @@
 #include "sim/fakebluez.h"
 
 #include "bluez/names.h"
-#include "sim/waiting.h"
 
 #include <QDBusArgument>
 #include <QDBusConnectionInterface>
 #include <QDBusMetaType>
 #include <QDBusVariant>
-#include <QTimer>
 
 #include <algorithm>
 #include <fcntl.h>
@@ -74,7 +72,7 @@ FakeBluez::FakeBluez(const QString &address) : address_(address), connection_(QS
     if (!QMetaType::hasRegisteredConverterFunction<QDBusObjectPath, QString>())
         QMetaType::registerConverter(&QDBusObjectPath::path);
     clock_.start();
-    connectToBus();
+    takeName();
     addObject(bluez::RootPath, {{bluez::AgentManagerInterface, {}}}, Announce::Quietly);
 }
 
@@ -83,11 +81,9 @@ FakeBluez::~FakeBluez()
     crash();
 }
 
-void FakeBluez::connectToBus()
+void FakeBluez::takeName()
 {
-    static int connections = 0;
-    connectionName_ = QStringLiteral("fakebluez-%1").arg(connections++);
-    connection_ = QDBusConnection::connectToBus(address_, connectionName_);
+    connection_ = connectToBus(address_);
     connection_.registerVirtualObject(bluez::ObjectManagerPath, this, QDBusConnection::SubPath);
     const QDBusReply<QDBusConnectionInterface::RegisterServiceReply> reply = connection_.interface()->registerService(
         bluez::Service, QDBusConnectionInterface::ReplaceExistingService, QDBusConnectionInterface::AllowReplacement);
@@ -104,29 +100,28 @@ void FakeBluez::forgetEverything()
     clients_.reset();
     endpoints_.clear();
     streams_.clear();
-    agentPath_.clear();
-    agentService_.clear();
-    defaultAgent_ = false;
+    agent_ = {};
     tree_.clear();
 }
 
 void FakeBluez::crash()
 {
     forgetEverything();
+    const QString name = connection_.name();
     connection_ = QDBusConnection(QString()); // the last reference but the library's own
-    QDBusConnection::disconnectFromBus(connectionName_);
+    QDBusConnection::disconnectFromBus(name);
 }
 
 void FakeBluez::restart()
 {
-    connectToBus();
+    takeName();
     addObject(bluez::RootPath, {{bluez::AgentManagerInterface, {}}});
 }
 
 void FakeBluez::replace()
 {
     forgetEverything();
-    const QString oldName = connectionName_;
+    const QString oldName = connection_.name();
     restart();
     QDBusConnection::disconnectFromBus(oldName);
 }
@@ -134,14 +129,14 @@ void FakeBluez::replace()
 void FakeBluez::forgetClient(const QString &service)
 {
     clients_->removeWatchedService(service);
-    endpoints_.erase(std::remove_if(endpoints_.begin(), endpoints_.end(),
-                                    [&](const RegisteredEndpoint &endpoint) { return endpoint.service == service; }),
-                     endpoints_.end());
-    if (agentService_ == service) {
-        agentService_.clear();
-        agentPath_.clear();
-        defaultAgent_ = false;
-    }
+    forgetEndpoints([&](const RegisteredEndpoint &endpoint) { return endpoint.service == service; });
+    if (agent_.service == service)
+        agent_ = {};
+}
+
+void FakeBluez::forgetEndpoints(const std::function<bool(const RegisteredEndpoint &)> &which)
+{
+    endpoints_.erase(std::remove_if(endpoints_.begin(), endpoints_.end(), which), endpoints_.end());
 }
 
 // --- The object tree.
@@ -192,7 +187,7 @@ void FakeBluez::addAdapter(const QString &path, Announce how)
         {QStringLiteral("Powered"), false},
         {QStringLiteral("Discoverable"), false},
         {QStringLiteral("DiscoverableTimeout"), DiscoverableSeconds},
-        {QStringLiteral("Pairable"), !agentPath_.isEmpty()},
+        {QStringLiteral("Pairable"), !agent_.path.isEmpty()},
         {QStringLiteral("PairableTimeout"), 0U},
         {QStringLiteral("Discovering"), false},
         {QStringLiteral("UUIDs"), QStringList{QStringLiteral("00001200-0000-1000-8000-00805f9b34fb")}},
@@ -203,16 +198,12 @@ void FakeBluez::addAdapter(const QString &path, Announce how)
 
 void FakeBluez::removeAdapter(const QString &path)
 {
-    const QList<RegisteredEndpoint> endpoints = endpoints_;
-    for (const RegisteredEndpoint &endpoint : endpoints) {
+    forgetEndpoints([&](const RegisteredEndpoint &endpoint) {
         if (endpoint.adapter == path)
             connection_.send(QDBusMessage::createMethodCall(endpoint.service, endpoint.path, MediaEndpointInterface,
                                                             QStringLiteral("Release")));
-    }
-    endpoints_.erase(std::remove_if(endpoints_.begin(), endpoints_.end(),
-                                    [&](const RegisteredEndpoint &endpoint) { return endpoint.adapter == path; }),
-                     endpoints_.end());
-
+        return endpoint.adapter == path;
+    });
     const QList<QDBusObjectPath> objects = tree_.keys();
     for (auto object = objects.rbegin(); object != objects.rend(); ++object) { // what is below comes behind
         if (object->path() == path || object->path().startsWith(path + QLatin1Char('/')))
@@ -254,14 +245,6 @@ void FakeBluez::refuse(const QString &member, const QString &errorName, const QS
     });
 }
 
-void FakeBluez::delay(const QString &member, int ms)
-{
-    intercept(member, [=](const QDBusMessage &call) {
-        QTimer::singleShot(ms, Qt::PreciseTimer, this, [=] { answer(call); });
-        return true;
-    });
-}
-
 void FakeBluez::swallow(const QString &member)
 {
     intercept(member, [](const QDBusMessage &) { return true; });
@@ -277,14 +260,10 @@ int FakeBluez::countCalls(const QString &member) const
 
 void FakeBluez::remember(const QDBusMessage &message)
 {
-    BluezCall call;
-    call.path = message.path();
-    call.interface = message.interface();
-    call.member = message.member();
+    BluezCall call{message.path(), message.interface(), message.member(), {}, clock_.elapsed()};
     const QVariantList arguments = message.arguments();
     for (const QVariant &argument : arguments)
         call.arguments.append(unwrapped(argument));
-    call.ms = clock_.elapsed();
     calls_.append(call);
     Q_EMIT called(call);
 }
@@ -296,29 +275,30 @@ void FakeBluez::offerStream(const QString &path, int fd, quint16 mtu)
 
 QDBusMessage FakeBluez::callAgent(const QString &member, const QVariantList &arguments)
 {
-    if (agentPath_.isEmpty())
+    if (agent_.path.isEmpty())
         return QDBusMessage::createError(QStringLiteral("sim.NoAgent"), QStringLiteral("No agent is registered"));
-    QDBusMessage message = QDBusMessage::createMethodCall(agentService_, agentPath_, AgentInterface, member);
+    QDBusMessage message = QDBusMessage::createMethodCall(agent_.service, agent_.path, AgentInterface, member);
     message.setArguments(arguments);
     return call(message);
 }
 
-QDBusMessage FakeBluez::callEndpoint(uchar codec, const QString &member, const QVariantList &arguments)
+const RegisteredEndpoint *FakeBluez::endpointFor(uchar codec) const
 {
     const auto endpoint = std::find_if(endpoints_.cbegin(), endpoints_.cend(),
                                        [&](const RegisteredEndpoint &candidate) { return candidate.codec == codec; });
-    if (endpoint == endpoints_.cend())
+    return endpoint == endpoints_.cend() ? nullptr : &*endpoint;
+}
+
+QDBusMessage FakeBluez::callEndpoint(uchar codec, const QString &member, const QVariantList &arguments)
+{
+    const RegisteredEndpoint *endpoint = endpointFor(codec);
+    if (!endpoint)
         return QDBusMessage::createError(QStringLiteral("sim.NoEndpoint"),
                                          QStringLiteral("No endpoint is registered for codec %1").arg(codec));
     QDBusMessage message = QDBusMessage::createMethodCall(endpoint->service, endpoint->path, MediaEndpointInterface,
                                                           member);
     message.setArguments(arguments);
     return call(message);
-}
-
-QDBusMessage FakeBluez::call(const QDBusMessage &message)
-{
-    return callAndWait(connection_, message);
 }
 
 } // namespace sim

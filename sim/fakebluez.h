@@ -2,6 +2,7 @@
 
 #include "bluez/objecttree.h"
 #include "eventloop/filedescriptor.h"
+#include "sim/waiting.h"
 
 #include <QByteArray>
 #include <QDBusConnection>
@@ -81,7 +82,6 @@ public:
     void intercept(const QString &member, const Interceptor &interceptor);
     void stopIntercepting(const QString &member) { interceptors_.remove(member); }
     void refuse(const QString &member, const QString &errorName, const QString &text);
-    void delay(const QString &member, int ms);
     void swallow(const QString &member);
     /// Answers a call as usual, for an interceptor that did so late.
     void answer(const QDBusMessage &call);
@@ -98,8 +98,10 @@ public:
     int countCalls(const QString &member) const;
     void forgetCalls() { calls_.clear(); }
     const QList<RegisteredEndpoint> &endpoints() const { return endpoints_; }
-    QString agentPath() const { return agentPath_; }
-    bool defaultAgent() const { return defaultAgent_; }
+    /// The endpoint registered for `codec`; null when there is none. Good until the next one comes or goes.
+    const RegisteredEndpoint *endpointFor(uchar codec) const;
+    QString agentPath() const { return agent_.path; }
+    bool defaultAgent() const { return agent_.isDefault; }
 
     /// Hands `fd` out at the next Acquire of the transport at `path` (a duplicate; the caller keeps its own), with
     /// both MTUs `mtu`; the object of the transport must be in the tree. After the reply has been sent the property
@@ -113,7 +115,7 @@ public:
     QDBusMessage callAgent(const QString &member, const QVariantList &arguments);
     QDBusMessage callEndpoint(uchar codec, const QString &member, const QVariantList &arguments);
     /// The same for any object of the daemon's.
-    QDBusMessage call(const QDBusMessage &message);
+    QDBusMessage call(const QDBusMessage &message) { return callAndWait(connection_, message); }
 
     QDBusConnection connection() const { return connection_; }
 
@@ -131,31 +133,31 @@ private:
         FileDescriptor fd; ///< none once it was handed out
         quint16 mtu;
     };
+    struct Agent {
+        QString service;
+        QString path;
+        bool isDefault = false;
+    };
 
     static const QList<Method> &methods();
 
-    void connectToBus();
+    void takeName();
     void forgetEverything();
     void forgetClient(const QString &service);
+    void forgetEndpoints(const std::function<bool(const RegisteredEndpoint &)> &which);
     void remember(const QDBusMessage &message);
     void refuseCall(const QDBusMessage &call, const QString &errorName, const QString &text);
     void reply(const QDBusMessage &call, const QVariantList &arguments = {});
 
     void getManagedObjects(const QDBusMessage &call);
     void get(const QDBusMessage &call);
-    void getAll(const QDBusMessage &call);
     void set(const QDBusMessage &call);
     void registerAgent(const QDBusMessage &call);
-    void unregisterAgent(const QDBusMessage &call);
     void requestDefaultAgent(const QDBusMessage &call);
     void registerEndpoint(const QDBusMessage &call);
-    void unregisterEndpoint(const QDBusMessage &call);
     void acquire(const QDBusMessage &call);
-    void release(const QDBusMessage &call);
-    void connectDevice(const QDBusMessage &call);
     void disconnectDevice(const QDBusMessage &call);
 
-    QString connectionName_;
     QString address_;
     QDBusConnection connection_;
     std::unique_ptr<QDBusServiceWatcher> clients_;
@@ -164,9 +166,7 @@ private:
     QList<BluezCall> calls_;
     QList<RegisteredEndpoint> endpoints_;
     std::map<QString, Stream> streams_;
-    QString agentPath_;
-    QString agentService_;
-    bool defaultAgent_ = false;
+    Agent agent_;
     QElapsedTimer clock_;
 };
 

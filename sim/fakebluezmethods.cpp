@@ -1,4 +1,4 @@
-// The answering half of FakeBluez: the table of its methods, what each does, and the introspection made from the table.
+// The answering half of FakeBluez: the table of its methods, what each does, and the introspection of the tree.
 
 #include "bluez/names.h"
 #include "sim/fakebluez.h"
@@ -15,8 +15,7 @@ namespace sim {
 struct FakeBluez::Method {
     QLatin1String interface;
     QLatin1String name;
-    QLatin1String in;  ///< D-Bus signature, of single complete types without structures
-    QLatin1String out; ///< the same
+    QLatin1String in; ///< D-Bus signature
     void (FakeBluez::*answer)(const QDBusMessage &call);
 };
 
@@ -28,16 +27,12 @@ const QString UnknownMethod = QStringLiteral("org.freedesktop.DBus.Error.Unknown
 const QString InvalidSignature = QStringLiteral("org.freedesktop.DBus.Error.InvalidSignature");
 const QString PropertyReadOnly = QStringLiteral("org.freedesktop.DBus.Error.PropertyReadOnly");
 
-bool isWritable(const QString &interface, const QString &property)
+bool isWritable(const QString &property)
 {
-    static const QHash<QString, QStringList> Writable{
-        {bluez::AdapterInterface,
-         {QStringLiteral("Alias"), QStringLiteral("Discoverable"), QStringLiteral("DiscoverableTimeout"),
-          QStringLiteral("Pairable"), QStringLiteral("PairableTimeout"), QStringLiteral("Powered")}},
-        {bluez::DeviceInterface, {QStringLiteral("Alias"), QStringLiteral("Blocked"), QStringLiteral("Trusted")}},
-        {bluez::MediaTransportInterface, {QStringLiteral("Delay"), QStringLiteral("Volume")}},
-    };
-    return Writable.value(interface).contains(property);
+    static const QStringList Writable = QStringLiteral("Alias Blocked Delay Discoverable DiscoverableTimeout Pairable "
+                                                       "PairableTimeout Powered Trusted Volume")
+                                            .split(QLatin1Char(' '));
+    return Writable.contains(property);
 }
 
 QString signatureOf(const QVariant &value)
@@ -49,56 +44,21 @@ QString signatureOf(const QVariant &value)
 #endif
 }
 
-/// The complete types of a signature: "oa{sv}" is "o" and "a{sv}".
-QStringList typesOf(const QString &signature)
-{
-    QStringList types;
-    int depth = 0;
-    bool complete = true;
-    for (const QChar c : signature) {
-        if (complete)
-            types.append(QString());
-        types.last().append(c);
-        if (c == QLatin1Char('{'))
-            ++depth;
-        else if (c == QLatin1Char('}'))
-            --depth;
-        complete = depth == 0 && c != QLatin1Char('a');
-    }
-    return types;
-}
-
-QString argumentsXml(const QString &signature, const char *direction)
-{
-    QString xml;
-    const QStringList types = typesOf(signature);
-    for (const QString &type : types)
-        xml += QStringLiteral("      <arg type=\"%1\" direction=\"%2\"/>\n").arg(type, QLatin1String(direction));
-    return xml;
-}
-
 } // namespace
 
 const QList<FakeBluez::Method> &FakeBluez::methods()
 {
     static const auto name = [](const char *text) { return QLatin1String(text); };
     static const QList<Method> Table{
-        {bluez::ObjectManagerInterface, name("GetManagedObjects"), name(""), name("a{oa{sa{sv}}}"),
-         &FakeBluez::getManagedObjects},
-        {bluez::PropertiesInterface, name("Get"), name("ss"), name("v"), &FakeBluez::get},
-        {bluez::PropertiesInterface, name("GetAll"), name("s"), name("a{sv}"), &FakeBluez::getAll},
-        {bluez::PropertiesInterface, name("Set"), name("ssv"), name(""), &FakeBluez::set},
-        {bluez::AgentManagerInterface, name("RegisterAgent"), name("os"), name(""), &FakeBluez::registerAgent},
-        {bluez::AgentManagerInterface, name("UnregisterAgent"), name("o"), name(""), &FakeBluez::unregisterAgent},
-        {bluez::AgentManagerInterface, name("RequestDefaultAgent"), name("o"), name(""),
-         &FakeBluez::requestDefaultAgent},
-        {bluez::MediaInterface, name("RegisterEndpoint"), name("oa{sv}"), name(""), &FakeBluez::registerEndpoint},
-        {bluez::MediaInterface, name("UnregisterEndpoint"), name("o"), name(""), &FakeBluez::unregisterEndpoint},
-        {bluez::MediaTransportInterface, name("Acquire"), name(""), name("hqq"), &FakeBluez::acquire},
-        {bluez::MediaTransportInterface, name("TryAcquire"), name(""), name("hqq"), &FakeBluez::acquire},
-        {bluez::MediaTransportInterface, name("Release"), name(""), name(""), &FakeBluez::release},
-        {bluez::DeviceInterface, name("Connect"), name(""), name(""), &FakeBluez::connectDevice},
-        {bluez::DeviceInterface, name("Disconnect"), name(""), name(""), &FakeBluez::disconnectDevice},
+        {bluez::ObjectManagerInterface, name("GetManagedObjects"), name(""), &FakeBluez::getManagedObjects},
+        {bluez::PropertiesInterface, name("Get"), name("ss"), &FakeBluez::get},
+        {bluez::PropertiesInterface, name("Set"), name("ssv"), &FakeBluez::set},
+        {bluez::AgentManagerInterface, name("RegisterAgent"), name("os"), &FakeBluez::registerAgent},
+        {bluez::AgentManagerInterface, name("RequestDefaultAgent"), name("o"), &FakeBluez::requestDefaultAgent},
+        {bluez::MediaInterface, name("RegisterEndpoint"), name("oa{sv}"), &FakeBluez::registerEndpoint},
+        {bluez::MediaTransportInterface, name("Acquire"), name(""), &FakeBluez::acquire},
+        {bluez::MediaTransportInterface, name("TryAcquire"), name(""), &FakeBluez::acquire},
+        {bluez::DeviceInterface, name("Disconnect"), name(""), &FakeBluez::disconnectDevice},
     };
     return Table;
 }
@@ -162,16 +122,6 @@ void FakeBluez::get(const QDBusMessage &call)
         refuseCall(call, InvalidArgs, QStringLiteral("No such property '%1'").arg(call.arguments().at(1).toString()));
 }
 
-void FakeBluez::getAll(const QDBusMessage &call)
-{
-    const QString interface = call.arguments().at(0).toString();
-    const QVariantMapMap object = tree_.value(QDBusObjectPath(call.path()));
-    if (object.contains(interface))
-        reply(call, {object.value(interface)});
-    else
-        refuseCall(call, InvalidArgs, QStringLiteral("No such interface '%1'").arg(interface));
-}
-
 void FakeBluez::set(const QDBusMessage &call)
 {
     const QString interface = call.arguments().at(0).toString();
@@ -180,7 +130,7 @@ void FakeBluez::set(const QDBusMessage &call)
     const QVariant old = property(call.path(), interface, name);
     if (!old.isValid()) {
         refuseCall(call, InvalidArgs, QStringLiteral("No such property '%1'").arg(name));
-    } else if (!isWritable(interface, name)) {
+    } else if (!isWritable(name)) {
         refuseCall(call, PropertyReadOnly, QStringLiteral("Property '%1' is not writable").arg(name));
     } else if (signatureOf(value) != signatureOf(old)) {
         refuseCall(call, InvalidSignature, QStringLiteral("Invalid signature for '%1'").arg(name));
@@ -197,14 +147,12 @@ void FakeBluez::set(const QDBusMessage &call)
 
 void FakeBluez::registerAgent(const QDBusMessage &call)
 {
-    if (agentService_ == call.service()) {
+    if (agent_.service == call.service()) {
         refuseCall(call, QStringLiteral("org.bluez.Error.AlreadyExists"), QStringLiteral("Already Exists"));
         return;
     }
-    agentService_ = call.service();
-    agentPath_ = call.arguments().at(0).value<QDBusObjectPath>().path();
-    defaultAgent_ = false;
-    clients_->addWatchedService(agentService_);
+    agent_ = {call.service(), call.arguments().at(0).value<QDBusObjectPath>().path(), false};
+    clients_->addWatchedService(agent_.service);
     reply(call);
     const QList<QDBusObjectPath> objects = tree_.keys();
     for (const QDBusObjectPath &object : objects) {
@@ -213,38 +161,25 @@ void FakeBluez::registerAgent(const QDBusMessage &call)
     }
 }
 
-void FakeBluez::unregisterAgent(const QDBusMessage &call)
-{
-    if (agentService_ != call.service()) {
-        refuseCall(call, QStringLiteral("org.bluez.Error.DoesNotExist"), QStringLiteral("Does Not Exist"));
-        return;
-    }
-    agentService_.clear();
-    agentPath_.clear();
-    defaultAgent_ = false;
-    reply(call);
-}
-
 void FakeBluez::requestDefaultAgent(const QDBusMessage &call)
 {
-    if (agentService_ != call.service()) {
+    if (agent_.service != call.service()) {
         refuseCall(call, QStringLiteral("org.bluez.Error.DoesNotExist"), QStringLiteral("Does Not Exist"));
         return;
     }
-    defaultAgent_ = true;
+    agent_.isDefault = true;
     reply(call);
 }
 
 void FakeBluez::registerEndpoint(const QDBusMessage &call)
 {
     const QVariantMap properties = qdbus_cast<QVariantMap>(call.arguments().at(1));
-    RegisteredEndpoint endpoint;
-    endpoint.service = call.service();
-    endpoint.adapter = call.path();
-    endpoint.path = call.arguments().at(0).value<QDBusObjectPath>().path();
-    endpoint.uuid = properties.value(QStringLiteral("UUID")).toString();
-    endpoint.codec = properties.value(QStringLiteral("Codec")).value<uchar>();
-    endpoint.capabilities = properties.value(QStringLiteral("Capabilities")).toByteArray();
+    const RegisteredEndpoint endpoint{call.service(),
+                                      call.path(),
+                                      call.arguments().at(0).value<QDBusObjectPath>().path(),
+                                      properties.value(QStringLiteral("UUID")).toString(),
+                                      properties.value(QStringLiteral("Codec")).value<uchar>(),
+                                      properties.value(QStringLiteral("Capabilities")).toByteArray()};
 
     const bool exists = std::any_of(endpoints_.cbegin(), endpoints_.cend(), [&](const RegisteredEndpoint &other) {
         return other.service == endpoint.service && other.path == endpoint.path && other.adapter == endpoint.adapter;
@@ -261,20 +196,6 @@ void FakeBluez::registerEndpoint(const QDBusMessage &call)
         clients_->addWatchedService(endpoint.service);
         reply(call);
     }
-}
-
-void FakeBluez::unregisterEndpoint(const QDBusMessage &call)
-{
-    const QString path = call.arguments().at(0).value<QDBusObjectPath>().path();
-    const auto found = std::find_if(endpoints_.begin(), endpoints_.end(), [&](const RegisteredEndpoint &endpoint) {
-        return endpoint.service == call.service() && endpoint.path == path && endpoint.adapter == call.path();
-    });
-    if (found == endpoints_.end()) {
-        refuseCall(call, QStringLiteral("org.bluez.Error.DoesNotExist"), QStringLiteral("Does Not Exist"));
-        return;
-    }
-    endpoints_.erase(found);
-    reply(call);
 }
 
 void FakeBluez::acquire(const QDBusMessage &call)
@@ -297,24 +218,6 @@ void FakeBluez::acquire(const QDBusMessage &call)
     setProperty(call.path(), bluez::MediaTransportInterface, QStringLiteral("State"), QStringLiteral("active"));
 }
 
-void FakeBluez::release(const QDBusMessage &call)
-{
-    const auto offered = streams_.find(call.path());
-    if (offered == streams_.end() || offered->second.fd.isValid()) {
-        refuseCall(call, QStringLiteral("org.bluez.Error.NotAuthorized"), QStringLiteral("Operation Not Authorized"));
-        return;
-    }
-    streams_.erase(offered);
-    reply(call);
-    setProperty(call.path(), bluez::MediaTransportInterface, QStringLiteral("State"), QStringLiteral("idle"));
-}
-
-void FakeBluez::connectDevice(const QDBusMessage &call)
-{
-    // No phone of ours lets itself be connected to; this is what BlueZ says of one that is out of reach.
-    refuseCall(call, QStringLiteral("org.bluez.Error.Failed"), QStringLiteral("br-connection-page-timeout"));
-}
-
 void FakeBluez::disconnectDevice(const QDBusMessage &call)
 {
     if (!property(call.path(), bluez::DeviceInterface, QStringLiteral("Connected")).toBool()) {
@@ -327,27 +230,7 @@ void FakeBluez::disconnectDevice(const QDBusMessage &call)
 
 QString FakeBluez::introspect(const QString &path) const
 {
-    QString xml; // of what Qt does not describe: it adds Properties, Introspectable and Peer itself
-    const QVariantMapMap object = tree_.value(QDBusObjectPath(path));
-    QStringList interfaces = object.keys();
-    if (path == bluez::ObjectManagerPath)
-        interfaces.append(bluez::ObjectManagerInterface);
-    for (const QString &interface : std::as_const(interfaces)) {
-        xml += QStringLiteral("  <interface name=\"%1\">\n").arg(interface);
-        for (const Method &method : methods()) {
-            if (method.interface == interface)
-                xml += QStringLiteral("    <method name=\"%1\">\n%2%3    </method>\n")
-                           .arg(method.name, argumentsXml(method.in, "in"), argumentsXml(method.out, "out"));
-        }
-        const QVariantMap properties = object.value(interface);
-        for (auto property = properties.begin(); property != properties.end(); ++property) {
-            const char *access = isWritable(interface, property.key()) ? "readwrite" : "read";
-            xml += QStringLiteral("    <property name=\"%1\" type=\"%2\" access=\"%3\"/>\n")
-                       .arg(property.key(), signatureOf(property.value()), QLatin1String(access));
-        }
-        xml += QStringLiteral("  </interface>\n");
-    }
-
+    // Only what busctl needs for a tree: Qt adds what it answers itself, and BlueZ's clients know its interfaces.
     const QString prefix = path.endsWith(QLatin1Char('/')) ? path : path + QLatin1Char('/');
     QStringList children;
     for (auto other = tree_.begin(); other != tree_.end(); ++other) {
@@ -355,6 +238,7 @@ QString FakeBluez::introspect(const QString &path) const
             children.append(other.key().path().mid(prefix.size()).section(QLatin1Char('/'), 0, 0));
     }
     children.removeDuplicates();
+    QString xml;
     for (const QString &child : std::as_const(children))
         xml += QStringLiteral("  <node name=\"%1\"/>\n").arg(child);
     return xml;

@@ -12,11 +12,8 @@ struct HeardCheck {
     bool exact = false;
     /// The packet (from 0) that the player joined at, if `exact`.
     int firstPacket = 0;
-    int gaps = 0;           ///< places where packets are missing in the midst of what was heard
-    int missingPackets = 0; ///< how many in all
-    int wrongPackets = 0;   ///< packets' worth of PCM that is like no packet's from there on
-    /// All of the above in a sentence for a person.
-    QString text() const;
+    /// The result as a sentence for a person.
+    QString text;
 };
 
 /// Compares `heard`, 16-bit PCM, with `packets` of encodeSbc. A player that joins late is recognised whether the

@@ -54,22 +54,10 @@ void Module::phoneConnects(const QByteArray &address, const QByteArray &name)
     say("OPEN_OK AVRCP " + address);
 }
 
-void Module::phonePlays()
+void Module::phoneDoes(const QByteArray &event, const QByteArray &playState)
 {
-    playState_ = "PLAYING";
-    say("AVRCP_PLAY " + address_);
-}
-
-void Module::phonePauses()
-{
-    playState_ = "PAUSED";
-    say("AVRCP_PAUSE " + address_);
-}
-
-void Module::phoneStops()
-{
-    playState_ = "STOPPED";
-    say("AVRCP_STOP " + address_);
+    playState_ = playState;
+    say(event + ' ' + address_);
 }
 
 void Module::phoneDisconnects()

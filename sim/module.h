@@ -49,9 +49,9 @@ public:
 
     // What a phone does.
     void phoneConnects(const QByteArray &address, const QByteArray &name);
-    void phonePlays();
-    void phonePauses();
-    void phoneStops();
+    void phonePlays() { phoneDoes("AVRCP_PLAY", "PLAYING"); }
+    void phonePauses() { phoneDoes("AVRCP_PAUSE", "PAUSED"); }
+    void phoneStops() { phoneDoes("AVRCP_STOP", "STOPPED"); }
     void phoneDisconnects();
 
     /// Sends bytes as they are.
@@ -71,6 +71,7 @@ Q_SIGNALS:
 private:
     void readCommands();
     void obey(const QByteArray &command);
+    void phoneDoes(const QByteArray &event, const QByteArray &playState);
     void say(const QByteArray &line);
     void record(bool byDaemon, const QByteArray &line);
     void sendFragments();

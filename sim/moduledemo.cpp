@@ -4,13 +4,9 @@
 #include "sim/module.h"
 #include "sim/story.h"
 
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
-#include <QFileSystemWatcher>
 
 #include <cstdio>
-#include <cstdlib>
 
 namespace sim {
 
@@ -19,42 +15,7 @@ namespace {
 const QString PhoneName = QStringLiteral("Anna's phone");
 constexpr double BytesPerSecond = 176'400; // 16-bit stereo at 44100 Hz
 
-/// The file of the I2S switch, and what was written to it.
-class SwitchFile {
-public:
-    SwitchFile()
-    {
-        QDir().mkpath(QFileInfo(Path).path());
-        write(Off);
-        watcher_.addPath(Path);
-        QObject::connect(&watcher_, &QFileSystemWatcher::fileChanged, &watcher_, [this] {
-            QFile file(Path);
-            if (!file.open(QIODevice::ReadOnly))
-                return;
-            const QByteArray state = file.readAll();
-            if (!state.isEmpty() && state != (history.isEmpty() ? Off : history.constLast()))
-                history << state;
-        });
-    }
-    ~SwitchFile() { QFile::remove(Path); }
-    SwitchFile(const SwitchFile &) = delete;
-    SwitchFile &operator=(const SwitchFile &) = delete;
-
-    QList<QByteArray> history;
-
-private:
-    static inline const QByteArray Off = "0";
-    static inline const QString Path = QStringLiteral("/sys/class/leds/bt_sw_i2s/brightness");
-
-    static void write(const QByteArray &state)
-    {
-        QFile file(Path);
-        if (!file.open(QIODevice::WriteOnly) || file.write(state) < 0)
-            qFatal("%s", qPrintable(file.errorString()));
-    }
-
-    QFileSystemWatcher watcher_;
-};
+const QString SwitchFile = QStringLiteral("/sys/class/leds/bt_sw_i2s/brightness");
 
 /// The board with its module, and the story that they tell.
 class ModuleDemo {
@@ -72,29 +33,26 @@ private:
 
     bool awaitCommands(const QList<QByteArray> &expected);
     bool awaitStatus(bool connected, bool streaming);
+    bool awaitSwitch(const QByteArray &state);
 
     int silenceSeconds_;
     Bus bus_;
     Player player_;
-    Story story_;
-    SwitchFile switch_;
     Module module_;
     Daemon daemon_;
+    Story story_;
     int awaitedCommands_ = 0;
     double rate_ = 0; ///< bytes of silence a second
     double measuredSeconds_ = 0;
 };
 
-ModuleDemo::ModuleDemo(int silenceSeconds) : silenceSeconds_(silenceSeconds), story_(player_)
+ModuleDemo::ModuleDemo(int silenceSeconds) : silenceSeconds_(silenceSeconds), story_(daemon_, player_)
 {
     writeDeviceInfo("<?xml version=\"1.0\"?>\n<device>\n  <settings>\n    <bt>melody</bt>\n  </settings>\n</device>\n");
     writePlayerName("Kitchen\n");
+    writeFile(SwitchFile, "0");
     player_.serve();
     player_.connectWhenTold(true);
-    QObject::connect(&daemon_, &Daemon::logLine, &daemon_,
-                     [this](const QString &text) { story_.say("kado-bt", text); });
-    QObject::connect(&player_, &Player::requested, &player_,
-                     [this](const PlayerRequest &request) { story_.say("player", "is told " + request.target); });
     QObject::connect(&module_, &Module::spoke, &module_, [this](const Module::Spoken &spoken) {
         story_.say(spoken.byDaemon ? "-> line" : "<- line", QString::fromUtf8(spoken.line));
     });
@@ -160,13 +118,11 @@ bool ModuleDemo::listenToSilence()
 {
     if (!awaitStatus(false, false)) // the module restarted
         return false;
-    story_.say("board", QStringLiteral("calls SelectBluetooth of the control interface"));
     Control control(bus_.address());
-    if (!story_.insist(control.call(QStringLiteral("SelectBluetooth")).type() == QDBusMessage::ReplyMessage,
-                       QStringLiteral("SelectBluetooth failed"))
-        || !story_.awaitRequest(QStringLiteral("/Play?url=Capture:bluez:bluetooth:pcm/44100/16/2&name=") + PhoneName)
+    if (!story_.selectBluetooth(control, 44100, PhoneName)
         || !story_.insist(waitFor([this] { return !player_.heard().isEmpty(); }),
-                          QStringLiteral("the player got no silence")))
+                          QStringLiteral("the player got no silence"))
+        || !awaitSwitch("1"))
         return false;
 
     story_.say("player", QStringLiteral("listens to silence for %1 s").arg(silenceSeconds_));
@@ -181,11 +137,7 @@ bool ModuleDemo::listenToSilence()
     rate_ = static_cast<double>(player_.heard().size() - before) / measuredSeconds_;
     const bool silent = player_.heard().count('\0') == player_.heard().size();
     player_.hangUpAudio();
-    return story_.insist(silent, QStringLiteral("the silence was not silent"))
-        && story_.insist(waitFor([this] {
-                             return switch_.history == QList<QByteArray>{"1", "0"};
-                         }),
-                         QStringLiteral("the switch did not go on and off"));
+    return story_.insist(silent, QStringLiteral("the silence was not silent")) && awaitSwitch("0");
 }
 
 bool ModuleDemo::awaitCommands(const QList<QByteArray> &expected)
@@ -202,6 +154,18 @@ bool ModuleDemo::awaitStatus(bool connected, bool streaming)
     return story_.awaitStatus("CSR8675", connected, connected ? PhoneName : QString(), streaming);
 }
 
+bool ModuleDemo::awaitSwitch(const QByteArray &state)
+{
+    const auto isSet = [&] {
+        QFile file(SwitchFile);
+        return file.open(QIODevice::ReadOnly) && file.readAll() == state;
+    };
+    if (!story_.insist(waitFor(isSet), QStringLiteral("the I2S switch did not become ") + state))
+        return false;
+    story_.say("switch", QString::fromLatin1(state));
+    return true;
+}
+
 int ModuleDemo::sumUp()
 {
     std::printf("\nThe serial dialogue:\n");
@@ -209,7 +173,6 @@ int ModuleDemo::sumUp()
         std::printf("    %8.3f  %s %s\n", static_cast<double>(spoken.ms) / 1000,
                     spoken.byDaemon ? "kado-bt" : " module", spoken.line.constData());
     story_.listRequests();
-    std::printf("The I2S switch:\n    %s\n", switch_.history.join(", ").constData());
     std::printf("Silence:\n    %.0f bytes a second over %.2f s, %+.3f %% off real time\n", rate_, measuredSeconds_,
                 (rate_ / BytesPerSecond - 1) * 100);
     return story_.end();
@@ -219,7 +182,6 @@ int ModuleDemo::sumUp()
 
 int runModuleDemo(int silenceSeconds)
 {
-    std::setvbuf(stdout, nullptr, _IOLBF, 0); // a person follows it, also through a pipe
     return ModuleDemo(silenceSeconds).run();
 }
 

@@ -3,7 +3,6 @@
 #include "bluez/names.h"
 #include "sim/waiting.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -22,7 +21,6 @@ const QString AdvancedAudioUuid = QStringLiteral("0000110d-0000-1000-8000-00805f
 constexpr uchar SbcCodec = 0;
 constexpr quint16 FullVolume = 127;
 constexpr uint SmartphoneClass = 0x5A020C;
-constexpr int AcquireMs = 5000;
 constexpr int FullSocketMs = 10'000;
 // How soon a socket that was full is tried again: a fraction of a packet's audio.
 constexpr int RetryMs = 5;
@@ -115,12 +113,10 @@ bool Phone::configure(uchar codec, const QByteArray &configuration)
     transportPath_ = QStringLiteral("%1/fd%2").arg(path_).arg(transports_++);
 
     // BlueZ hands the endpoint's UUID back as it was registered.
-    const QList<RegisteredEndpoint> &endpoints = bluez_.endpoints();
-    const auto endpoint = std::find_if(endpoints.cbegin(), endpoints.cend(),
-                                       [&](const RegisteredEndpoint &candidate) { return candidate.codec == codec; });
+    const RegisteredEndpoint *endpoint = bluez_.endpointFor(codec);
     const QVariantMap transport{
         {QStringLiteral("Device"), QVariant::fromValue(QDBusObjectPath(path_))},
-        {QStringLiteral("UUID"), endpoint == endpoints.cend() ? QString(bluez::A2dpSinkUuid) : endpoint->uuid},
+        {QStringLiteral("UUID"), endpoint ? endpoint->uuid : QString(bluez::A2dpSinkUuid)},
         {QStringLiteral("Codec"), QVariant::fromValue(codec)},
         {QStringLiteral("Configuration"), configuration},
         {State, QStringLiteral("idle")},
@@ -145,13 +141,14 @@ bool Phone::clear()
                                                      {QVariant::fromValue(QDBusObjectPath(transportPath_))}));
     bluez_.removeObject(transportPath_);
     transportPath_.clear();
-    closeSocket();
+    socket_.reset();
+    offered_.reset();
     return accepted;
 }
 
 bool Phone::start(quint16 mtu)
 {
-    return wantToStart(mtu) && waitFor([this] { return isActive(); }, AcquireMs);
+    return wantToStart(mtu) && waitFor([this] { return isActive(); });
 }
 
 bool Phone::wantToStart(quint16 mtu)
@@ -253,12 +250,6 @@ void Phone::sendDue()
         ++sent_;
     }
     Q_EMIT finished();
-}
-
-void Phone::closeSocket()
-{
-    socket_.reset();
-    offered_.reset();
 }
 
 } // namespace sim

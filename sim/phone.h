@@ -72,7 +72,6 @@ Q_SIGNALS:
 
 private:
     void sendDue();
-    void closeSocket();
 
     FakeBluez &bluez_;
     QString path_;

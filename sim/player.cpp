@@ -17,14 +17,45 @@ constexpr int ConnectMs = 2000;
 constexpr int LateMs = 500;
 constexpr int EndlessMs = 100;
 
-constexpr char Ok[] = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n";
+struct Answer {
+    const char *text;
+    bool closes;
+};
 
-void answerAndClose(QTcpSocket *socket)
+Answer answerOf(Player::Behaviour behaviour)
+{
+    const char *const ok = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n";
+    switch (behaviour) {
+    case Player::Behaviour::Answer:
+    case Player::Behaviour::Late:
+        return {ok, true};
+    case Player::Behaviour::KeepOpen:
+        return {ok, false};
+    case Player::Behaviour::NoContent:
+        return {"HTTP/1.1 204 No Content\r\n\r\n", false};
+    case Player::Behaviour::Chunked:
+        return {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nyes\r\n0\r\n\r\n", false};
+    case Player::Behaviour::Endless:
+        return {"HTTP/1.1 200 OK\r\n\r\n", false};
+    case Player::Behaviour::Refuse:
+        return {"HTTP/1.1 500 Internal Server Error\r\nContent-Length: 0\r\nConnection: close\r\n\r\n", true};
+    case Player::Behaviour::NeverAnswer:
+        return {"", false};
+    case Player::Behaviour::Garbage:
+        return {"\x16\x03\x01 no HTTP at all\r\n\r\n", true};
+    case Player::Behaviour::CloseEarly:
+        return {"HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf", true};
+    }
+    return {};
+}
+
+void send(QTcpSocket *socket, const Answer &answer)
 {
     if (!socket->isOpen()) // gone before a late answer
         return;
-    socket->write(Ok);
-    socket->disconnectFromHost();
+    socket->write(answer.text);
+    if (answer.closes)
+        socket->disconnectFromHost();
 }
 
 } // namespace
@@ -124,43 +155,16 @@ void Player::answer(QTcpSocket *socket)
         request.target = QString::fromUtf8(requestLine.value(1));
         arrived.append(request);
 
-        switch (behaviour_) {
-        case Behaviour::Answer:
-            answerAndClose(socket);
-            break;
-        case Behaviour::KeepOpen:
-            socket->write(Ok);
-            break;
-        case Behaviour::NoContent:
-            socket->write("HTTP/1.1 204 No Content\r\n\r\n");
-            break;
-        case Behaviour::Chunked:
-            socket->write("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nyes\r\n0\r\n\r\n");
-            break;
-        case Behaviour::Endless: {
-            socket->write("HTTP/1.1 200 OK\r\n\r\n");
+        const Answer answer = answerOf(behaviour_);
+        if (behaviour_ == Behaviour::Late) {
+            QTimer::singleShot(LateMs, socket, [=] { send(socket, answer); });
+            continue;
+        }
+        send(socket, answer);
+        if (behaviour_ == Behaviour::Endless) {
             auto *timer = new QTimer(socket);
             connect(timer, &QTimer::timeout, socket, [socket] { socket->write("x"); });
             timer->start(EndlessMs);
-            break;
-        }
-        case Behaviour::Late:
-            QTimer::singleShot(LateMs, socket, [socket] { answerAndClose(socket); });
-            break;
-        case Behaviour::Refuse:
-            socket->write("HTTP/1.1 500 Internal Server Error\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
-            socket->disconnectFromHost();
-            break;
-        case Behaviour::NeverAnswer:
-            break;
-        case Behaviour::Garbage:
-            socket->write("\x16\x03\x01 no HTTP at all\r\n\r\n");
-            socket->disconnectFromHost();
-            break;
-        case Behaviour::CloseEarly:
-            socket->write("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf");
-            socket->disconnectFromHost();
-            break;
         }
     }
 
@@ -179,7 +183,6 @@ void Player::readAudio()
     if (paused_)
         return;
     heard_ += audio_->readAll();
-    Q_EMIT audioArrived();
 }
 
 } // namespace sim

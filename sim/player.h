@@ -67,7 +67,6 @@ public:
 
 Q_SIGNALS:
     void requested(const sim::PlayerRequest &request);
-    void audioArrived();
 
 private:
     void serveConnection();

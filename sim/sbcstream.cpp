@@ -1,15 +1,10 @@
 #include "sim/sbcstream.h"
 
-#include <QFile>
+#include <QDataStream>
+#include <QIODevice>
 
 #include <algorithm>
-#include <cmath>
-#include <cstring>
-#include <limits>
-#include <samplerate.h>
 #include <sbc/sbc.h>
-#include <sndfile.h>
-#include <vector>
 
 namespace sim {
 
@@ -37,99 +32,29 @@ unsigned choiceBit(int index, int count)
     return (1U << (count - 1)) >> index;
 }
 
-void appendBigEndian(QByteArray &bytes, std::uint32_t value, int count)
-{
-    for (int shift = 8 * (count - 1); shift >= 0; shift -= 8)
-        bytes.append(static_cast<char>(value >> shift & 0xFF));
-}
-
 /// RFC 3550, 5.1: version 2, no padding, extension or sources, and payload type 96, the first dynamic one.
 QByteArray rtpHeader(std::uint16_t sequence, std::uint32_t timestamp)
 {
-    QByteArray header("\x80\x60", 2);
-    appendBigEndian(header, sequence, 2);
-    appendBigEndian(header, timestamp, 4);
-    appendBigEndian(header, 1, 4); // the source's identifier
+    constexpr std::uint16_t VersionAndType = 0x8060;
+    constexpr std::uint32_t Source = 1;
+    QByteArray header;
+    QDataStream(&header, QIODevice::WriteOnly) << VersionAndType << sequence << timestamp << Source; // big-endian
     return header;
 }
 
-std::vector<std::int16_t> samplesOf(const QByteArray &pcm)
+/// The number that SBC gives to a sampling rate.
+int rateIndex(int sampleRate)
 {
-    std::vector<std::int16_t> samples(static_cast<size_t>(pcm.size()) / BytesASample);
-    std::memcpy(samples.data(), pcm.constData(), samples.size() * BytesASample);
-    return samples;
-}
-
-/// A stretch of samples compared with the same stretch of what was heard, `delay` samples later.
-struct Comparison {
-    double signal = 0;
-    double noise = 0;
-};
-
-Comparison compare(const std::vector<std::int16_t> &original, const std::vector<std::int16_t> &heard, size_t delay,
-                   size_t begin, size_t end)
-{
-    Comparison sums;
-    end = std::min({end, original.size(), heard.size() - std::min(delay, heard.size())});
-    for (size_t i = begin; i < end; ++i) {
-        const double sample = original[i];
-        const double error = sample - heard[i + delay];
-        sums.signal += sample * sample;
-        sums.noise += error * error;
-    }
-    return sums;
-}
-
-/// Start of the loudest stretch of `length` samples: where a recording begins in silence every delay fits.
-size_t loudestStretch(const std::vector<std::int16_t> &samples, size_t length)
-{
-    size_t loudest = 0;
-    double most = -1;
-    for (size_t begin = 0; begin + length <= samples.size(); begin += length) {
-        double energy = 0;
-        for (size_t i = begin; i < begin + length; ++i)
-            energy += static_cast<double>(samples[i]) * samples[i];
-        if (energy > most) {
-            most = energy;
-            loudest = begin;
-        }
-    }
-    return loudest;
-}
-
-/// `samples` of `channels` interleaved channels at `ratio` times their sampling rate; false with libsamplerate's
-/// number.
-int resample(std::vector<float> &samples, int channels, double ratio)
-{
-    const size_t frames = samples.size() / static_cast<size_t>(channels);
-    const size_t room = static_cast<size_t>(std::ceil(static_cast<double>(frames) * ratio)) + 1;
-    std::vector<float> converted(room * static_cast<size_t>(channels));
-    SRC_DATA data{};
-    data.data_in = samples.data();
-    data.input_frames = static_cast<long>(frames);
-    data.data_out = converted.data();
-    data.output_frames = static_cast<long>(room);
-    data.src_ratio = ratio;
-    const int error = src_simple(&data, SRC_SINC_MEDIUM_QUALITY, channels);
-    converted.resize(static_cast<size_t>(data.output_frames_gen) * static_cast<size_t>(channels));
-    samples = std::move(converted);
-    return error;
-}
-
-const int SbcRates[] = {16000, 32000, 44100, 48000};
-
-bool isSbcRate(int rate)
-{
-    return std::find(std::begin(SbcRates), std::end(SbcRates), rate) != std::end(SbcRates);
+    const int rates[] = {16000, 32000, 44100, 48000};
+    return static_cast<int>(std::find(std::begin(rates), std::end(rates), sampleRate) - std::begin(rates));
 }
 
 } // namespace
 
 QByteArray SbcFormat::configuration() const
 {
-    const auto rate = static_cast<int>(std::find(std::begin(SbcRates), std::end(SbcRates), sampleRate) - SbcRates);
     const unsigned octets[] = {
-        choiceBit(rate, 4) << 4 | choiceBit(static_cast<int>(mode), 4),
+        choiceBit(rateIndex(sampleRate), 4) << 4 | choiceBit(static_cast<int>(mode), 4),
         choiceBit(blocks / 4 - 1, 4) << 4 | choiceBit(subbands / 4 - 1, 2) << 2 | (snr ? 2U : 1U),
         2U,
         static_cast<unsigned>(bitpool),
@@ -143,8 +68,7 @@ QByteArray SbcFormat::configuration() const
 QList<QByteArray> encodeSbc(const QByteArray &pcm, const SbcFormat &format, int mtu)
 {
     Sbc encoder;
-    encoder.sbc.frequency = static_cast<uint8_t>(std::find(std::begin(SbcRates), std::end(SbcRates), format.sampleRate)
-                                                 - SbcRates);
+    encoder.sbc.frequency = static_cast<uint8_t>(rateIndex(format.sampleRate));
     encoder.sbc.mode = static_cast<uint8_t>(format.mode);
     encoder.sbc.blocks = static_cast<uint8_t>(format.blocks / 4 - 1);
     encoder.sbc.subbands = static_cast<uint8_t>(format.subbands / 4 - 1);
@@ -214,93 +138,6 @@ QByteArray aacPacket(const QByteArray &payload, std::uint16_t sequence)
     packet.append(static_cast<char>(payload.size() % 0xFF));
     packet.append(payload);
     return packet;
-}
-
-double snrDb(const QByteArray &original, const QByteArray &heard, int channels)
-{
-    constexpr size_t MaxDelayFrames = 512;
-    constexpr size_t SearchedFrames = 48000; // a second of sound tells the delay
-    if (original.isEmpty() || heard.isEmpty())
-        return 0;
-
-    const std::vector<std::int16_t> sent = samplesOf(original);
-    const std::vector<std::int16_t> received = samplesOf(heard);
-    const auto step = static_cast<size_t>(channels);
-    const size_t length = SearchedFrames * step;
-    const size_t begin = loudestStretch(sent, length);
-    size_t best = 0;
-    double leastNoise = std::numeric_limits<double>::infinity();
-    for (size_t delay = 0; delay <= MaxDelayFrames * step; delay += step) {
-        const double noise = compare(sent, received, delay, begin, begin + length).noise;
-        if (noise < leastNoise) {
-            leastNoise = noise;
-            best = delay;
-        }
-    }
-    const Comparison all = compare(sent, received, best, 0, sent.size());
-    return 10 * std::log10(all.signal / all.noise);
-}
-
-Recording readRecording(const QString &path, QString &error)
-{
-    SF_INFO info{};
-    SNDFILE *const file = sf_open(QFile::encodeName(path).constData(), SFM_READ, &info);
-    if (!file) {
-        error = QStringLiteral("%1: %2").arg(path, QString::fromLocal8Bit(sf_strerror(nullptr)));
-        return {};
-    }
-
-    constexpr size_t ChunkFrames = 4096;
-    constexpr int Channels = 2;
-    std::vector<float> samples;
-    std::vector<float> chunk(ChunkFrames * static_cast<size_t>(info.channels));
-    for (;;) {
-        const sf_count_t frames = sf_readf_float(file, chunk.data(), static_cast<sf_count_t>(ChunkFrames));
-        if (frames <= 0)
-            break;
-        for (sf_count_t i = 0; i < frames; ++i) {
-            const float *const frame = chunk.data() + i * info.channels;
-            samples.push_back(frame[0]);
-            samples.push_back(frame[info.channels > 1 ? 1 : 0]);
-        }
-    }
-    sf_close(file);
-
-    Recording recording;
-    recording.channels = Channels;
-    recording.sampleRate = info.samplerate;
-    if (!isSbcRate(info.samplerate)) {
-        recording.sampleRate = 44100;
-        const int failure = resample(samples, Channels, static_cast<double>(recording.sampleRate) / info.samplerate);
-        if (failure != 0) {
-            error = QStringLiteral("%1: %2").arg(path, QString::fromLocal8Bit(src_strerror(failure)));
-            return {};
-        }
-    }
-    if (samples.empty()) {
-        error = QStringLiteral("%1: no audio in it").arg(path);
-        return {};
-    }
-    recording.pcm.resize(static_cast<int>(samples.size()) * BytesASample);
-    std::vector<std::int16_t> whole(samples.size());
-    src_float_to_short_array(samples.data(), whole.data(), static_cast<int>(samples.size()));
-    std::memcpy(recording.pcm.data(), whole.data(), whole.size() * BytesASample);
-    return recording;
-}
-
-bool writeWav(const QString &path, const Recording &recording)
-{
-    SF_INFO info{};
-    info.samplerate = recording.sampleRate;
-    info.channels = recording.channels;
-    info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-    SNDFILE *const file = sf_open(QFile::encodeName(path).constData(), SFM_WRITE, &info);
-    if (!file)
-        return false;
-    const std::vector<std::int16_t> samples = samplesOf(recording.pcm);
-    const auto count = static_cast<sf_count_t>(samples.size());
-    const bool written = sf_write_short(file, samples.data(), count) == count;
-    return sf_close(file) == 0 && written;
 }
 
 } // namespace sim

@@ -38,28 +38,4 @@ double packetSeconds(const QByteArray &packet, const SbcFormat &format);
 /// length in bytes of 0xFF and one of less, the payload.
 QByteArray aacPacket(const QByteArray &payload, std::uint16_t sequence = 0);
 
-/// Signal-to-noise ratio in dB of `heard` against `original`, both 16-bit PCM of the same number of channels, at the
-/// delay (0 to 512 frames) that fits best; 0 when either is empty, infinity when they are equal. The codec's delay is
-/// thus not counted as noise.
-double snrDb(const QByteArray &original, const QByteArray &heard, int channels);
-
-/// A recording as 16-bit PCM.
-struct Recording {
-    int sampleRate = 0;
-    int channels = 0;
-    QByteArray pcm;
-    double seconds() const
-    {
-        return channels == 0 ? 0 : static_cast<double>(pcm.size()) / (2.0 * channels * sampleRate);
-    }
-};
-
-/// Reads any file that libsndfile reads. A sampling rate that SBC does not have is converted to 44100 Hz, more than two
-/// channels are cut to two, and one channel is doubled: there are two in any case. On failure the recording is empty
-/// and `error` says why.
-Recording readRecording(const QString &path, QString &error);
-
-/// Writes a WAV file; false on failure.
-bool writeWav(const QString &path, const Recording &recording);
-
 } // namespace sim

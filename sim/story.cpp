@@ -9,9 +9,13 @@
 
 namespace sim {
 
-Story::Story(const Player &player) : player_(player)
+Story::Story(const Daemon &daemon, const Player &player) : player_(player)
 {
+    std::setvbuf(stdout, nullptr, _IOLBF, 0); // a person follows it, also through a pipe
     clock_.start();
+    QObject::connect(&daemon, &Daemon::logLine, &listener_, [this](const QString &text) { say("kado-bt", text); });
+    QObject::connect(&player, &Player::requested, &listener_,
+                     [this](const PlayerRequest &request) { say("player", "is told " + request.target); });
 }
 
 void Story::say(const char *who, const QString &text) const
@@ -41,6 +45,15 @@ bool Story::awaitStatus(const char *type, bool connected, const QString &name, b
     const auto text = [](bool value) { return QLatin1String(value ? "true" : "false"); };
     return awaitRequest(QStringLiteral("/BTPropertyChange?type=%1?adapter=true&connected=%2&name=%3&streaming=%4")
                             .arg(QLatin1String(type), text(connected), name, text(streaming)));
+}
+
+bool Story::selectBluetooth(Control &control, int sampleRate, const QString &phone)
+{
+    say("board", QStringLiteral("calls SelectBluetooth of the control interface"));
+    return insist(control.call(QStringLiteral("SelectBluetooth")).type() == QDBusMessage::ReplyMessage,
+                  QStringLiteral("SelectBluetooth failed"))
+        && awaitRequest(QStringLiteral("/Play?url=Capture:bluez:bluetooth:pcm/%1/16/2&name=%2")
+                            .arg(QString::number(sampleRate), phone));
 }
 
 bool Story::insistOnNoMoreRequests()

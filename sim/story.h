@@ -1,5 +1,7 @@
 #pragma once
 
+#include "sim/control.h"
+#include "sim/daemon.h"
 #include "sim/player.h"
 
 #include <QElapsedTimer>
@@ -11,7 +13,8 @@ namespace sim {
 /// story's fault.
 class Story {
 public:
-    explicit Story(const Player &player);
+    /// Tells each line that the daemon logs, and each request that the player gets.
+    Story(const Daemon &daemon, const Player &player);
 
     /// One line: seconds since the beginning, who, what.
     void say(const char *who, const QString &text) const;
@@ -24,6 +27,9 @@ public:
 
     /// The same for a status notification of an adapter of `type` that is present.
     bool awaitStatus(const char *type, bool connected, const QString &name, bool streaming);
+
+    /// Calls SelectBluetooth; the player has to be told to play PCM of this rate from the phone of this name.
+    bool selectBluetooth(Control &control, int sampleRate, const QString &phone);
 
     /// The player was told nothing that was not awaited.
     bool insistOnNoMoreRequests();
@@ -38,6 +44,7 @@ public:
 
 private:
     const Player &player_;
+    QObject listener_; ///< to what daemon and player signal
     QElapsedTimer clock_;
     int awaitedRequests_ = 0;
     QString fault_;

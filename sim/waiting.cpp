@@ -42,6 +42,12 @@ bool waitFor(const std::function<bool()> &condition, int ms)
     return true;
 }
 
+QDBusConnection connectToBus(const QString &address)
+{
+    static int connections = 0;
+    return QDBusConnection::connectToBus(address, QStringLiteral("board-%1").arg(connections++));
+}
+
 QDBusMessage callAndWait(const QDBusConnection &connection, const QDBusMessage &call)
 {
     const QDBusPendingCallWatcher watcher(connection.asyncCall(call, std::numeric_limits<int>::max())); // no limit
