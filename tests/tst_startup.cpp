@@ -188,8 +188,8 @@ void StartupTest::controlInterface()
 
     sim::writePlayerName("Bath\n");
     QCOMPARE(board.control.call(QStringLiteral("ResetAlias")).type(), QDBusMessage::ReplyMessage);
-    QCOMPARE(board.bluez.property(Hci0, QStringLiteral("org.bluez.Adapter1"), QStringLiteral("Alias")),
-             QVariant(QStringLiteral("Bath BT")));
+    WAIT_UNTIL(board.bluez.property(Hci0, QStringLiteral("org.bluez.Adapter1"), QStringLiteral("Alias"))
+               == QStringLiteral("Bath BT"));
 
     // Without a phone nothing was there to be played or disconnected.
     QCOMPARE(board.bluez.countCalls(QStringLiteral("Disconnect")), 0);
