@@ -4,6 +4,7 @@
 #include "boardtest.h"
 
 #include <QFile>
+#include <QScopeGuard>
 
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -82,6 +83,7 @@ void StartupTest::logLevels()
 {
     // Whatever an image's Qt is told, the daemon's own level decides.
     qputenv("QT_LOGGING_RULES", "*.debug=false");
+    const auto restore = qScopeGuard([] { qunsetenv("QT_LOGGING_RULES"); });
     sim::Board board;
     QVERIFY(board.startDaemon());
     WAIT_UNTIL(board.daemon.log().size() == 2);
@@ -93,7 +95,6 @@ void StartupTest::logLevels()
     QVERIFY(board.startDaemon({ToStderr, Debug, QStringLiteral("9")}));
     WAIT_UNTIL(board.daemon.logged(
         QStringLiteral("SetProperty \"org.bluez.Adapter1\" \"/org/bluez/hci0\" \"Powered\" QVariant(bool, true)")));
-    qunsetenv("QT_LOGGING_RULES");
 }
 
 void StartupTest::logGoesToSyslog()
@@ -182,8 +183,7 @@ void StartupTest::controlInterface()
     QCOMPARE(board.control.call(QStringLiteral("IsAdapterPresent")).arguments(), QVariantList{true});
 
     QCOMPARE(board.control.call(QStringLiteral("SelectBluetooth")).type(), QDBusMessage::ReplyMessage);
-    for (const bool connected : {true, false})
-        QCOMPARE(board.control.setProperty(QStringLiteral("Connected"), connected).type(), QDBusMessage::ReplyMessage);
+    QCOMPARE(board.control.setProperty(QStringLiteral("Connected"), false).type(), QDBusMessage::ReplyMessage);
     QCOMPARE(board.control.setProperty(QStringLiteral("Name"), QStringLiteral("x")).type(), QDBusMessage::ErrorMessage);
 
     sim::writePlayerName("Bath\n");
