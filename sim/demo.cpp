@@ -55,6 +55,7 @@ private:
     Story story_;
     Phone phone_;
     QList<BluezCall> callsAtStart_;
+    bool inTime_ = false; ///< the player connected before the first packet
 };
 
 Demo::Demo(const DemoOptions &options, const Recording &recording)
@@ -118,9 +119,10 @@ bool Demo::stream()
         return false;
     waitFor([this] { return board_.player.audioConnected(); },
             std::max(0, EncoderStartMs - static_cast<int>(sinceActive.elapsed())));
+    inTime_ = board_.player.audioConnected();
     story_.say("player",
-               board_.player.audioConnected() ? QStringLiteral("is connected to \"bluetooth\"")
-                                              : QStringLiteral("is late: not connected to \"bluetooth\" yet"));
+               inTime_ ? QStringLiteral("is connected to \"bluetooth\"")
+                       : QStringLiteral("is late: not connected to \"bluetooth\" yet"));
     story_.say("phone", QStringLiteral("plays %1 s").arg(recording_.seconds(), 0, 'f', 2));
     phone_.play(packets_, format_);
     return true;
@@ -201,7 +203,8 @@ int Demo::sumUp()
     const HeardCheck check = checkHeard(packets_, heard);
     if (!story_.failed())
         story_.insistOnNoMoreRequests();
-    story_.insist(check.exact, QStringLiteral("what the player heard is not what the phone sent"));
+    story_.insist(check.exact && (!inTime_ || check.firstPacket == 0),
+                  QStringLiteral("what the player heard is not what the phone sent"));
 
     const QString wav = QDir(options_.outDirectory).absoluteFilePath(QStringLiteral("heard.wav"));
     const Recording heardRecording{format_.sampleRate, format_.channels(), heard};
@@ -236,10 +239,7 @@ int runDemo(const DemoOptions &options)
         std::fprintf(stderr, "%s\n", qPrintable(error));
         return EXIT_FAILURE;
     }
-    if (!QDir().mkpath(options.outDirectory)) {
-        std::fprintf(stderr, "%s: no such folder, and it cannot be made\n", qPrintable(options.outDirectory));
-        return EXIT_FAILURE;
-    }
+    QDir().mkpath(options.outDirectory);
     return Demo(options, recording).run();
 }
 
