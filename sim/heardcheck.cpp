@@ -28,7 +28,7 @@ HeardCheck checkHeard(const QList<QByteArray> &packets, const QByteArray &heard)
                                     "no gap after that")
                          .arg(check.firstPacket);
     } else {
-        const auto differing = std::mismatch(heard.begin(), heard.end(), decoded.begin(), decoded.end()).first;
+        const auto *const differing = std::mismatch(heard.begin(), heard.end(), decoded.begin(), decoded.end()).first;
         check.text = QStringLiteral("NOT the same as decoding the same frames: %1 bytes instead of %2, the first wrong "
                                     "one in packet %3")
                          .arg(heard.size())
