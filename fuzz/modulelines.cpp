@@ -2,7 +2,7 @@
 // module that answers in order, whose settings must end up right.
 //
 // An input: the speaker's name, then name, audio mode, I2S mode and codec as the module has them, each as length
-// (1 byte) and bytes; one byte of manners (see Manner); then what comes in, as a row of records: length (1 byte), how
+// (1 byte) and bytes; one byte of manners (see below); then what comes in, as a row of records: length (1 byte), how
 // often more (1 byte, of which four bits count), bytes.
 
 #include "fuzz/fuzzing.h"
@@ -12,7 +12,7 @@
 
 #include <QRegularExpression>
 
-#include <cctype>
+#include <array>
 #include <sanitizer/allocator_interface.h>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
@@ -27,14 +27,13 @@ constexpr int ReadBytes = 1024; // of one read of the line
 // What one input brings at most: every line length and state is reached with less, and longer ones take their time.
 constexpr int MaxInputBytes = 8 * LineReader::MaxLineLength;
 
-enum Manner : unsigned {
-    NameShortened = 1, ///< keeps the first 16 bytes of a name
-    NameFixed = 2,     ///< and further: takes no other value
-    AudioFixed = 4,
-    I2sFixed = 8,
-    CodecFixed = 16,
-    Settings = NameFixed | AudioFixed | I2sFixed | CodecFixed,
-};
+constexpr int Settings = 4; // name, audio mode, I2S mode, codec
+
+// Bits of a module's manners: it keeps the first 16 bytes of a name; from the second on, it takes no other value of
+// each of its settings.
+constexpr unsigned NameShortened = 1;
+constexpr unsigned FirstFixed = 2;
+constexpr unsigned AnyFixed = 0x1E;
 
 /// A setting cannot hold what ends a line, or reading.
 QByteArray asSetting(QByteArray bytes)
@@ -45,60 +44,44 @@ QByteArray asSetting(QByteArray bytes)
 /// A module that knows the commands of the check and answers each.
 class Module {
 public:
-    struct Setting {
-        const char *key;
-        unsigned fixed; ///< the Manner in which it cannot be set
-        QByteArray running;
-        QByteArray saved;
-    };
-
     explicit Module(fuzzing::Input &input)
     {
-        for (Setting &setting : settings_)
-            setting.running = setting.saved = asSetting(input.bytes(input.byte()));
-        manner_ = input.byte();
+        for (QByteArray &setting : running_)
+            setting = asSetting(input.bytes(input.byte()));
+        saved_ = running_;
+        manners_ = input.byte();
     }
 
     QByteArray answer(const QByteArray &command)
     {
-        for (Setting &setting : settings_) {
-            if (command == QByteArray("get ") + setting.key)
-                return QByteArray(setting.key).toUpper() + '=' + setting.running + "\r\n";
-            const QByteArray set = QByteArray("set ") + setting.key + '=';
-            if (command.startsWith(set)) {
-                if ((manner_ & setting.fixed) == 0)
-                    setting.running = command.mid(set.size());
-                if (setting.fixed == NameFixed && (manner_ & NameShortened) != 0)
-                    setting.running.truncate(16);
-                return "OK\r\n";
-            }
+        static const std::array<QByteArray, Settings> keys{"name", "audio", "i2s", "codec"};
+        for (std::size_t i = 0; i < keys.size(); ++i) {
+            if (command == "get " + keys[i])
+                return keys[i].toUpper() + '=' + running_[i] + "\r\n";
+            const QByteArray set = "set " + keys[i] + '=';
+            if (command.startsWith(set) && (manners_ & FirstFixed << i) == 0)
+                running_[i] = command.mid(set.size());
         }
-        if (command == "reset") {
-            ++resets;
-            for (Setting &setting : settings_)
-                setting.running = setting.saved;
-            return "Ready\r\n";
-        }
-        if (command == "write") {
-            for (Setting &setting : settings_)
-                setting.saved = setting.running;
-        }
-        return "OK\r\n";
+        if ((manners_ & NameShortened) != 0)
+            running_[0].truncate(16);
+        if (command == "write")
+            saved_ = running_;
+        if (command != "reset")
+            return "OK\r\n";
+        ++resets;
+        running_ = saved_;
+        return "Ready\r\n";
     }
 
-    bool takesEverything() const { return (manner_ & Settings) == 0; }
-    const QByteArray &running(int setting) const { return settings_[setting].running; }
+    bool takesEverything() const { return (manners_ & AnyFixed) == 0; }
+    const QByteArray &running(std::size_t setting) const { return running_[setting]; }
 
     int resets = 0;
 
 private:
-    Setting settings_[4] = {
-        {"name", NameFixed, {}, {}},
-        {"audio", AudioFixed, {}, {}},
-        {"i2s", I2sFixed, {}, {}},
-        {"codec", CodecFixed, {}, {}},
-    };
-    unsigned manner_ = 0;
+    std::array<QByteArray, Settings> running_;
+    std::array<QByteArray, Settings> saved_;
+    unsigned manners_ = 0;
 };
 
 /// The daemon's side of the line.
@@ -140,14 +123,11 @@ private:
 
     static bool isCommand(const QByteArray &command)
     {
-        static const QList<QByteArray> all = {
-            "get name", "get audio", "set audio=3", "get i2s", "set i2s=0202",    "get codec", "set codec=7 44100 1",
-            "write",    "reset",     "status",      "name ",   "DISCOVERABLE ON",
-        };
-        if (command.contains('\n') || command.contains('\0'))
-            return false;
-        return all.contains(command) || (command.startsWith("set name=") && command.endsWith(" BT"))
-            || (command.startsWith("name ") && command.indexOf(' ', 5) < 0);
+        static const QRegularExpression all(
+            QRegularExpression::anchoredPattern("get (name|audio|i2s|codec)|set name=[^\n]* BT|set audio=3|set "
+                                                "i2s=0202|set codec=7 44100 1|write|reset|status"
+                                                "|name [^ \n]*|DISCOVERABLE ON"));
+        return all.match(QString::fromLatin1(command)).hasMatch() && !command.contains('\0');
     }
 
     LineReader reader_;

@@ -17,14 +17,6 @@ constexpr fuzzing::ChoiceField Allocation{1, 1, 0x03, 0x02};
 constexpr fuzzing::ChoiceField MinBitpool{2, 1, 0xFF, 0};
 constexpr fuzzing::ChoiceField MaxBitpool{3, 1, 0xFF, 0};
 
-constexpr fuzzing::Rate Rates[] = {{0x80, 16000}, {0x40, 32000}, {0x20, 44100}, {0x10, 48000}};
-constexpr unsigned Mono = 0x08;
-
-void checkStream(CodecSBC &codec, const QByteArray &configuration)
-{
-    fuzzing::checkStream(codec, configuration, Frequency, Rates, 44100, ChannelMode, Mono);
-}
-
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
@@ -39,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     PROMISED(valueOf(selected, MinBitpool) == std::max(valueOf(offered, MinBitpool), 2U));
     PROMISED(valueOf(selected, MaxBitpool) == std::min(valueOf(offered, MaxBitpool), 250U));
     PROMISED(codec.selectConfiguration(selected) == selected);
-    checkStream(codec, selected);
-    checkStream(codec, input.rest());
+    fuzzing::checkStream(codec, selected);
+    fuzzing::checkStream(codec, input.rest());
     return 0;
 }

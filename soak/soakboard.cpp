@@ -1,246 +1,144 @@
+// What every step of a soak rests on: the model of the board, and that the daemon says the same.
+
 #include "soak/soakboard.h"
 
 #include "bluez/names.h"
-#include "control/names.h"
 
-#include <QCoreApplication>
+#include <QUrl>
 
 namespace sim {
 
 namespace {
 
-constexpr int PatienceMs = 30'000;
+// A player that never answers holds requests up: five are under way at a time, and each is given up after 10 s.
+constexpr int PlayerMs = 60'000;
 
 // The endpoints of an adapter, one for each codec.
 constexpr int Endpoints = 2;
 
-// The daemon waits 12 s at most; the answers are to come before that.
-constexpr int LongestHoldMs = 4000;
-
-const char *text(bool value)
-{
-    return value ? "true" : "false";
-}
+const std::array<QString, 3> Names{"Anna", "Bob & Co's phone", "Zoë 100%"};
 
 } // namespace
 
-const std::array<SoakBoard::Name, 3> &SoakBoard::names()
+SoakBoard::SoakBoard(Board &board, SoakReport &report, SoakRandom &random)
+    : board_(board), report_(report), random_(random), audio_(board, report, random)
 {
-    static const std::array<Name, 3> names{{
-        {QStringLiteral("Anna"), QStringLiteral("Anna")},
-        {QStringLiteral("Bob & Co's phone"), QStringLiteral("Bob%20&%20Co's%20phone")},
-        {QStringLiteral("Zoë 100%"), QStringLiteral("Zo%C3%AB%20100%25")},
-    }};
-    return names;
-}
-
-SoakBoard::SoakBoard(SoakReport &report, quint32 seed)
-    : report_(report), random_(seed), formats_(soakFormats()), notices_(board_.player, report),
-      audio_(board_, report, random_)
-{
-    QObject::connect(&board_.daemon, &Daemon::logLine, &board_.daemon,
-                     [this](const QString &line) { report_.logLine(line); });
     makePhones();
-}
-
-bool SoakBoard::startDaemon()
-{
+    board_.daemon.start(board_.bus.address());
     oweStatus();
-    return insist(board_.startDaemon(), QStringLiteral("the daemon does not set the adapter up")) && settle();
-}
-
-void SoakBoard::makePhones()
-{
-    static const char *const addresses[] = {"00_AA_01_01_00_42", "00_AA_01_02_00_42", "00_AA_01_03_00_42"};
-    for (size_t i = 0; i < phones_.size(); ++i)
-        phones_[i] = std::make_unique<Phone>(
-            board_.bluez, adapterPath() + QStringLiteral("/dev_") + QLatin1String(addresses[i]), names()[i].alias);
-}
-
-QString SoakBoard::adapterPath() const
-{
-    return QStringLiteral("/org/bluez/hci%1").arg(adapterNumber_);
-}
-
-QString SoakBoard::name() const
-{
-    return state_ == Idle || nameAwaited_ ? QString() : names()[static_cast<size_t>(who_)].alias;
+    settle();
 }
 
 QString SoakBoard::toldName() const
 {
-    return state_ == Idle || nameAwaited_ ? QString() : names()[static_cast<size_t>(who_)].told;
+    return state_ == Idle ? QString() : QString(QUrl::toPercentEncoding(Names[who_], "&'"));
+}
+
+void SoakBoard::makePhones()
+{
+    for (size_t i = 0; i < phones_.size(); ++i) {
+        const QString path = adapterPath() + QString("/dev_00_AA_01_0%1_00_42").arg(i);
+        phones_[i] = std::make_unique<Phone>(board_.bluez, path, Names[i]);
+    }
 }
 
 void SoakBoard::oweStatus()
 {
-    const bool connected = adapter_ && state_ != Idle && !nameAwaited_;
-    const bool streaming = connected && state_ == Streaming;
-    notices_.owe(QStringLiteral("/BTPropertyChange?type=USB?adapter=%1&connected=%2&name=%3&streaming=%4")
-                     .arg(QLatin1String(text(adapter_)), QLatin1String(text(connected)),
-                          connected ? toldName() : QString(), QLatin1String(text(streaming))));
+    const auto text = [](bool value) { return QLatin1String(value ? "true" : "false"); };
+    owed_ << QString("/BTPropertyChange?type=USB?adapter=%1&connected=%2&name=%3&streaming=%4")
+                 .arg(text(adapter_), text(state_ != Idle), toldName(), text(state_ == Streaming));
 }
 
-bool SoakBoard::settle()
+void SoakBoard::settle()
 {
-    const QList<QPair<QString, QVariant>> properties{
-        {QStringLiteral("AdapterPresent"), adapter_},
-        {QStringLiteral("Connected"), state_ != Idle},
-        {QStringLiteral("Streaming"), state_ == Streaming},
-        {QStringLiteral("Name"), name()},
+    const QVariantMap properties{
+        {"AdapterPresent", adapter_},
+        {"Connected", state_ != Idle},
+        {"Streaming", state_ == Streaming},
+        {"Name", state_ == Idle ? QString() : Names[who_]},
     };
-    for (const auto &property : properties) {
-        QVariant is;
-        waitFor([&] { return (is = board_.control.property(property.first)) == property.second; }, PatienceMs);
-        if (!insist(is == property.second,
-                    QStringLiteral("%1 is \"%2\", not \"%3\"")
-                        .arg(property.first, is.toString(), property.second.toString())))
-            return false;
+    for (auto due = properties.begin(); due != properties.end(); ++due)
+        report_.await([&] { return board_.control.property(due.key()) == due.value(); },
+                      due.key() + " is not \"" + due.value().toString() + '"');
+    if (!playerFails_) {
+        settlePlayer([this](const QStringList &told) { return told == owed_; });
     }
-    return notices_.settle() && (!adapter_ || settleAdapter());
-}
-
-/// The adapter is set up, as far as BlueZ answers. The player may be down, and not be told.
-bool SoakBoard::settleAdapter()
-{
-    // What the daemon has asked of BlueZ is there when a later answer to BlueZ is.
-    QDBusMessage sync = QDBusMessage::createMethodCall(control::Service, control::ObjectPath,
-                                                       bluez::PropertiesInterface, QStringLiteral("GetAll"));
-    sync << QStringLiteral("org.kadobt.commands");
-    insist(board_.bluez.call(sync).type() == QDBusMessage::ReplyMessage, QStringLiteral("the daemon does not answer"));
-    QCoreApplication::processEvents();
-    if (!setUp_)
-        return insist(waitFor([this] { return held_.arrived(); }, PatienceMs), QStringLiteral("BlueZ is not asked"));
-    const auto endpoints = [this] { return static_cast<int>(board_.bluez.endpoints().size()); };
+    if (!adapter_)
+        return;
+    report_.await([this] { return board_.bluez.endpoints().size() == Endpoints; }, "not all endpoints are registered");
     const auto alias = [this] {
         return board_.bluez.property(adapterPath(), bluez::AdapterInterface, bluez::AliasProperty).toString();
     };
-    const QString due = speakerName_ + QStringLiteral(" BT");
-    return insist(waitFor([&] { return endpoints() == Endpoints; }, PatienceMs),
-                  QStringLiteral("%1 endpoints are registered").arg(endpoints()))
-        && insist(held_.holds("Set") || waitFor([&] { return alias() == due; }, PatienceMs),
-                  QStringLiteral("the adapter is not named \"%1\" but \"%2\"").arg(due, alias()));
+    report_.await([&] { return alias() == speakerName_ + " BT"; }, "the adapter has another name than the speaker");
 }
 
-bool SoakBoard::afterStep()
+void SoakBoard::settlePlayer(const std::function<bool(const QStringList &)> &right)
 {
-    board_.bluez.forgetCalls();
-    board_.daemon.forgetLog();
-    if (heldSteps_ > 0 && (--heldSteps_ == 0 || sinceHeld_.hasExpired(LongestHoldMs)) && !answerHeld())
-        return false;
-    if (playerFaultSteps_ > 0 && --playerFaultSteps_ == 0) {
-        if (!notices_.settle())
-            return false;
-        board_.player.stopServing();       // ends the connections that hang
-        settledDescriptors(board_.daemon); // what was not answered has been sent again, in vain
-        notices_.setPlayerIsAskedAgain(false);
-        board_.player.behave(Player::Behaviour::Answer);
-        notices_.setPlayerDown(false);
-        if (!insist(board_.player.serve(), QStringLiteral("the player cannot serve again")))
-            return false;
-    }
-    return !report_.failed();
+    const QString list = "\n        ";
+    const bool isRight = waitFor([&] { return right(board_.player.targets()); }, PlayerMs);
+    report_.insist(isRight,
+                   "the player was to be told" + list + owed_.join(list) + "\n    but was told" + list
+                       + board_.player.targets().join(list));
+    report_.count("requests to the player compared", owed_.size());
+    owed_.clear();
+    board_.player.forgetRequests();
 }
 
-bool SoakBoard::rest()
-{
-    if (playerFaultSteps_ > 0) {
-        playerFaultSteps_ = 1;
-        if (!afterStep())
-            return false;
-    }
-    if (!answerHeld() || (state_ != Idle && !(hangUp() && afterStep())))
-        return false;
-    // Clients that wait, or have left meanwhile, hold descriptors until a packet asks for them.
-    return connectPhone() && configure() && start() && hangUp() && afterStep();
-}
+// --- Phones
 
-void SoakBoard::phoneIsThere()
+void SoakBoard::phoneIs(State state)
 {
-    state_ = Connected;
-    nameAwaited_ = held_.holds("Get");
-    if (!nameAwaited_)
-        oweStatus();
-}
-
-bool SoakBoard::authorize()
-{
-    return board_.bluez.agentPath().isEmpty()
-        || insist(phone().authorize(), QStringLiteral("the phone is not authorised"));
-}
-
-void SoakBoard::streamIsGone(const QString &object)
-{
-    format_ = nullptr;
-    starting_ = false;
-    if (!held_.holds("Get")) // an answer that comes when the phone has long gone, and is back, or another is there
-        held_.objectGone(object, random_.oneIn(2));
-}
-
-void SoakBoard::phoneIsGone()
-{
-    state_ = Idle;
-    nameAwaited_ = false;
-    disconnecting_ = false;
-    streamIsGone(phone().path());
+    state_ = state;
     oweStatus();
 }
 
-bool SoakBoard::phoneLeaves()
+void SoakBoard::callClients()
 {
-    const auto connected = [this] {
-        return board_.bluez.property(phone().path(), bluez::DeviceInterface, bluez::ConnectedProperty).toBool();
-    };
-    return insist(waitFor([&] { return !connected(); }, PatienceMs), QStringLiteral("the phone is not disconnected"));
+    constexpr int MostWaiting = 5;
+    audio_.follow(phone(), *format_);
+    if (audio_.waiting() == 0)
+        audio_.connectClients(random_.oneIn(8) ? 0 : random_.oneIn(6) ? 1 + random_.below(MostWaiting) : 1);
 }
 
-bool SoakBoard::endStreamBy(const std::function<void()> &happens)
+void SoakBoard::streamIsActive()
+{
+    report_.await([this] { return phone().isActive(); }, "the stream is not acquired");
+    phoneIs(Streaming);
+    settle();
+    audio_.send(audio_.waiting() + 1);
+    audio_.check();
+}
+
+void SoakBoard::endStreamBy(const std::function<void()> &happens)
 {
     constexpr int MostOnTheWay = 10; // their audio fits into a client's socket
     const bool streaming = state_ == Streaming;
-    if (streaming && !(audio_.check() && audio_.send(random_.below(MostOnTheWay))))
-        return false;
-    happens();
-    if (!settle())
-        return false;
-    if (!streaming)
-        return true;
-    report_.cycle("streams");
-    return audio_.ended();
-}
-
-// --- The speaker's other processes.
-
-bool SoakBoard::selectBluetooth()
-{
-    board_.control.call(QStringLiteral("SelectBluetooth"));
-    if (state_ == Streaming)
-        notices_.owe(QStringLiteral("/Play?url=Capture:bluez:bluetooth:%1&name=%2").arg(format_->played, toldName()));
-    return settle();
-}
-
-bool SoakBoard::disconnectPhone()
-{
-    report_.cycle("phones disconnected by the speaker");
-    const auto disconnect = [this] { board_.control.setProperty(QStringLiteral("Connected"), false); };
-    if (held_.holds("Disconnect")) {
-        disconnecting_ = true;
-        disconnect();
-        return goOnUnanswered();
+    if (streaming) {
+        audio_.check();
+        audio_.send(random_.below(MostOnTheWay));
     }
-    return endStreamBy([&] {
-        disconnect();
-        phoneLeaves();
-        phoneIsGone();
-    });
+    happens();
+    settle();
+    if (streaming)
+        audio_.ended();
 }
 
-bool SoakBoard::rename()
+// --- Adapters
+
+void SoakBoard::adapterIsGone()
 {
-    speakerName_ = QStringLiteral("Room %1").arg(random_.below(1000));
-    writePlayerName(speakerName_.toLatin1() + '\n');
-    board_.control.call(QStringLiteral("ResetAlias"));
-    return adapter_ && held_.holds("Set") ? goOnUnanswered() : settle();
+    if (state_ != Idle)
+        phoneIs(Idle);
+    makePhones();
+    adapter_ = false;
+    oweStatus();
+}
+
+void SoakBoard::adapterIsThere()
+{
+    adapter_ = true;
+    oweStatus();
+    audio_.adapterIsNew();
 }
 
 } // namespace sim

@@ -1,96 +1,169 @@
-// The steps of a soak in which something goes wrong.
+// The steps of a soak that BlueZ takes: it loses adapters, ends and comes back, and answers late.
 
+#include "bluez/names.h"
 #include "soak/soakboard.h"
+
+#include <utility>
 
 namespace sim {
 
-bool SoakBoard::selectConfiguration()
+void SoakBoard::hold(const QString &method)
 {
-    if (!setUp_ && !answerHeld())
-        return false;
-    const QDBusMessage reply = board_.bluez.callEndpoint(0, QStringLiteral("SelectConfiguration"),
-                                                         {QByteArray::fromHex("ffff0235")});
-    return insist(reply.arguments() == QVariantList{QByteArray::fromHex("11160235")},
-                  QStringLiteral("SelectConfiguration was answered with something else"))
-        && settle();
-}
-
-bool SoakBoard::secondPhone()
-{
-    report_.injected("second phone");
-    Phone &second = *phones_[(static_cast<size_t>(who_) + 1) % phones_.size()];
-    second.connect();
-    bool refused = !second.authorize();
-    if (random_.oneIn(3)) { // the second one does not move up
-        if (!hangUp())
-            return false;
-        refused = refused && !second.authorize();
-    }
-    second.disconnect();
-    return insist(refused, QStringLiteral("a second phone is authorised")) && settle();
-}
-
-bool SoakBoard::damagedPackets()
-{
-    constexpr int MostPackets = 300;
-    if (!audio_.clientListens())
-        return play();
-    return audio_.sendDamaged(random_.below(MostPackets)) && audio_.check();
-}
-
-bool SoakBoard::emptyPacket()
-{
-    return audio_.clientListens() ? audio_.sendEmpty() && audio_.check() : play();
-}
-
-bool SoakBoard::deafClient()
-{
-    if (!audio_.clientListens())
-        return play();
-    report_.injected("client that stops reading");
-    return audio_.dropPackets() && audio_.send(random_.below(100)) && audio_.check();
-}
-
-bool SoakBoard::loseLink()
-{
-    report_.injected("link lost");
-    return endStreamBy([this] {
-        audio_.settle();
-        phone().loseLink();
-        phoneIsGone();
+    heldMethod_ = method;
+    board_.bluez.intercept(method, [this](const QDBusMessage &call) {
+        held_.append(call);
+        return true;
     });
 }
 
-bool SoakBoard::playerFault()
+void SoakBoard::awaitHeld()
 {
-    if (playerFaultSteps_ > 0 || held_.isHolding())
-        return true;
-    using Behaviour = Player::Behaviour;
-    static constexpr struct {
-        const char *name;
-        Behaviour behaviour;
-    } faults[] = {
-        {"player that keeps connections open", Behaviour::KeepOpen},
-        {"player that answers late", Behaviour::Late},
-        {"player that answers with an error", Behaviour::Refuse},
-        {"player that never answers", Behaviour::NeverAnswer},
-        {"player that answers garbage", Behaviour::Garbage},
-        {"player that closes in mid-answer", Behaviour::CloseEarly},
-        {"player that is down", Behaviour::Answer},
-    };
-    constexpr int Faults = sizeof faults / sizeof *faults;
-    constexpr int MostSteps = 4;
-    const auto &fault = faults[random_.below(Faults)];
-    report_.injected(fault.name);
-    playerFaultSteps_ = 1 + random_.between(1, MostSteps); // this one counts
-    if (&fault == &faults[Faults - 1]) {
-        notices_.setPlayerDown(true);
-        board_.player.stopServing();
-    } else {
-        notices_.setPlayerIsAskedAgain(fault.behaviour == Behaviour::Garbage);
-        board_.player.behave(fault.behaviour);
+    report_.await([this] { return !held_.isEmpty(); }, "the daemon does not call " + heldMethod_);
+}
+
+void SoakBoard::answerHeld()
+{
+    board_.bluez.stopIntercepting(heldMethod_);
+    for (const QDBusMessage &call : std::exchange(held_, {}))
+        board_.bluez.answer(call);
+}
+
+void SoakBoard::removeAdapter()
+{
+    const bool takenOver = random_.oneIn(2);
+    const int number = takenOver ? 1 - adapterNumber_ : adapterNumber_;
+    const QString gone = adapterPath();
+    if (takenOver) {
+        board_.bluez.addAdapter(QString("/org/bluez/hci%1").arg(number));
+        settle(); // a second one is of no interest
     }
-    return settle();
+    endStreamBy([&] {
+        if (state_ != Idle && random_.oneIn(2)) // the phone's own end
+            board_.bluez.removeObject(phone().path(), {}, FakeBluez::Announce::Quietly);
+        adapterNumber_ = number;
+        board_.bluez.removeAdapter(gone);
+        adapterIsGone();
+        if (takenOver)
+            adapterIsThere();
+    });
+    if (takenOver)
+        return;
+    board_.bluez.addAdapter(adapterPath());
+    adapterIsThere();
+    settle();
+}
+
+void SoakBoard::restartBluez()
+{
+    endStreamBy([this] { // without a gap
+        board_.bluez.crash();
+        adapterIsGone();
+        board_.bluez.restart();
+        board_.bluez.addAdapter(adapterPath());
+        adapter_ = true;
+        if (random_.oneIn(2)) {
+            choosePhone();
+            phone().connect();
+            phoneIs(Connected); // its name is there long before the adapter has been set up
+        }
+        adapterIsThere();
+    });
+    report_.insist(state_ == Idle || phone().authorize(), "a phone that was there before us is not authorised");
+}
+
+// --- Late answers
+
+void SoakBoard::slowName()
+{
+    hold("Get");
+    choosePhone();
+    phone().connect();
+    awaitHeld();
+    report_.insist(board_.control.property("Connected").toBool(), "the phone is not connected without a name");
+    if (random_.oneIn(2)) {
+        answerHeld();
+        phoneIs(Connected);
+    } else { // gone before the answer comes
+        phone().hangUp();
+        phoneIs(Idle);
+        settle();
+        answerHeld();
+    }
+    settle();
+}
+
+void SoakBoard::slowAcquire()
+{
+    hold("Acquire");
+    callClients();
+    report_.insist(phone().wantToStart(), "the phone cannot start");
+    awaitHeld();
+    if (random_.oneIn(2)) {
+        audio_.send(random_.below(20));
+        answerHeld();
+        streamIsActive();
+    } else { // paused before the answer comes
+        phone().suspend();
+        settle();
+        answerHeld();
+        settle();
+    }
+}
+
+void SoakBoard::slowDisconnect()
+{
+    hold("Disconnect");
+    board_.control.setProperty("Connected", false);
+    awaitHeld();
+    settle();
+    endStreamBy([&] {
+        answerHeld();
+        const auto connected = [this] {
+            return board_.bluez.property(phone().path(), bluez::DeviceInterface, bluez::ConnectedProperty).toBool();
+        };
+        report_.await([&] { return !connected(); }, "the phone is not disconnected");
+        phoneIs(Idle);
+    });
+}
+
+void SoakBoard::slowRename()
+{
+    hold("Set");
+    speakerName_ = QString("Room %1").arg(random_.below(1000));
+    writePlayerName(speakerName_.toLatin1() + '\n');
+    board_.control.call("ResetAlias");
+    awaitHeld();
+    if (state_ == Streaming)
+        audio_.check();
+    answerHeld();
+    settle();
+}
+
+void SoakBoard::slowSetUp()
+{
+    constexpr const char *Methods[] = {"GetManagedObjects", "Set", "RegisterAgent", "RequestDefaultAgent",
+                                       "RegisterEndpoint"};
+    hold(random_.oneOf(Methods));
+    const auto crash = [&] {
+        board_.bluez.crash();
+        held_.clear(); // they are never answered
+        adapterIsGone();
+    };
+    const auto comeBack = [&] {
+        board_.bluez.restart();
+        board_.bluez.addAdapter(adapterPath(), FakeBluez::Announce::Quietly);
+        awaitHeld();
+    };
+    endStreamBy(crash);
+    comeBack();
+    if (board_.control.property("AdapterPresent").toBool() && random_.oneIn(2)) { // dies with the answer owed
+        crash();
+        settle();
+        comeBack();
+    }
+    answerHeld();
+    adapterIsThere();
+    settle();
 }
 
 } // namespace sim

@@ -1,170 +1,220 @@
-// The steps of a soak in which nothing goes wrong: a phone's life, its stream, and those who listen.
+// The steps of a soak that phones, the player and its clients take.
 
 #include "soak/soakboard.h"
 
+#include <QSet>
+
 namespace sim {
 
-bool SoakBoard::connectPhone()
+namespace {
+
+constexpr int MostPackets = 1000; // their audio is well below what is kept for a client that does not read
+
+QSet<QString> asSet(const QStringList &list)
 {
-    report_.cycle("phones connected");
-    who_ = random_.below(static_cast<int>(phones_.size()));
+    return {list.begin(), list.end()};
+}
+
+} // namespace
+
+// --- Phones
+
+void SoakBoard::connectPhone()
+{
+    choosePhone();
     phone().connect();
-    phoneIsThere();
-    return authorize() && settle();
+    phoneIs(Connected);
+    report_.insist(phone().authorize(), "the phone is not authorised");
+    settle();
 }
 
-bool SoakBoard::configure()
+void SoakBoard::configure()
 {
-    return configureAs(formats_.at(random_.below(static_cast<int>(formats_.size()))));
+    format_ = &random_.oneOf(formats_);
+    state_ = Configured; // the player is not told
+    report_.insist(phone().configure(format_->codec, format_->configuration), "the configuration is refused");
+    settle();
 }
 
-bool SoakBoard::configureAs(const SoakFormat &format)
+void SoakBoard::start()
 {
-    if (!setUp_ && !answerHeld())
-        return false;
-    report_.cycle(format.codec == 0 ? "SBC configured" : "AAC configured");
-    format_ = &format;
-    state_ = Configured;
-    return insist(phone().configure(format.codec, format.configuration), QStringLiteral("the configuration is refused"))
-        && settle();
+    callClients();
+    if (phone().socket() >= 0) // BlueZ hands it out again, and it may hold packets already
+        audio_.send(random_.below(20));
+    report_.insist(phone().wantToStart(), "the phone cannot start");
+    streamIsActive();
 }
 
-bool SoakBoard::start()
+void SoakBoard::suspend()
 {
-    constexpr int MostWaiting = 5;
-    if (starting_ && random_.oneIn(2)) {
+    endStreamBy([this] {
         phone().suspend();
-        starting_ = false;
-        held_.objectGone(phone().transportPath(), true); // as BlueZ does at a pause
-        return settle();
-    }
-    audio_.follow(phone(), *format_);
-    const int clients = random_.oneIn(8) ? 0 : random_.oneIn(6) ? random_.between(2, MostWaiting) : 1;
-    if (audio_.waiting() == 0 && !audio_.connectClients(clients))
-        return false;
-    if (held_.holds("Acquire")) {
-        starting_ = true;
-        return insist(phone().wantToStart(), QStringLiteral("the phone cannot start")) && goOnUnanswered();
-    }
-    // A socket that BlueZ hands out again may hold packets already.
-    if (phone().socket() >= 0 && !audio_.send(random_.below(20)))
-        return false;
-    return insist(phone().start(), QStringLiteral("the stream is not acquired")) && streamIsActive();
-}
-
-bool SoakBoard::streamIsActive()
-{
-    starting_ = false;
-    state_ = Streaming;
-    oweStatus();
-    return settle() && audio_.send(audio_.waiting() + 1) && audio_.check();
-}
-
-bool SoakBoard::suspend()
-{
-    return endStreamBy([this] {
-        phone().suspend();
-        state_ = Configured;
-        oweStatus();
+        phoneIs(Configured);
     });
 }
 
-bool SoakBoard::clear()
+void SoakBoard::clear()
 {
-    return endStreamBy([this] {
-        const QString transport = phone().transportPath();
-        insist(phone().clear(), QStringLiteral("the configuration is not cleared"));
-        state_ = Connected; // the player is not told
-        streamIsGone(transport);
-    });
+    report_.insist(phone().clear(), "the configuration is not cleared");
+    state_ = Connected; // the player is not told
+    settle();
 }
 
-bool SoakBoard::switchCodec()
+void SoakBoard::hangUp()
 {
-    report_.cycle("codec switched");
-    const SoakFormat *next = format_;
-    while (next->codec == format_->codec)
-        next = &formats_.at(random_.below(static_cast<int>(formats_.size())));
-    const bool streaming = state_ == Streaming;
-    return clear() && configureAs(*next) && (!streaming || start());
-}
-
-bool SoakBoard::hangUp()
-{
-    report_.cycle(state_ == Streaming ? "hung up in mid-stream" : "hung up");
-    const bool forgotten = random_.oneIn(4);
-    return endStreamBy([&] {
-        if (!forgotten) {
-            phone().hangUp();
-        } else {
+    const int way = random_.below(4);
+    endStreamBy([&] {
+        if (way == 0) {
             if (!phone().transportPath().isEmpty())
                 phone().clear();
             board_.bluez.removeObject(phone().path());
+        } else if (way == 1 && state_ == Streaming) {
+            audio_.settle();
+            phone().loseLink();
+        } else {
+            phone().hangUp();
         }
-        phoneIsGone();
+        phoneIs(Idle);
     });
 }
 
-bool SoakBoard::play()
+void SoakBoard::wholeStream()
 {
-    constexpr int MostPackets = 1500;
-    if (!audio_.attached()) // a player that comes late
-        return audio_.settle() && audio_.connectClients(1) && audio_.send(random_.below(MostPackets)) && audio_.check();
-    return audio_.send(random_.below(MostPackets)) && audio_.check();
+    if (state_ != Idle)
+        hangUp();
+    connectPhone();
+    configure();
+    start();
+    hangUp();
 }
 
-bool SoakBoard::swapClient()
+void SoakBoard::secondPhone()
 {
-    if (!audio_.attached())
-        return play();
-    report_.cycle("clients swapped in mid-stream");
-    return audio_.swapClient() && audio_.send(random_.below(100)) && audio_.check();
+    Phone &second = *phones_[(who_ + 1) % phones_.size()];
+    second.connect();
+    report_.insist(!second.authorize(), "a second phone is authorised");
+    if (random_.oneIn(3)) {
+        hangUp();
+        report_.insist(!second.authorize(), "a second phone moves up");
+    }
+    second.disconnect();
+    settle();
 }
 
-bool SoakBoard::clientLeaves()
+// --- Those who listen
+
+void SoakBoard::play()
 {
-    if (!audio_.clientListens())
-        return play();
-    report_.injected("client left in mid-stream");
-    return audio_.leave() && audio_.send(random_.below(100));
+    if (!audio_.clientListens()) { // a player that comes late
+        audio_.settle();
+        audio_.connectClients(1);
+        audio_.settle();
+    }
+    audio_.send(1 + random_.below(MostPackets));
+    audio_.check();
 }
 
-bool SoakBoard::slowClient()
+void SoakBoard::damagedPackets()
 {
-    constexpr int MostPackets = 1000; // well below what is kept for it
-    if (!audio_.clientListens())
-        return play();
-    report_.injected("slow client");
+    audio_.send(random_.below(MostPackets), true);
+    audio_.check();
+}
+
+void SoakBoard::swapClients()
+{
+    audio_.send(random_.below(MostPackets));
+    audio_.check(); // a client that is replaced hears no more than has been sent to it
+    audio_.connectClients(1 + random_.below(3));
+    audio_.settle();
+    audio_.send(audio_.waiting() + random_.below(MostPackets));
+    audio_.check();
+}
+
+void SoakBoard::clientLeaves()
+{
+    audio_.leave();
+    audio_.send(random_.below(MostPackets));
+}
+
+void SoakBoard::slowClient()
+{
     audio_.pauseReading(true);
-    if (!audio_.send(random_.below(MostPackets)) || !audio_.settle())
-        return false;
+    audio_.send(random_.below(MostPackets));
+    const bool streamEnds = random_.oneIn(3);
+    if (streamEnds) {
+        phone().suspend();
+        phoneIs(Configured);
+    }
+    settle();
     audio_.pauseReading(false);
-    return audio_.check();
+    if (streamEnds)
+        audio_.ended(false);
+    else
+        audio_.check();
 }
 
-bool SoakBoard::slowClientAtTheEnd()
+void SoakBoard::deafClient()
 {
-    constexpr int MostPackets = 1000;
-    if (!audio_.clientListens())
-        return suspend();
-    report_.injected("slow client at the end of a stream");
-    audio_.pauseReading(true);
-    if (!audio_.send(random_.below(MostPackets)))
-        return false;
-    phone().suspend();
-    state_ = Configured;
-    oweStatus();
-    if (!settle())
-        return false;
-    audio_.pauseReading(false);
-    report_.cycle("streams");
-    return audio_.endedForSlowClient();
+    audio_.dropPackets();
+    audio_.check();
 }
 
-bool SoakBoard::clientsComeAndGo()
+void SoakBoard::clientsComeAndGo()
 {
-    // A packet that is still to be read would be theirs.
-    return (state_ != Streaming || audio_.settle()) && audio_.connectAndLeave(random_.between(1, 5)) && settle();
+    if (state_ == Streaming)
+        audio_.settle(); // a packet that is still to be read would be theirs
+    for (int i = random_.below(5); i >= 0; --i)
+        report_.insist(Player().connectAudio(), "no client can connect");
+    settle();
+}
+
+// --- The player
+
+void SoakBoard::selectBluetooth()
+{
+    board_.control.call("SelectBluetooth");
+    if (state_ == Streaming)
+        owed_ << "/Play?url=Capture:bluez:bluetooth:" + format_->played + "&name=" + toldName();
+    settle();
+}
+
+void SoakBoard::playerFault()
+{
+    using Behaviour = Player::Behaviour;
+    constexpr Behaviour Down = Behaviour::Answer;
+    constexpr Behaviour Faults[] = {Down,
+                                    Behaviour::KeepOpen,
+                                    Behaviour::Late,
+                                    Behaviour::Refuse,
+                                    Behaviour::NeverAnswer,
+                                    Behaviour::Garbage,
+                                    Behaviour::CloseEarly};
+    const Behaviour fault = random_.oneOf(Faults);
+    playerFails_ = fault == Down || fault == Behaviour::Garbage;
+    board_.player.behave(fault);
+    if (fault == Down)
+        board_.player.stopServing();
+    wholeStream();
+    if (random_.oneIn(2))
+        wholeStream();
+
+    const auto allAreTold = [this] { return asSet(board_.player.targets()).contains(asSet(owed_)); };
+    report_.insist(fault == Down || waitFor(allAreTold), "the player is not told everything");
+
+    board_.player.stopServing();       // ends the connections that hang
+    settledDescriptors(board_.daemon); // what was not answered has been sent again, in vain
+    board_.player.behave(Behaviour::Answer);
+    report_.insist(board_.player.serve(), "the player cannot serve again");
+    // What was owed until now may still arrive, but not later than the news of a phone that was never there before.
+    Phone guest(board_.bluez, adapterPath() + "/dev_00_AA_01_09_00_42", "Guest");
+    guest.connect();
+    owed_ << "/BTPropertyChange?type=USB?adapter=true&connected=true&name=Guest&streaming=false";
+    settlePlayer(
+        [this](const QStringList &told) { return told.endsWith(owed_.last()) && asSet(owed_).contains(asSet(told)); });
+    playerFails_ = false;
+    board_.bluez.removeObject(guest.path());
+    phoneIs(Idle);
+    settle();
 }
 
 } // namespace sim
