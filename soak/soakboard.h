@@ -5,6 +5,8 @@
 #include "soak/soakmaterial.h"
 #include "soak/soakreport.h"
 
+#include <QElapsedTimer>
+
 #include <array>
 #include <functional>
 #include <memory>
@@ -87,6 +89,7 @@ private:
 
     /// Calls of `method` to BlueZ are not answered from now on; they wait in `held_`.
     void hold(const QString &method);
+    /// One has come, and the daemon goes on.
     void awaitHeld();
     void answerHeld();
 
@@ -105,6 +108,7 @@ private:
     const SoakFormat *format_ = nullptr;
     QString heldMethod_;
     QList<QDBusMessage> held_;
+    QElapsedTimer sinceHeld_;
     QStringList owed_;         ///< the requests that the player has to get, in order
     bool playerFails_ = false; ///< by then they may get lost, or come again and out of order
 };

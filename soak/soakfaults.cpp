@@ -7,9 +7,17 @@
 
 namespace sim {
 
+namespace {
+
+// The daemon goes on within milliseconds; one that waits for BlueZ takes seconds.
+constexpr int LatestMs = 1000;
+
+} // namespace
+
 void SoakBoard::hold(const QString &method)
 {
     heldMethod_ = method;
+    sinceHeld_.start();
     board_.bluez.intercept(method, [this](const QDBusMessage &call) {
         held_.append(call);
         return true;
@@ -19,6 +27,8 @@ void SoakBoard::hold(const QString &method)
 void SoakBoard::awaitHeld()
 {
     report_.await([this] { return !held_.isEmpty(); }, "the daemon does not call " + heldMethod_);
+    board_.control.property("AdapterPresent"); // it answers while it waits
+    report_.insist(!sinceHeld_.hasExpired(LatestMs), "the daemon stands still until BlueZ answers " + heldMethod_);
 }
 
 void SoakBoard::answerHeld()
@@ -94,8 +104,8 @@ void SoakBoard::slowName()
 
 void SoakBoard::slowAcquire()
 {
-    hold("Acquire");
     callClients();
+    hold("Acquire");
     report_.insist(phone().wantToStart(), "the phone cannot start");
     awaitHeld();
     if (random_.oneIn(2)) {
@@ -143,14 +153,15 @@ void SoakBoard::slowSetUp()
 {
     constexpr const char *Methods[] = {"GetManagedObjects", "Set", "RegisterAgent", "RequestDefaultAgent",
                                        "RegisterEndpoint"};
-    hold(random_.oneOf(Methods));
-    const auto crash = [&] {
+    const QString method = random_.oneOf(Methods);
+    const auto crash = [this] {
         board_.bluez.crash();
         held_.clear(); // they are never answered
         adapterIsGone();
     };
     const auto comeBack = [&] {
         board_.bluez.restart();
+        hold(method);
         board_.bluez.addAdapter(adapterPath(), FakeBluez::Announce::Quietly);
         awaitHeld();
     };
