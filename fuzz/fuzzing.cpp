@@ -9,20 +9,13 @@
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
 
-namespace {
-
-/// Messages are put together, as in the daemon, and then dropped: standard error is libFuzzer's.
-void dropMessage(QtMsgType type, const QMessageLogContext & /*context*/, const QString & /*message*/)
-{
-    if (type == QtFatalMsg)
-        std::abort();
-}
-
-} // namespace
-
 extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/)
 {
-    qInstallMessageHandler(dropMessage);
+    // Messages are put together, as in the daemon, and then dropped: standard error is libFuzzer's.
+    qInstallMessageHandler([](QtMsgType type, const QMessageLogContext & /*context*/, const QString & /*message*/) {
+        if (type == QtFatalMsg)
+            std::abort();
+    });
     return 0;
 }
 

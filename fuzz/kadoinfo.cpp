@@ -6,6 +6,8 @@
 
 #include <QBuffer>
 
+#include <algorithm>
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
 
 namespace {
@@ -27,10 +29,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const bool melody = selectsMelody(text);
     text.replace('\r', "");
 
-    bool ascii = true;
-    for (const char byte : text)
-        ascii = ascii && static_cast<std::uint8_t>(byte) < 0x80 && byte != '\0';
-    if (!ascii)
+    const auto isAscii = [](char byte) { return byte != '\0' && static_cast<std::uint8_t>(byte) < 0x80; };
+    if (!std::all_of(text.begin(), text.end(), isAscii))
         return 0;
 
     // The words are there as they are, unless an encoding or an entity spells them otherwise.

@@ -134,19 +134,6 @@ private:
     ModuleProtocol protocol_;
 };
 
-/// Lines are the same however the reads cut them.
-void checkSplitting(QByteArray bytes)
-{
-    constexpr int PieceBytes = 7; // a pair of line ends, or a word, comes apart sooner or later
-    bytes.replace('\0', "");      // it ends what counts of a read
-    LineReader whole;
-    LineReader split;
-    QStringList lines;
-    for (int at = 0; at < bytes.size(); at += PieceBytes)
-        lines += split.feed(bytes.mid(at, PieceBytes));
-    PROMISED(lines == whole.feed(bytes));
-}
-
 /// Lets the two talk, beginning with a command, until both are silent; returns the last command.
 QByteArray talk(Daemon &daemon, Module &module, const QByteArray &first)
 {
@@ -176,7 +163,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         const unsigned length = input.byte();
         const unsigned more = input.byte() & 0xF;
         const QByteArray bytes = input.bytes(length).repeated(static_cast<int>(1 + more));
-        checkSplitting(bytes);
         taken += static_cast<int>(bytes.size());
         for (int at = 0; at < bytes.size(); at += ReadBytes)
             daemon.take(bytes.mid(at, ReadBytes));

@@ -104,6 +104,7 @@ void SoakAudio::dropPackets()
     report_.await(isTold, "no packets were dropped");
     report_.insist(dropped < ends.size(), "all packets were dropped");
     current_->expected.truncate(ends.at(ends.size() - 1 - dropped));
+    check();
 }
 
 // --- What is heard

@@ -40,12 +40,12 @@ public:
     void secondPhone();
 
     // Music and those who listen to it.
+    /// Some packets are damaged at times.
     void play();
-    void damagedPackets();
     void swapClients();
     void clientLeaves();
+    /// It goes on reading in time, or at the end of the stream, or when packets have been dropped.
     void slowClient();
-    void deafClient();
     void clientsComeAndGo();
     void selectBluetooth();
     void playerFault();

@@ -110,13 +110,8 @@ void SoakBoard::play()
         audio_.connectClients(1);
         audio_.settle();
     }
-    audio_.send(1 + random_.below(MostPackets));
-    audio_.check();
-}
-
-void SoakBoard::damagedPackets()
-{
-    audio_.send(random_.below(MostPackets), true);
+    const bool damage = random_.oneIn(4);
+    audio_.send(1 + random_.below(MostPackets), damage);
     audio_.check();
 }
 
@@ -138,6 +133,10 @@ void SoakBoard::clientLeaves()
 
 void SoakBoard::slowClient()
 {
+    if (random_.oneIn(8)) {
+        audio_.dropPackets();
+        return;
+    }
     audio_.pauseReading(true);
     audio_.send(random_.below(MostPackets));
     const bool streamEnds = random_.oneIn(3);
@@ -151,12 +150,6 @@ void SoakBoard::slowClient()
         audio_.ended(false);
     else
         audio_.check();
-}
-
-void SoakBoard::deafClient()
-{
-    audio_.dropPackets();
-    audio_.check();
 }
 
 void SoakBoard::clientsComeAndGo()
