@@ -1,4 +1,3 @@
-#include "sim/waiting.h"
 #include "soak/soakboard.h"
 
 #include <QCoreApplication>

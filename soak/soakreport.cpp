@@ -36,9 +36,11 @@ void SoakReport::insist(bool asItShouldBe, const QString &otherwise)
         return;
     daemon_.stop(); // a sanitizer has its say at the end
     const QString list = "\n    ";
+    const auto steps = static_cast<int>(steps_.size());
     std::printf("\nThe daemon's last lines:\n    %s\nThe last steps:\n    %s\n",
-                qPrintable(daemon_.logTexts().join(list)), qPrintable(steps_.mid(steps() - StepsShown).join(list)));
-    std::printf("FAILED in step %d: %s.\nTo see it again: scripts/soak MINUTES %u\n", steps(), qPrintable(otherwise),
+                qPrintable(daemon_.logTexts().join(list)),
+                qPrintable(steps_.mid(std::max(0, steps - StepsShown)).join(list)));
+    std::printf("FAILED in step %d: %s.\nTo see it again: scripts/soak MINUTES %u\n", steps, qPrintable(otherwise),
                 seed_);
     std::fflush(stdout);
     std::_Exit(EXIT_FAILURE);

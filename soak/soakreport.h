@@ -19,7 +19,6 @@ public:
 
     /// The next step begins.
     void step(const QString &name);
-    int steps() const { return static_cast<int>(steps_.size()); }
     /// Something was done `times` times.
     void count(const QString &what, qint64 times = 1) { counts_[what] += times; }
     /// So long after it was sent, a packet was heard.
