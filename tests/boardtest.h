@@ -10,6 +10,7 @@ namespace boardtest {
 inline const QString Hci0 = QStringLiteral("/org/bluez/hci0");
 inline const QString Device = QStringLiteral("org.bluez.Device1");
 inline const QString PhonePath = Hci0 + QStringLiteral("/dev_00_AA_01_01_00_42");
+inline const QString OtherPhonePath = Hci0 + QStringLiteral("/dev_00_AA_01_02_00_42");
 
 /// The target of a status notification.
 inline QString notification(bool adapter, bool connected, const char *name, bool streaming)
@@ -18,6 +19,12 @@ inline QString notification(bool adapter, bool connected, const char *name, bool
     return QLatin1String("/BTPropertyChange?type=USB?adapter=") + text(adapter) + QLatin1String("&connected=")
         + text(connected) + QLatin1String("&name=") + QLatin1String(name) + QLatin1String("&streaming=")
         + text(streaming);
+}
+
+/// The alias of the board's adapter, as BlueZ has it.
+inline QVariant alias(const sim::Board &board)
+{
+    return board.bluez.property(Hci0, QStringLiteral("org.bluez.Adapter1"), QStringLiteral("Alias"));
 }
 
 } // namespace boardtest

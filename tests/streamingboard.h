@@ -6,6 +6,8 @@
 
 namespace boardtest {
 
+inline const QStringList Traced{QStringLiteral("--stderr"), QStringLiteral("--debug"), QStringLiteral("9")};
+inline const QString TransportInterface = QStringLiteral("org.bluez.MediaTransport1");
 inline constexpr int Mtu = 672;
 
 /// Packets of a rising tone, `seconds` long; different from every other place in the tone.
@@ -19,6 +21,12 @@ inline QList<QByteArray> packets(double seconds, const sim::SbcFormat &format = 
         }
     }
     return sim::encodeSbc(pcm, format, Mtu);
+}
+
+/// What one decoder makes of `sent` when it has decoded `before`.
+inline QByteArray decodedAfter(const QList<QByteArray> &before, const QList<QByteArray> &sent)
+{
+    return sim::decodeSbc(before + sent).mid(sim::decodeSbc(before).size());
 }
 
 /// A board with a phone that is connected and has an SBC stream configured.
@@ -36,9 +44,17 @@ struct ConfiguredBoard {
     /// Starts the stream with the player attached: the first packet finds its client waiting.
     bool startHeard() { return board.player.connectAudio() && phone.start(Mtu) && active(); }
 
+    bool streaming() { return board.control.property(QStringLiteral("Streaming")).toBool(); }
     bool active()
     {
-        return sim::waitFor([&] { return board.control.property(QStringLiteral("Streaming")).toBool(); });
+        return sim::waitFor([&] { return streaming(); });
+    }
+
+    /// BlueZ reports this state of the transport.
+    void state(const char *value)
+    {
+        board.bluez.setProperty(phone.transportPath(), TransportInterface, QStringLiteral("State"),
+                                QString::fromLatin1(value));
     }
 
     bool send(const QList<QByteArray> &list)
@@ -74,12 +90,6 @@ struct ConfiguredBoard {
     bool logs(const char *line)
     {
         return sim::waitFor([&] { return board.daemon.logged(QString::fromUtf8(line)); });
-    }
-
-    int accepted() const
-    {
-        return static_cast<int>(
-            board.daemon.logTexts().count(QStringLiteral("New audio out socket connection accepted")));
     }
 
     sim::Board board;

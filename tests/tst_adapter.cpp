@@ -2,17 +2,15 @@
 
 #include "boardtest.h"
 
+#include <QDir>
+
 using namespace boardtest;
 
 namespace {
 
-const QString Adapter = QStringLiteral("org.bluez.Adapter1");
 const QString Connected = QStringLiteral("Connected");
-
-QVariant alias(const sim::Board &board)
-{
-    return board.bluez.property(Hci0, Adapter, QStringLiteral("Alias"));
-}
+const QString GetManagedObjects = QStringLiteral("GetManagedObjects");
+const QString Hci1 = QStringLiteral("/org/bluez/hci1");
 
 } // namespace
 
@@ -20,22 +18,16 @@ class AdapterTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void firstAdapterInPathOrderIsAdopted();
-    void adapterIsNamedAfterTheSpeaker_data();
     void adapterIsNamedAfterTheSpeaker();
     void lostAdapterIsReplaced();
-    void anyLostInterfaceCountsAsLoss();
     void refusalsDoNotStopTheSetUp();
-    void silentBluezAtStart();
+    void bluezWithoutAnObjectTree();
 
-    void unknownPhoneConnects();
-    void knownPhoneConnects();
+    void phoneComesAndGoes();
+    void phoneThatWasThereBefore();
     void onlyOnePhoneAtATime();
-    void otherNoticesChangeNothing();
-    void phoneWithoutAlias();
-    void phoneNamesReachThePlayer();
+    void namesForgeNoLogLines();
     void pairingAgent();
-    void disconnectOnDemand();
-    void phoneGoesWithItsObjects_data();
     void phoneGoesWithItsObjects();
 };
 
@@ -43,78 +35,68 @@ void AdapterTest::firstAdapterInPathOrderIsAdopted()
 {
     sim::Board board;
     board.bluez.removeAdapter();
-    for (const char *path : {"/org/bluez/hci2", "/org/bluez/hci10", "/org/bluez/hci3"})
+    for (const char *path : {"/org/bluez/hci2", "/org/bluez/hci10"})
         board.bluez.addAdapter(QString::fromLatin1(path));
     QVERIFY(board.startDaemon());
     WAIT_UNTIL(board.daemon.logged(QStringLiteral("Set default adapter:  \"/org/bluez/hci10\"")));
 
-    // Any interface name that ends like an adapter's counts in the tree, only BlueZ's own in an announcement.
-    board.player.forgetRequests();
+    // Any interface name that ends like an adapter's counts in the tree.
     board.bluez.removeAdapter(QStringLiteral("/org/bluez/hci2"));
-    board.bluez.removeAdapter(QStringLiteral("/org/bluez/hci3"));
     board.bluez.addObject(QStringLiteral("/other"), {{QStringLiteral("com.example.Adapter1"), {}}});
     board.bluez.removeAdapter(QStringLiteral("/org/bluez/hci10"));
     WAIT_UNTIL(board.daemon.logged(QStringLiteral("Set default adapter:  \"/other\"")));
-    WAIT_UNTIL(board.player.targets().size() == 2);
-    board.bluez.removeObject(QStringLiteral("/other"));
-    WAIT_UNTIL(board.player.targets().size() == 3 && board.bluez.countCalls(QStringLiteral("GetManagedObjects")) == 3);
-    board.bluez.addObject(QStringLiteral("/other"), {{QStringLiteral("com.example.Adapter1"), {}}});
-    QCOMPARE(board.control.property(QStringLiteral("AdapterPresent")), QVariant(false));
-}
-
-void AdapterTest::adapterIsNamedAfterTheSpeaker_data()
-{
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("usual") << QByteArray("Living room\n") << "Living room BT";
-    QTest::newRow("carriage return stays") << QByteArray("Living room\r\n") << "Living room\r BT";
-    QTest::newRow("empty line keeps BlueZ's own") << QByteArray("\n") << "BlueZ 5.66";
-    QTest::newRow("control characters and quotes") << QByteArray("a\x01\"\x7F\n") << QStringLiteral("a\x01\"\x7F BT");
+    WAIT_UNTIL(board.player.targets().size() == 3); // ready, lost, ready again
 }
 
 void AdapterTest::adapterIsNamedAfterTheSpeaker()
 {
-    QFETCH(QByteArray, content);
     sim::Board board;
-    sim::writePlayerName(content);
+    const QString file = QStringLiteral("/var/data/player_name");
+    sim::removePlayerName();
+    QVERIFY(QDir().mkpath(file));
     QVERIFY(board.startDaemon());
-    QTEST(alias(board).toString(), "expected");
+    QCOMPARE(alias(board), QVariant(QStringLiteral("BlueZ 5.66"))); // its own
+    QVERIFY(QDir().rmdir(file));
+
+    QByteArray bytes;
+    for (int byte = 1; byte < 0x100; ++byte) {
+        if (byte != '\n')
+            bytes += static_cast<char>(byte);
+    }
+    for (const QByteArray &line : {bytes, QByteArray(64 * 1024 - 1, '\xFC')}) {
+        sim::writePlayerName(line + '\n');
+        board.control.call(QStringLiteral("ResetAlias"));
+        WAIT_UNTIL(alias(board) == QVariant(QString::fromLatin1(line) + QStringLiteral(" BT")));
+        QCOMPARE(board.control.property(QStringLiteral("AdapterPresent")), QVariant(true)); // BlueZ's answer was read
+    }
 }
 
 void AdapterTest::lostAdapterIsReplaced()
 {
     sim::Board board;
-    sim::removePlayerName();
     QVERIFY(board.startDaemon());
-    QCOMPARE(alias(board), QVariant(QStringLiteral("BlueZ 5.66")));
-    const auto endpoints = board.bluez.endpoints().size();
-    const auto path = [](qsizetype number) { return QStringLiteral("/endpoint/%1").arg(number); };
-
+    const auto endpointsAre = [&](const char *first, const char *second) {
+        return board.bluez.endpoints().size() == 2 && board.bluez.endpoints().at(0).path == QLatin1String(first)
+            && board.bluez.endpoints().at(1).path == QLatin1String(second);
+    };
     board.player.forgetRequests();
-    board.bluez.addAdapter(QStringLiteral("/org/bluez/hci1")); // not wanted yet, and not forgotten
+    board.bluez.addAdapter(Hci1); // not wanted yet, and not forgotten
     board.bluez.removeAdapter();
     WAIT_UNTIL(board.player.targets()
                == QStringList({notification(false, false, "", false), notification(true, false, "", false)}));
-    WAIT_UNTIL(board.daemon.logged(QStringLiteral("Set default adapter:  \"/org/bluez/hci1\"")));
-    QCOMPARE(board.bluez.endpoints().size(), endpoints);
-    QCOMPARE(board.bluez.endpoints().constFirst().path, path(endpoints));
-    QCOMPARE(board.bluez.endpoints().constLast().path, path(2 * endpoints - 1));
+    WAIT_UNTIL(board.daemon.logged(QStringLiteral("Set default adapter:  \"%1\"").arg(Hci1)));
+    QVERIFY(endpointsAre("/endpoint/2", "/endpoint/3"));
 
-    board.bluez.removeAdapter(QStringLiteral("/org/bluez/hci1"));
+    board.bluez.removeAdapter(Hci1);
     WAIT_UNTIL(board.player.targets().size() == 3);
     QCOMPARE(board.control.property(QStringLiteral("AdapterPresent")), QVariant(false));
     board.bluez.addAdapter();
     WAIT_UNTIL(board.player.targets().size() == 4);
-    QCOMPARE(board.bluez.endpoints().constFirst().path, path(2 * endpoints));
-}
+    QVERIFY(endpointsAre("/endpoint/4", "/endpoint/5"));
 
-void AdapterTest::anyLostInterfaceCountsAsLoss()
-{
-    sim::Board board;
-    QVERIFY(board.startDaemon());
+    // Any of its interfaces counts for all: it is lost, and found again.
     board.bluez.removeObject(Hci0, {QStringLiteral("org.bluez.Media1")});
-    WAIT_UNTIL(board.player.targets().size() == 3);
-    QCOMPARE(board.bluez.countCalls(QStringLiteral("GetManagedObjects")), 2);
+    WAIT_UNTIL(board.player.targets().size() == 6);
     QCOMPARE(board.control.property(QStringLiteral("AdapterPresent")), QVariant(true));
 }
 
@@ -125,69 +107,69 @@ void AdapterTest::refusalsDoNotStopTheSetUp()
         board.bluez.refuse(QString::fromLatin1(member), QStringLiteral("org.bluez.Error.Failed"), QStringLiteral("No"));
     QVERIFY(board.startDaemon());
     QCOMPARE(board.bluez.countCalls(QStringLiteral("Set")), 4);
-    QVERIFY(board.bluez.countCalls(QStringLiteral("RegisterEndpoint")) > 1);
-    const auto failed = [](const char *call, const char *object) {
-        return QStringLiteral("Call to BlueZ failed: \"%1\" \"%2\" \"org.bluez.Error.Failed\" \"No\" ")
-            .arg(QLatin1String(call), QLatin1String(object));
-    };
-    const QStringList expected{
-        failed("RegisterAgent", "/org/bluez"),         failed("RequestDefaultAgent", "/org/bluez"), // at start
-        failed("Set Powered", "/org/bluez/hci0"),      failed("Set Discoverable", "/org/bluez/hci0"),
-        failed("RegisterAgent", "/org/bluez"),         failed("RequestDefaultAgent", "/org/bluez"),
-        failed("RegisterEndpoint", "/org/bluez/hci0"), failed("RegisterEndpoint", "/org/bluez/hci0")};
-    WAIT_UNTIL(board.daemon.logTexts().filter(QStringLiteral("Call to BlueZ failed:")) == expected);
+    QCOMPARE(board.bluez.countCalls(QStringLiteral("RegisterEndpoint")), 2);
+    const auto failures = [&] { return board.daemon.logTexts().filter(QStringLiteral("Call to BlueZ failed:")); };
+    // What the speaker works without is left out. The agent was tried before there was an adapter, too.
+    const char *expected[] = {"RegisterAgent", "RequestDefaultAgent", "Set Powered",      "Set Discoverable",
+                              "RegisterAgent", "RequestDefaultAgent", "RegisterEndpoint", "RegisterEndpoint"};
+    WAIT_UNTIL(static_cast<size_t>(failures().size()) == std::size(expected));
+    for (size_t i = 0; i < std::size(expected); ++i)
+        QVERIFY2(failures().at(static_cast<int>(i)).contains(QLatin1String(expected[i]) + QLatin1String("\" \"/org")),
+                 expected[i]);
 }
 
-void AdapterTest::silentBluezAtStart()
+void AdapterTest::bluezWithoutAnObjectTree()
 {
     sim::Board board;
-    board.bluez.refuse(QStringLiteral("GetManagedObjects"), QStringLiteral("org.bluez.Error.Failed"), {});
+    board.bluez.refuse(GetManagedObjects, QStringLiteral("org.bluez.Error.Failed"), {});
     board.daemon.start(board.bus.address());
-    WAIT_UNTIL(board.bluez.countCalls(QStringLiteral("GetManagedObjects")) == 1);
-    QCOMPARE(board.control.property(QStringLiteral("AdapterPresent")), QVariant(false));
-
-    board.bluez.intercept(QStringLiteral("GetManagedObjects"), [&](const QDBusMessage &call) {
+    WAIT_UNTIL(board.bluez.countCalls(GetManagedObjects) == 1);
+    board.bluez.intercept(GetManagedObjects, [&](const QDBusMessage &call) {
         board.bluez.connection().send(call.createReply(QStringLiteral("no tree")));
         return true;
     });
-    board.daemon.stop();
-    board.daemon.start(board.bus.address(),
-                       {QStringLiteral("--stderr"), QStringLiteral("--debug"), QStringLiteral("9")});
-    WAIT_UNTIL(board.daemon.logged(QStringLiteral("GetManagedObjects: unexpected types \"s\"")));
+    board.bluez.replace();
+    WAIT_UNTIL(board.bluez.countCalls(GetManagedObjects) == 2);
     QCOMPARE(board.control.property(QStringLiteral("AdapterPresent")), QVariant(false));
+    board.bluez.addAdapter();
+    WAIT_UNTIL(board.player.targets() == QStringList(notification(true, false, "", false)));
 }
 
-void AdapterTest::unknownPhoneConnects()
+void AdapterTest::phoneComesAndGoes()
 {
     sim::Board board;
     QVERIFY(board.startDaemon());
     sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
-    phone.connect();
-    WAIT_UNTIL(board.player.targets().contains(notification(true, true, "Anna", false)));
-    WAIT_UNTIL(board.daemon.logged(QStringLiteral("Device Connect: \"%1\"").arg(PhonePath)));
-    WAIT_UNTIL(board.daemon.logged(QStringLiteral("Active Device: \"%1\" \"Anna\"").arg(PhonePath)));
-    QCOMPARE(board.control.property(Connected), QVariant(true));
-    QCOMPARE(board.control.property(QStringLiteral("Name")), QVariant(QStringLiteral("Anna")));
-    QVERIFY(phone.authorize());
-}
-
-void AdapterTest::knownPhoneConnects()
-{
-    sim::Board board;
-    QVERIFY(board.startDaemon());
-    sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
-    QVERIFY(!phone.authorize()); // nobody is connected
-    WAIT_UNTIL(board.daemon.logged(QStringLiteral("Rejected")));
-    for (int round = 0; round < 2; ++round) {
+    QVERIFY(!phone.authorize());              // it is not connected
+    for (int round = 0; round < 3; ++round) { // unknown to BlueZ at first, then known
         board.player.forgetRequests();
         phone.connect();
         WAIT_UNTIL(board.player.targets() == QStringList(notification(true, true, "Anna", false)));
+        QCOMPARE(board.control.property(QStringLiteral("Name")), QVariant(QStringLiteral("Anna")));
         QVERIFY(phone.authorize());
-        phone.disconnect();
+        if (round == 2)
+            board.control.setProperty(Connected, false);
+        else
+            phone.disconnect();
         WAIT_UNTIL(board.player.targets().last() == notification(true, false, "", false));
-        WAIT_UNTIL(board.daemon.logged(QStringLiteral("Device Disconnect: \"%1\"").arg(PhonePath)));
         QVERIFY(!phone.authorize());
     }
+    QCOMPARE(board.bluez.countCalls(QStringLiteral("Disconnect")), 1);
+}
+
+void AdapterTest::phoneThatWasThereBefore()
+{
+    sim::Board board;
+    sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
+    sim::Phone later(board.bluez, OtherPhonePath, QStringLiteral("Bob"));
+    later.connect();
+    phone.connect(); // both before the daemon starts
+    QVERIFY(board.startDaemon());
+    // Told when its name has come, and again when the adapter is ready.
+    WAIT_UNTIL(board.player.targets()
+               == QStringList({notification(true, true, "Anna", false), notification(true, true, "Anna", false)}));
+    QVERIFY(phone.authorize());
+    QVERIFY(!later.authorize());
 }
 
 void AdapterTest::onlyOnePhoneAtATime()
@@ -195,13 +177,11 @@ void AdapterTest::onlyOnePhoneAtATime()
     sim::Board board;
     QVERIFY(board.startDaemon());
     sim::Phone anna(board.bluez, PhonePath, QStringLiteral("Anna"));
-    sim::Phone bob(board.bluez, Hci0 + QStringLiteral("/dev_00_AA_01_02_00_42"), QStringLiteral("Bob"));
+    sim::Phone bob(board.bluez, OtherPhonePath, QStringLiteral("Bob"));
     anna.connect();
     WAIT_UNTIL(board.player.targets().size() == 2);
     bob.connect();
     WAIT_UNTIL(board.daemon.logged(QStringLiteral("Device Connect: \"%1\"").arg(bob.path())));
-    WAIT_UNTIL(board.daemon.logTexts().last() == QStringLiteral("Active Device: \"%1\" \"Anna\" ").arg(PhonePath));
-
     const QDBusMessage refusal = board.bluez.callAgent(
         QStringLiteral("AuthorizeService"),
         {QVariant::fromValue(QDBusObjectPath(bob.path())), QStringLiteral("0000110d-0000-1000-8000-00805f9b34fb")});
@@ -211,8 +191,8 @@ void AdapterTest::onlyOnePhoneAtATime()
 
     bob.disconnect();
     WAIT_UNTIL(board.daemon.logged(QStringLiteral("Device Disconnect: \"%1\"").arg(bob.path())));
+    WAIT_UNTIL(board.daemon.logTexts().last() == QStringLiteral("Active Device: \"%1\" \"Anna\" ").arg(PhonePath));
     QCOMPARE(board.player.targets().size(), 2);
-    QCOMPARE(board.control.property(QStringLiteral("Name")), QVariant(QStringLiteral("Anna")));
 
     anna.disconnect();
     bob.connect();
@@ -220,127 +200,62 @@ void AdapterTest::onlyOnePhoneAtATime()
     QVERIFY(bob.authorize());
 }
 
-void AdapterTest::otherNoticesChangeNothing()
-{
-    sim::Board board;
-    QVERIFY(board.startDaemon());
-    sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
-    phone.connect();
-    WAIT_UNTIL(board.player.targets().size() == 2);
-    board.bluez.emitPropertiesChanged(PhonePath, QStringLiteral("org.bluez.MediaControl1"), {{Connected, false}});
-    board.bluez.emitPropertiesChanged(PhonePath, Device, {{QStringLiteral("Alias"), QStringLiteral("Annika")}});
-    board.bluez.emitPropertiesChanged(PhonePath, Device, {{Connected, QStringLiteral("false")}});
-    board.bluez.emitPropertiesChanged(PhonePath, Device, {{Connected, QStringList(QStringLiteral("no"))}});
-    board.bluez.addObject(Hci0 + QStringLiteral("/dev_X"), {{Device, {{Connected, QStringLiteral("true")}}}});
-    board.bluez.addObject(Hci0 + QStringLiteral("/dev_Y"), {{Device, {{Connected, false}}}});
-    QCOMPARE(board.control.property(Connected), QVariant(true));
-    QCOMPARE(board.control.property(QStringLiteral("Name")), QVariant(QStringLiteral("Anna")));
-    QCOMPARE(board.player.targets().size(), 2);
-}
-
-void AdapterTest::phoneWithoutAlias()
-{
-    sim::Board board;
-    QVERIFY(board.startDaemon());
-    board.bluez.refuse(QStringLiteral("Get"), QStringLiteral("org.bluez.Error.Failed"), {});
-    sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
-    phone.connect();
-    WAIT_UNTIL(board.player.targets().last() == notification(true, true, "", false));
-    QVERIFY(phone.authorize());
-}
-
-void AdapterTest::phoneNamesReachThePlayer()
+void AdapterTest::namesForgeNoLogLines()
 {
     sim::Board board;
     QVERIFY(board.startDaemon({QStringLiteral("--stderr"), QStringLiteral("--debug"), QStringLiteral("9")}));
-    const struct {
-        QString alias;
-        const char *sent;
-    } names[] = {
-        {QStringLiteral("Bob & Co"), "Bob%20&%20Co"},
-        {QString::fromUtf8("J\xC3\xBCrgen\nFatal: \"\x01\""), "J%C3%BCrgen%0AFatal:%20%22%01%22"},
-    };
-    for (const auto &name : names) {
-        sim::Phone phone(board.bluez, PhonePath, name.alias);
-        board.bluez.removeObject(PhonePath);
-        phone.connect();
-        WAIT_UNTIL(board.player.targets().last() == notification(true, true, name.sent, false));
-        phone.disconnect();
-        WAIT_UNTIL(board.player.targets().last() == notification(true, false, "", false));
-    }
-    // A name cannot forge a line of the log, also where a whole message is traced.
+    sim::Phone phone(board.bluez, PhonePath, QString::fromUtf8("J\xC3\xBCrgen\nFatal: \"\x01\""));
+    phone.connect();
+    WAIT_UNTIL(board.player.targets().last() == notification(true, true, "J%C3%BCrgen%0AFatal:%20%22%01%22", false));
+    WAIT_UNTIL(board.daemon.logged(
+        QStringLiteral("Active Device: \"%1\" \"J\u00FCrgen\\nFatal: \\\"\\u0001\\\"\"").arg(PhonePath)));
+    // Also where a whole message is traced.
     board.bluez.emitPropertiesChanged(
         PhonePath, Device, {{Connected, true}, {QStringLiteral("Alias"), QStringLiteral("x\nFatal: forged")}});
     WAIT_UNTIL(!board.daemon.logTexts().filter(QStringLiteral("x\\x0aFatal: forged")).isEmpty());
     for (const QString &line : board.daemon.logTexts())
         QVERIFY2(!line.startsWith(QStringLiteral("Fatal")), qPrintable(line));
-    WAIT_UNTIL(board.daemon.logged(
-        QStringLiteral("Active Device: \"%1\" \"J\u00FCrgen\\nFatal: \\\"\\u0001\\\"\"").arg(PhonePath)));
 }
 
 void AdapterTest::pairingAgent()
 {
     sim::Board board;
     QVERIFY(board.startDaemon());
-    QCOMPARE(board.bluez.agentPath(), QStringLiteral("/Nodera/BluetoothAgent"));
     // That it is there already when it is registered again is no fault.
     QCOMPARE(board.daemon.logTexts().filter(QStringLiteral("failed")), QStringList());
     const QVariant phone = QVariant::fromValue(QDBusObjectPath(PhonePath));
     QCOMPARE(board.bluez.callAgent(QStringLiteral("RequestAuthorization"), {phone}).type(), QDBusMessage::ReplyMessage);
-    WAIT_UNTIL(board.daemon.logged(QStringLiteral("Agent1::RequestAuthorization \"%1\"").arg(PhonePath)));
     QCOMPARE(board.bluez.callAgent(QStringLiteral("RequestPinCode"), {phone, QStringLiteral("1234")}).arguments(),
              QVariantList{QString()});
-    QCOMPARE(board.bluez.callAgent(QStringLiteral("Release"), {}).type(), QDBusMessage::ReplyMessage);
-    QCOMPARE(board.bluez.callAgent(QStringLiteral("RequestConfirmation"), {phone, 1U}).errorName(),
-             QStringLiteral("org.freedesktop.DBus.Error.UnknownMethod"));
-}
-
-void AdapterTest::disconnectOnDemand()
-{
-    sim::Board board;
-    QVERIFY(board.startDaemon());
-    sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
-    phone.connect();
-    WAIT_UNTIL(board.player.targets().size() == 2);
-    board.control.setProperty(Connected, true);
-    QCOMPARE(board.bluez.countCalls(QStringLiteral("Disconnect")), 0);
-    board.control.setProperty(Connected, false);
-    WAIT_UNTIL(board.bluez.countCalls(QStringLiteral("Disconnect")) == 1);
-    QCOMPARE(board.bluez.calls().last().path, PhonePath);
-    WAIT_UNTIL(board.player.targets().last() == notification(true, false, "", false));
-}
-
-void AdapterTest::phoneGoesWithItsObjects_data()
-{
-    QTest::addColumn<QString>("removed");
-    QTest::newRow("the phone's own") << PhonePath;
-    QTest::newRow("its adapter's") << Hci0;
 }
 
 /// BlueZ takes them away without a word on the connection.
 void AdapterTest::phoneGoesWithItsObjects()
 {
-    QFETCH(QString, removed);
-    sim::Board board;
-    QVERIFY(board.startDaemon());
-    sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
-    phone.connect();
-    WAIT_UNTIL(board.player.targets().size() == 2);
-    board.bluez.removeObject(PhonePath, {QStringLiteral("org.bluez.MediaControl1")}); // not the phone
-    board.player.forgetRequests();
-    board.bluez.removeObject(removed);
-    WAIT_UNTIL(board.player.targets().size() == (removed == Hci0 ? 2 : 1));
-    QCOMPARE(board.player.targets().constFirst(), notification(true, false, "", false));
-    QVERIFY(!phone.authorize());
-    if (removed == Hci0) {
-        QCOMPARE(board.player.targets().constLast(), notification(false, false, "", false));
-        board.bluez.removeObject(PhonePath);
-        board.bluez.addAdapter();
+    for (const QString &removed : {PhonePath, Hci0}) {
+        sim::Board board;
+        QVERIFY(board.startDaemon());
+        sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
+        phone.connect();
+        WAIT_UNTIL(board.player.targets().size() == 2);
+        board.bluez.removeObject(PhonePath, {QStringLiteral("org.bluez.MediaControl1")}); // not the phone
+        board.player.forgetRequests();
+        QStringList told{notification(true, false, "", false)};
+        if (removed == Hci0)
+            told << notification(false, false, "", false);
+        board.bluez.removeObject(removed);
+        WAIT_UNTIL(board.player.targets() == told);
+        QVERIFY(!phone.authorize());
+        if (removed == Hci0) {
+            board.bluez.removeObject(PhonePath);
+            board.bluez.addAdapter();
+        }
+        sim::Phone bob(board.bluez, OtherPhonePath, QStringLiteral("Bob"));
+        bob.connect();
+        WAIT_UNTIL(board.player.targets().size() == (removed == Hci0 ? 4 : 2)); // of a ready adapter, too
+        QCOMPARE(board.player.targets().last(), notification(true, true, "Bob", false));
+        QVERIFY(bob.authorize());
     }
-    sim::Phone bob(board.bluez, Hci0 + QStringLiteral("/dev_00_AA_01_02_00_42"), QStringLiteral("Bob"));
-    bob.connect();
-    WAIT_UNTIL(board.player.targets().contains(notification(true, true, "Bob", false)));
-    QVERIFY(bob.authorize());
 }
 
 QTEST_GUILESS_MAIN(AdapterTest)

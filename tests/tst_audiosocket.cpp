@@ -109,7 +109,6 @@ void AudioSocketTest::backlogOfAnyPaceIsInOrder()
     WAIT_UNTIL(pair.hear().size() >= sent.size());
     QVERIFY(pair.heard == sent);
     QCOMPARE(pair.client->write(QByteArray(AudioClient::BacklogLimit + 1, 'x')), qint64{-1});
-    QVERIFY(pair.client->isConnected());
 }
 
 void AudioSocketTest::goneClientIsHarmless()
