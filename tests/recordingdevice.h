@@ -11,13 +11,7 @@ public:
 
     QList<QByteArray> writes;
 
-    QByteArray everything() const
-    {
-        QByteArray all;
-        for (const QByteArray &write : writes)
-            all += write;
-        return all;
-    }
+    QByteArray everything() const { return writes.join(); }
 
 protected:
     qint64 readData(char *, qint64) override { return -1; }

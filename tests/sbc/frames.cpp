@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <sbc/sbc.h>
 
 namespace frames {
@@ -10,24 +11,14 @@ namespace {
 
 constexpr std::size_t HeaderSize = 4;
 
-int subbandsOf(unsigned fields)
-{
-    return (fields & 1) != 0 ? 8 : 4;
-}
-
-int blocksOf(unsigned fields)
-{
-    return 4 * (1 + static_cast<int>(fields >> 4 & 3));
-}
-
 unsigned modeOf(unsigned fields)
 {
     return fields >> 2 & 3;
 }
 
-int channelsOf(unsigned fields)
+int subbandsOf(unsigned fields)
 {
-    return modeOf(fields) == SBC_MODE_MONO ? 1 : 2;
+    return (fields & 1) != 0 ? 8 : 4;
 }
 
 } // namespace
@@ -40,7 +31,8 @@ unsigned below(Random &random, unsigned count)
 int scaleFactorBits(unsigned fields)
 {
     const int joint = modeOf(fields) == SBC_MODE_JOINT_STEREO ? subbandsOf(fields) : 0;
-    return joint + 4 * subbandsOf(fields) * channelsOf(fields);
+    const int channels = modeOf(fields) == SBC_MODE_MONO ? 1 : 2;
+    return joint + 4 * subbandsOf(fields) * channels;
 }
 
 void mendChecksum(std::uint8_t *frame)
@@ -67,25 +59,26 @@ unsigned possibleBitpool(Random &random, unsigned fields)
 
 Bytes make(Random &random, unsigned fields, unsigned bitpool)
 {
-    const int channels = modeOf(fields) == SBC_MODE_DUAL_CHANNEL ? 2 : 1;
-    const int sampleBits = blocksOf(fields) * static_cast<int>(bitpool) * channels;
-    Bytes frame(HeaderSize + static_cast<std::size_t>((scaleFactorBits(fields) + sampleBits) / 8 + 2));
-    const unsigned kind = below(random, 6);
-    const unsigned loudest = below(random, 16) << 4 | below(random, 16);
+    // How bytes of scale factors and of samples are made of random ones: the bits that are kept, and those that are
+    // set.
+    const struct {
+        unsigned scaleMask, scale, sampleMask, sample;
+    } kinds[] = {
+        {0xFF, 0, 0xFF, 0},
+        {0, 0xFF, 0, 0xFF}, // the largest samples there are
+        {0, 0xFF, 0, 0},
+        {below(random, 256), 0, 0xFF, 0}, // quiet, or some subbands alone
+        {0, 0x11 * below(random, 16), 0xFF, 0},
+    };
+    const auto &kind = kinds[below(random, std::size(kinds))];
+    const int blocks = 4 * (1 + static_cast<int>(fields >> 4 & 3));
+    const int sampleBits = blocks * static_cast<int>(bitpool) * (modeOf(fields) == SBC_MODE_DUAL_CHANNEL ? 2 : 1);
+    const int scaleBits = scaleFactorBits(fields);
+    Bytes frame(HeaderSize + static_cast<std::size_t>((scaleBits + sampleBits) / 8 + 2));
     for (std::size_t i = 0; i < frame.size(); ++i) {
-        const bool isScale = i < HeaderSize + static_cast<std::size_t>(scaleFactorBits(fields)) / 8;
-        unsigned byte = below(random, 256);
-        if (kind == 0)
-            byte = 0xFF; // the largest samples there are
-        else if (kind == 1)
-            byte = isScale ? 0xFF : 0;
-        else if (kind == 2 && isScale)
-            byte &= below(random, 256) & below(random, 256); // most scale factors small
-        else if (kind == 3 && isScale)
-            byte = loudest;
-        else if (kind == 4 && isScale && below(random, 2) == 0)
-            byte = 0;
-        frame[i] = static_cast<std::uint8_t>(byte);
+        const bool isScale = i < HeaderSize + static_cast<std::size_t>(scaleBits) / 8;
+        const unsigned byte = below(random, 256) & (isScale ? kind.scaleMask : kind.sampleMask);
+        frame[i] = static_cast<std::uint8_t>(byte | (isScale ? kind.scale : kind.sample));
     }
     frame[0] = 0x9C;
     frame[1] = static_cast<std::uint8_t>(fields);
