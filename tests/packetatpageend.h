@@ -7,17 +7,15 @@
 /// A copy of a packet that ends where the mapped memory ends.
 class PacketAtPageEnd {
 public:
-    explicit PacketAtPageEnd(const QByteArray &packet)
-        : size_(static_cast<size_t>(packet.size())), memory_(size_), data_(memory_.last(size_))
+    explicit PacketAtPageEnd(const QByteArray &packet) : size_(static_cast<size_t>(packet.size())), memory_(size_)
     {
-        std::memcpy(data_, packet.constData(), size_);
+        std::memcpy(memory_.last(size_), packet.constData(), size_);
     }
 
-    const char *data() const { return data_; }
+    const char *data() const { return memory_.last(size_); }
     int size() const { return static_cast<int>(size_); }
 
 private:
     size_t size_;
     PageEnd memory_;
-    char *data_;
 };

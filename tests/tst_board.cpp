@@ -32,7 +32,6 @@ void BoardFilesTest::commandLine()
         {"--version --nonsense", Action::PrintVersion, 0, false, false},
         {"--stderr --nonsense --version", Action::PrintUsage, 0, true, false},
         {"--debug", Action::PrintUsage, 0, false, false},
-        {"--debug=9", Action::PrintUsage, 0, false, false},
     };
     for (const auto &row : rows) {
         const CommandLine line = CommandLine::parse(QString::fromLatin1(row.words).split(QLatin1Char(' ')));
@@ -56,8 +55,6 @@ void BoardFilesTest::deviceInformation()
         {"<settings> <bt> melody</bt></settings>", false},
         {"<settings> <bt><!--melody--></bt></settings>", false},
         {"<settings> <bt>melody</bt></wrong>", true},
-        {"<settings> </wrong><bt>melody</bt>", false},
-        {"melody", false},
     };
     for (const auto &row : rows) {
         QBuffer file;
@@ -81,8 +78,7 @@ void BoardFilesTest::speakerName()
         QCOMPARE(readSpeakerName(), name);
     }
     sim::writePlayerName(QByteArray(1024 * 1024, 'a'));
-    const auto length = readSpeakerName().size();
-    QVERIFY(length > 248 && length <= 64 * 1024);
+    QVERIFY(readSpeakerName().size() > 248 && readSpeakerName().size() <= 64 * 1024);
     sim::removePlayerName();
     QCOMPARE(readSpeakerName(), QString());
 }

@@ -6,7 +6,6 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QFileInfo>
 
 #include <cstdio>
 #include <functional>
@@ -41,13 +40,12 @@ struct ModuleBoard {
         QDir().mkpath(SwitchFolder);
         QFile::remove(Switch);
         module.settings = {"Kitchen BT", "3", "0202", "7 44100 1"};
-        served = player.serve();
     }
 
     bool start()
     {
         daemon.start(bus.address(), {QStringLiteral("--stderr"), QStringLiteral("--debug"), QStringLiteral("9")});
-        return served;
+        return player.serve();
     }
 
     /// Starts the daemon and waits until it has found the settings right and the module has told its state.
@@ -80,7 +78,6 @@ struct ModuleBoard {
     sim::Player player;
     sim::Module module;
     sim::Daemon daemon;
-    bool served = false;
 
 private:
     QByteArray name_;
@@ -96,13 +93,6 @@ void replace(const char *path, const QByteArray &name)
         qFatal("%s: %s", fresh.constData(), qPrintable(file.errorString()));
     file.close();
     std::rename(fresh.constData(), path);
-}
-
-/// Puts a symbolic link in the place of a file or another link.
-void linkTo(const char *target, const char *path)
-{
-    ::symlink(target, "/var/fresh");
-    std::rename("/var/fresh", path);
 }
 
 } // namespace
@@ -151,10 +141,14 @@ void ModuleTest::phoneComesPlaysAndLeaves()
     WAIT_UNTIL(board.player.targets().last() == play);
 
     board.module.phoneConnects("0123456789AB", "Anna's phone");
-    board.module.phonePlays(); // one notification for the burst, and with the name that had to be asked for
+    board.module.phonePlays();
+    // One notification, which waits for the end of the burst, and so for the name that has to be asked for.
+    WAIT_UNTIL(board.module.commands().last() == "name 0123456789AB");
+    QElapsedTimer clock;
+    clock.start();
     WAIT_UNTIL(board.player.targets().size() == 3);
+    QVERIFY(clock.elapsed() > 750);
     QVERIFY(told("connected=true&name=Anna's%20phone&streaming=true"));
-    QCOMPARE(control.property(QStringLiteral("AdapterPresent")), QVariant(true));
     QCOMPARE(control.property(QStringLiteral("Connected")), QVariant(true));
     QCOMPARE(control.property(QStringLiteral("Streaming")), QVariant(true));
     QCOMPARE(control.property(QStringLiteral("Name")), QVariant(QStringLiteral("Anna's phone")));
@@ -200,13 +194,15 @@ void ModuleTest::nameFileMayChangeAnyhow()
     sim::writePlayerName(name);
     QVERIFY(board.renamed());
     replace("/var/former/player_name", board.nextName());
-    linkTo("former", "/var/data");
+    ::symlink("former", "/var/fresh");
+    std::rename("/var/fresh", "/var/data");
     QVERIFY(board.renamed());
 
     // The file becomes a link, its target is replaced, and then the link leads nowhere for a while.
     ::mkdir("/tmp/other", 0755);
     replace("/tmp/other/name", board.nextName());
-    linkTo("../../tmp/other/name", NameFile);
+    ::symlink("../../tmp/other/name", "/var/fresh");
+    std::rename("/var/fresh", NameFile);
     QVERIFY(board.renamed());
     ::link("/tmp/other/name", "/tmp/other/backup");
     replace("/tmp/other/name", board.nextName());
@@ -251,9 +247,9 @@ void ModuleTest::nameFileMayChangeOften()
         return clock.elapsed();
     };
     often(300, [] { replace("/var/data/neighbour", "Hall"); });
-    QCOMPARE(asked(), before);
+    QVERIFY(asked() <= before + 1); // the name's own writing may have been seen in two parts
     const qint64 ms = often(1000, [] { sim::writePlayerName("Hall"); });
-    QVERIFY2(asked() - before <= ms / 100 + 2, qPrintable(QString::number(asked() - before)));
+    QVERIFY2(asked() - before <= ms / 100 + 3, qPrintable(QString::number(asked() - before)));
     board.module.manner.mute = false;
     QVERIFY(!board.nextName().isEmpty());
 }
@@ -277,7 +273,16 @@ void ModuleTest::silenceThrowsTheSwitch()
     QVERIFY(newer.connectAudio());
     WAIT_UNTIL(!board.player.audioConnected() && newer.heard().size() >= 2 * SilenceBytes);
     QCOMPARE(switchState(), QByteArray("1"));
+
+    // The first client comes back just when the newer one leaves.
+    QVERIFY(board.daemon.hold());
+    QVERIFY(board.player.connectAudio());
     newer.hangUpAudio();
+    QTest::qWait(300); // the next write has to be due
+    QVERIFY(board.daemon.letGo());
+    WAIT_UNTIL(board.player.heard().size() >= 2 * SilenceBytes);
+    QCOMPARE(switchState(), QByteArray("1"));
+    board.player.hangUpAudio();
     WAIT_UNTIL(switchState() == "0");
 
     QVERIFY(QDir(SwitchFolder).removeRecursively());
@@ -301,7 +306,6 @@ void ModuleTest::everySettingOfTheLineIsOurs()
 
     termios line{};
     QCOMPARE(::tcgetattr(board.module.line(), &line), 0);
-    QCOMPARE(::cfgetispeed(&line), speed_t{B9600});
     // A break and a byte that is framed wrongly, as a module sends them at power-on, are no input.
     QCOMPARE(line.c_iflag, tcflag_t{IGNBRK | IGNPAR});
     QCOMPARE(line.c_oflag, tcflag_t{0});
@@ -332,8 +336,8 @@ void ModuleTest::lineThatFloodsAndIsUnplugged()
 {
     ModuleBoard board;
     QVERIFY(board.startChecked());
+    WAIT_UNTIL(board.player.targets().size() == 1);
     board.module.manner.mute = true;
-    const int descriptors = sim::settledDescriptors(board.daemon);
     [[maybe_unused]] const int resident = board.daemon.residentKib();
     for (int i = 0; i < 64; ++i)
         board.module.sendRaw(QByteArray(64 * 1024, i % 2 == 0 ? 'x' : ' '));
@@ -346,6 +350,8 @@ void ModuleTest::lineThatFloodsAndIsUnplugged()
 #endif
 
     // What was unplugged is readable for ever: it is not kept.
+    WAIT_UNTIL(board.player.targets().size() == 2); // the last that opens a connection
+    const int descriptors = sim::settledDescriptors(board.daemon);
     board.module.unplug();
     WAIT_UNTIL(board.logs("CSR8675 Serial Port failed:") > 0);
     QCOMPARE(sim::settledDescriptors(board.daemon), descriptors - 1);

@@ -3,14 +3,11 @@
 #include "module/linereader.h"
 #include "module/moduleprotocol.h"
 
-#include <QLoggingCategory>
 #include <QTest>
 
 class ModuleLinesTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase() { QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, false); }
-
     void linesAreCut();
     void replies();
     void correctionsAreSavedUnlessTheModuleKeepsNone();
@@ -52,15 +49,12 @@ void ModuleLinesTest::replies()
         {"ready", ""},
         {"NAME=Living room BT", "get audio\r"},
         {"NAME=Living room", "set name=Living room BT\rget audio\r"}, // the last of several words is the suffix
-        {"NAME", "set name=Living room BT\rget audio\r"},
         {"AUDIO=30", "set audio=3\rget i2s\r"},
         {"I2S", "set i2s=0202\rget codec\r"},
         {"CODEC=7 44100 2", "status\r"},
         {"CODEC=7 48000 1", "set codec=7 44100 1\rwrite\rreset\r"},
-        {"CODEC=6 44100 1", "set codec=7 44100 1\rwrite\rreset\r"},
         {"CLOSE_OK AVRCP 0123456789AB", ""},
         {"LINK 1 CONNECTED AVRCP 0123456789AB PLAYING", ""},
-        {"= =", ""},
     };
     for (const auto &row : rows) {
         ModuleProtocol protocol([] { return QStringLiteral("Living room"); });
@@ -105,10 +99,10 @@ void ModuleLinesTest::namesThatACommandCannotHold()
     speakerName = QStringLiteral("\r");
     QCOMPARE(reply(protocol, "NAME=Old BT"), QByteArray());
     // A Bluetooth name has 248 bytes.
-    speakerName = QString(1000, QLatin1Char('a'));
-    const QByteArray longest = QByteArray(245, 'a') + " BT";
-    QCOMPARE(reply(protocol, "NAME=Old BT"), "set name=" + longest + "\rget audio\r");
-    QCOMPARE(reply(protocol, "NAME=" + longest), QByteArray("get audio\r"));
+    speakerName = QString(1000, QLatin1Char('\xFC'));
+    const QByteArray longest = QByteArray("\xC3\xBC").repeated(122);
+    QCOMPARE(reply(protocol, "NAME=Old BT"), "set name=" + longest + " BT\rget audio\r");
+    QCOMPARE(reply(protocol, "NAME=" + QByteArray(122, '\xFC')), QByteArray("get audio\r"));
 }
 
 void ModuleLinesTest::phoneEvents()
@@ -124,16 +118,14 @@ void ModuleLinesTest::phoneEvents()
         {"OPEN_OK AVRCP 01", false, false, false, false},
         {"OPEN_OK A2DP 01", true, false, true, true},
         {"AVRCP_PLAY 01", true, true, true, false},
-        {"AVRCP_STOP 01", true, false, true, false},
+        {"LINK 2 CONNECTED AVRCP 01 STOPPED", true, false, true, false},
         {"STATE=CONNECTABLE", false, false, true, false},
         {"STATE CONNECTED", true, false, true, false},
         {"STATE SLEEPING", true, false, true, false},
         {"LINK 2 CONNECTED AVRCP 01 PLAYING", true, true, true, false},
         {"LINK 2 CONNECTED AVRCP 01 SEEKING", true, true, true, false},
         {"LINK 2 CONNECTED HFP 01 STOPPED", true, true, true, false},
-        {"LINK 2 CONNECTED AVRCP 01 PAUSED", true, false, true, false},
-        {"AVRCP_PLAY 01", true, true, true, false},
-        {"LINK 2 CONNECTED AVRCP 01 STOPPED", true, false, true, false},
+        {"AVRCP_STOP 01", true, false, true, false},
         {"AVRCP_PLAY 01", true, true, true, false},
         {"CLOSE_OK A2DP 01", false, false, true, false},
     };

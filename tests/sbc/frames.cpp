@@ -16,11 +16,6 @@ unsigned modeOf(unsigned fields)
     return fields >> 2 & 3;
 }
 
-int subbandsOf(unsigned fields)
-{
-    return (fields & 1) != 0 ? 8 : 4;
-}
-
 } // namespace
 
 unsigned below(Random &random, unsigned count)
@@ -30,9 +25,10 @@ unsigned below(Random &random, unsigned count)
 
 int scaleFactorBits(unsigned fields)
 {
-    const int joint = modeOf(fields) == SBC_MODE_JOINT_STEREO ? subbandsOf(fields) : 0;
+    const int subbands = (fields & 1) != 0 ? 8 : 4;
+    const int joint = modeOf(fields) == SBC_MODE_JOINT_STEREO ? subbands : 0;
     const int channels = modeOf(fields) == SBC_MODE_MONO ? 1 : 2;
-    return joint + 4 * subbandsOf(fields) * channels;
+    return joint + 4 * subbands * channels;
 }
 
 void mendChecksum(std::uint8_t *frame)
@@ -53,8 +49,8 @@ void mendChecksum(std::uint8_t *frame)
 unsigned possibleBitpool(Random &random, unsigned fields)
 {
     const bool shared = modeOf(fields) == SBC_MODE_STEREO || modeOf(fields) == SBC_MODE_JOINT_STEREO;
-    const auto limit = static_cast<unsigned>((shared ? 32 : 16) * subbandsOf(fields));
-    return below(random, std::min(limit, 255U) + 1);
+    const unsigned subbands = (fields & 1) != 0 ? 8 : 4;
+    return below(random, std::min((shared ? 32U : 16U) * subbands, 255U) + 1);
 }
 
 Bytes make(Random &random, unsigned fields, unsigned bitpool)
@@ -99,23 +95,21 @@ std::vector<Bytes> encode(Random &random, unsigned fields, unsigned bitpool, int
     encoder.bitpool = static_cast<std::uint8_t>(std::max(bitpool, 2U)); // the encoder does not take less
     encoder.endian = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? SBC_LE : SBC_BE;
 
-    std::vector<Bytes> frames;
+    std::vector<Bytes> frames(static_cast<std::size_t>(count), Bytes(1024));
     std::vector<std::int16_t> pcm(sbc_get_codesize(&encoder) / sizeof(std::int16_t));
     double phase = 0;
     double step = 0.01;
     const double loudness = 40000.0 / (1 + below(random, 20));
-    for (int i = 0; i < count; ++i) {
+    for (Bytes &frame : frames) {
         for (std::int16_t &sample : pcm) {
             step = std::min(step * 1.0005, 3.0);
             phase += step;
             const double value = loudness * std::sin(phase) + static_cast<double>(below(random, 200));
             sample = static_cast<std::int16_t>(std::clamp(value, -32768.0, 32767.0));
         }
-        Bytes frame(1024);
         ssize_t length = 0;
         sbc_encode(&encoder, pcm.data(), pcm.size() * sizeof(std::int16_t), frame.data(), frame.size(), &length);
         frame.resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
-        frames.push_back(frame);
     }
     sbc_finish(&encoder);
     return frames;

@@ -14,9 +14,7 @@
 
 namespace {
 
-constexpr int Streams = 2500;
 constexpr int FramesOfAStream = 50;
-constexpr int TruncatedFrames = 512;
 constexpr int Untouched = 0x5A; ///< in the output, where nothing was written
 
 long decoded = 0;
@@ -46,7 +44,6 @@ public:
             return;
         std::printf("call %ld: returned %d, libsbc %d; wrote %zu bytes, libsbc %zu, of room for %zu\n", decoded, result,
                     expected, written, expectedWritten, room);
-        std::printf("0 passed, 1 failed\n");
         std::exit(EXIT_FAILURE);
     }
     void decode(const frames::Bytes &frame) { decode(frame.data(), frame.size()); }
@@ -56,22 +53,10 @@ private:
     Reference reference_;
 };
 
-/// Random bytes, or a frame with one bit changed in the checksum or the first scale factors.
-void spoil(frames::Random &random, frames::Bytes &frame)
-{
-    if (frames::below(random, 2) == 0) {
-        frame[3 + frames::below(random, 2)] ^= static_cast<std::uint8_t>(1U << frames::below(random, 8));
-        return;
-    }
-    for (std::uint8_t &byte : frame)
-        byte = static_cast<std::uint8_t>(frames::below(random, 256));
-    frame[0] = frames::below(random, 2) == 0 ? 0x9C : frame[0];
-}
-
-/// Streams of all kinds: one configuration or several, with faults and without.
+/// Streams of all kinds: one configuration or several, with faults in headers and first scale factors and without.
 void streams()
 {
-    for (int stream = 0; stream < Streams; ++stream) {
+    for (int stream = 0; stream < 2500; ++stream) {
         frames::Random random(static_cast<unsigned>(stream));
         Duel duel;
         const bool faulty = frames::below(random, 3) == 0;
@@ -82,7 +67,7 @@ void streams()
                 fields = frames::below(random, 256);
             frames::Bytes frame = frames::make(random, fields, frames::possibleBitpool(random, fields));
             if (faulty && frames::below(random, 4) == 0)
-                spoil(random, frame);
+                frame[frames::below(random, 8)] ^= static_cast<std::uint8_t>(1U << frames::below(random, 8));
             const bool shortOutput = frames::below(random, 20) == 0;
             duel.decode(frame.data(), frame.size(),
                         shortOutput ? frames::below(random, sbc::Decoder::MaxPcmSize) : sbc::Decoder::MaxPcmSize);
@@ -108,7 +93,7 @@ void headers()
 void truncations()
 {
     frames::Random random(2);
-    for (unsigned i = 0; i < TruncatedFrames; ++i) {
+    for (unsigned i = 0; i < 512; ++i) {
         const unsigned fields = i * 37 & 0xFF;
         const frames::Bytes frame = frames::make(random, fields, frames::possibleBitpool(random, fields));
         Duel duel;
@@ -127,6 +112,5 @@ int main()
     truncations();
     std::printf("%ld frames, %ld of them bad: verdicts and PCM are libsbc's; synthesis %s\n", decoded, bad,
                 sbc::chooseSynthesis() == sbc::synthesize ? "for any processor" : "chosen for this processor");
-    std::printf("1 passed, 0 failed\n");
     return EXIT_SUCCESS;
 }
