@@ -265,8 +265,7 @@ void ModuleTest::silenceThrowsTheSwitch()
     clock.start();
     constexpr int Ticks = 12;
     WAIT_UNTIL(board.player.heard().size() >= (1 + Ticks) * SilenceBytes);
-    const qint64 ms = clock.elapsed();
-    QVERIFY2(qAbs(ms - Ticks * 250) < 400, qPrintable(QString::number(ms)));
+    QVERIFY(qAbs(clock.elapsed() - Ticks * 250) < 400);
     QCOMPARE(board.player.heard().count('\0'), board.player.heard().size());
 
     sim::Player newer;
@@ -274,11 +273,14 @@ void ModuleTest::silenceThrowsTheSwitch()
     WAIT_UNTIL(!board.player.audioConnected() && newer.heard().size() >= 2 * SilenceBytes);
     QCOMPARE(switchState(), QByteArray("1"));
 
-    // The first client comes back just when the newer one leaves.
-    QVERIFY(board.daemon.hold());
+    // The first client is back, to be taken in with the next write, and before that the newer one leaves.
+    const auto heard = newer.heard().size();
+    WAIT_UNTIL(newer.heard().size() > heard);
     QVERIFY(board.player.connectAudio());
+    sim::Control(board.bus.address()).property(QStringLiteral("AdapterPresent")); // the answer says that it waits
+    QVERIFY(board.daemon.hold());
     newer.hangUpAudio();
-    QTest::qWait(300); // the next write has to be due
+    QTest::qWait(300); // the write has to be due
     QVERIFY(board.daemon.letGo());
     WAIT_UNTIL(board.player.heard().size() >= 2 * SilenceBytes);
     QCOMPARE(switchState(), QByteArray("1"));
@@ -299,7 +301,6 @@ void ModuleTest::everySettingOfTheLineIsOurs()
     left.c_oflag = ~tcflag_t{0};
     left.c_lflag = ~tcflag_t{0};
     left.c_cflag = CSTOPB | PARENB | PARODD | HUPCL | CRTSCTS;
-    left.c_cc[VTIME] = 1;
     ::cfsetspeed(&left, B115200);
     QCOMPARE(::tcsetattr(board.module.line(), TCSANOW, &left), 0);
     QVERIFY(board.startChecked());
@@ -312,7 +313,6 @@ void ModuleTest::everySettingOfTheLineIsOurs()
     QCOMPARE(line.c_lflag, tcflag_t{0});
     QCOMPARE(line.c_cflag, tcflag_t{B9600 | CS8 | CREAD | CLOCAL});
     QCOMPARE(int{line.c_cc[VMIN]}, 1);
-    QCOMPARE(int{line.c_cc[VTIME]}, 0);
     int exclusive = 0;
     QCOMPARE(::ioctl(board.module.line(), TIOCGEXCL, &exclusive), 0);
     QVERIFY(exclusive != 0);
