@@ -76,7 +76,6 @@ void CodecsTest::choices()
         {sbc, "cccd0235", "48450235", 32000, 1},
         {sbc, "84850235", "84850235", 16000, 2},
         {sbc, "ffff10", "11161000", 48000, 2}, // octets that are not there count as 0
-        {sbc, "", "11160200", 48000, 2},
         {sbc, "111501ff", "111502fa", 48000, 2},
         {aac, "80fffcffffff", "800014ffffff", 96000, 2},
         {aac, "40010883e800", "80010883e800", 44100, 1}, // another object type

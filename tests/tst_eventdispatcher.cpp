@@ -229,8 +229,11 @@ void EventDispatcherTest::nobodyStarves()
     timer.start(1);
     WAIT_UNTIL(posts >= 20);
     QVERIFY(turns[0] > 20);
-    QVERIFY(qAbs(turns[0] - turns[1]) <= 2);
-    QVERIFY(qAbs(turns[1] - turns[2]) <= 2);
+    QVERIFY(qAbs(turns[0] - turns[1]) <= 2 && qAbs(turns[1] - turns[2]) <= 2);
+    // Nor does anybody where all that comes is direct.
+    one.setEnabled(false);
+    other.setEnabled(false);
+    WAIT_UNTIL(posts >= 40);
 }
 
 /// As another thread's would that comes when the last posted event has been delivered, but the turn has not ended.
