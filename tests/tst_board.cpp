@@ -42,10 +42,7 @@ void BoardFilesTest::commandLine()
 
 void BoardFilesTest::deviceInformation()
 {
-    const struct {
-        const char *xml;
-        bool melody;
-    } rows[] = {
+    const QPair<const char *, bool> rows[] = {
         {"<?xml version=\"1.0\"?>\n<kado>\n <settings>\n  <bt>melody</bt>\n </settings>\n</kado>", true},
         {"<settings><bt>melody</bt></settings>", false}, // what stands right behind "settings" is passed over
         {"<settings><bt>usb</bt><bt>melody</bt></settings>", true},
@@ -56,11 +53,11 @@ void BoardFilesTest::deviceInformation()
         {"<settings> <bt><!--melody--></bt></settings>", false},
         {"<settings> <bt>melody</bt></wrong>", true},
     };
-    for (const auto &row : rows) {
+    for (const auto &[xml, melody] : rows) {
         QBuffer file;
-        file.setData(row.xml);
+        file.setData(xml);
         QVERIFY(file.open(QIODevice::ReadOnly));
-        QVERIFY2(kadoInfo::selectsMelody(file) == row.melody, row.xml);
+        QVERIFY2(kadoInfo::selectsMelody(file) == melody, xml);
     }
 }
 

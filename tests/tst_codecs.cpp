@@ -92,10 +92,7 @@ void CodecsTest::choices()
 void CodecsTest::sbcDecodesLikeABareLoop()
 {
     using Mode = sim::SbcFormat::Mode;
-    const struct {
-        sim::SbcFormat format;
-        int mtu;
-    } streams[] = {
+    const QPair<sim::SbcFormat, int> streams[] = {
         {{}, Mtu},                                    // what a usual phone sends
         {{44100, Mode::Stereo, 16, 8, true, 2}, 253}, // filled with 15 tiny frames
         {{16000, Mode::DualChannel, 4, 4, true, 31}, 256},

@@ -41,10 +41,7 @@ void ModuleLinesTest::linesAreCut()
 
 void ModuleLinesTest::replies()
 {
-    const struct {
-        const char *line;
-        const char *command;
-    } rows[] = {
+    const QPair<const char *, const char *> rows[] = {
         {"Ready now", "get name\r"},
         {"ready", ""},
         {"NAME=Living room BT", "get audio\r"},
@@ -56,9 +53,9 @@ void ModuleLinesTest::replies()
         {"CLOSE_OK AVRCP 0123456789AB", ""},
         {"LINK 1 CONNECTED AVRCP 0123456789AB PLAYING", ""},
     };
-    for (const auto &row : rows) {
+    for (const auto &[line, command] : rows) {
         ModuleProtocol protocol([] { return QStringLiteral("Living room"); });
-        QVERIFY2(reply(protocol, row.line) == row.command, row.line);
+        QVERIFY2(reply(protocol, line) == command, line);
     }
 }
 
