@@ -94,6 +94,13 @@ int main(int argc, char **argv)
 #ifdef KADO_SANITIZED
     const QSocketNotifier termination(terminated.get(), QSocketNotifier::Read);
     QObject::connect(&termination, &QSocketNotifier::activated, &app, &QCoreApplication::quit);
-#endif
+    const int status = QCoreApplication::exec();
+    theManager.reset();
+    // An answer of BlueZ that has come, but was not handed over yet, belongs to nobody else.
+    QCoreApplication::sendPostedEvents();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    return status;
+#else
     return QCoreApplication::exec();
+#endif
 }
