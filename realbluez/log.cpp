@@ -1,0 +1,16 @@
+#include "realbluez/log.h"
+
+#include <QDateTime>
+
+#include <cstdio>
+
+namespace realbluez {
+
+void say(const QString &who, const QString &text)
+{
+    std::printf("%.3f %-8s | %s\n", static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 1000, qPrintable(who),
+                qPrintable(text));
+    std::fflush(stdout);
+}
+
+} // namespace realbluez

@@ -1,0 +1,147 @@
+#include "realbluez/sound.h"
+
+#include "realbluez/log.h"
+#include "sim/sbcstream.h"
+
+#include <QDataStream>
+#include <QDir>
+#include <QFile>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+namespace realbluez {
+
+namespace {
+
+constexpr int Rate = 44'100;
+constexpr int BytesAFrame = 4; // two channels of 16 bits
+// Of a stream that is cut off: the packets that the kernels and the radio have between phone and speaker.
+constexpr double LostAtMostSeconds = 0.5;
+
+QString fileName(const char *kind, int number)
+{
+    return QStringLiteral("%1-%2").arg(QLatin1String(kind)).arg(number);
+}
+
+bool save(const QString &name, const QByteArray &bytes)
+{
+    QFile file(QDir(Share).filePath(name));
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
+}
+
+QByteArray load(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+double seconds(const QByteArray &pcm)
+{
+    return static_cast<double>(pcm.size()) / (Rate * BytesAFrame);
+}
+
+/// The end of what was heard, `size` bytes of the PCM of `packets`. The daemon's decoder still has it in its filters
+/// when the next stream begins, unless BlueZ has come anew in between.
+QList<QByteArray> lastHeard(const QList<QByteArray> &packets, qsizetype size)
+{
+    constexpr int FilterPackets = 2;
+    QList<QByteArray> heard = packets;
+    while (sim::decodeSbc(heard).size() > size)
+        heard.removeLast();
+    return heard.mid(std::max(0, static_cast<int>(heard.size()) - FilterPackets));
+}
+
+/// How often the sound that was heard goes on elsewhere than it should: something is lost, doubled or altered there.
+int jumps(const QByteArray &decoded, const QByteArray &heard)
+{
+    constexpr int Block = 512;
+    int count = 0;
+    qsizetype expected = 0;
+    for (qsizetype position = 0; position + Block <= heard.size(); position += Block) {
+        const QByteArray block = heard.mid(position, Block);
+        if (decoded.mid(expected, Block) != block) {
+            ++count;
+            const auto found = decoded.indexOf(block);
+            if (found < 0)
+                continue;
+            expected = found;
+        }
+        expected += Block;
+    }
+    return count;
+}
+
+} // namespace
+
+QByteArray sound(int seconds, int number)
+{
+    constexpr double Amplitude = 10'000;
+    constexpr double TwoPi = 6.283185307179586;
+    constexpr double RiseHz = 40; // in a second
+    std::vector<std::int16_t> samples;
+    for (int i = 0; i < seconds * Rate; ++i) {
+        const double time = static_cast<double>(i) / Rate;
+        for (const double start : {300.0 + 50 * number, 500.0 + 70 * number}) // left, right
+            samples.push_back(
+                static_cast<std::int16_t>(Amplitude * std::sin(TwoPi * time * (start + RiseHz / 2 * time))));
+    }
+    QByteArray pcm(static_cast<int>(samples.size() * sizeof(std::int16_t)), '\0');
+    std::memcpy(pcm.data(), samples.data(), samples.size() * sizeof(std::int16_t));
+    return pcm;
+}
+
+int nextSound()
+{
+    return static_cast<int>(QDir(Share).entryList({QStringLiteral("sent-*")}).size());
+}
+
+void saveSent(const Sent &sent)
+{
+    QByteArray bytes;
+    QDataStream stream(&bytes, QIODevice::WriteOnly);
+    stream.setVersion(QDataStream::Qt_5_15);
+    stream << sent.whole << sent.packets;
+    save(fileName("sent", nextSound()), bytes);
+}
+
+void saveHeard(const QByteArray &pcm, int number)
+{
+    save(fileName("heard", number), pcm);
+}
+
+bool compareStreams(const QString &folder)
+{
+    const QDir dir(folder);
+    bool good = true;
+    int number = 0;
+    QList<QByteArray> before;
+    for (; dir.exists(fileName("sent", number)) || dir.exists(fileName("heard", number)); ++number) {
+        Sent sent;
+        QDataStream stream(load(dir.filePath(fileName("sent", number))));
+        stream.setVersion(QDataStream::Qt_5_15);
+        stream >> sent.whole >> sent.packets;
+        const QByteArray heard = load(dir.filePath(fileName("heard", number)));
+
+        QByteArray fresh = sim::decodeSbc(sent.packets);
+        QByteArray continued = sim::decodeSbc(before + sent.packets).mid(sim::decodeSbc(before).size());
+        const double sentSeconds = seconds(fresh);
+        if (!sent.whole) {
+            fresh.truncate(heard.size());
+            continued.truncate(heard.size());
+        }
+        const bool same = (heard == continued || heard == fresh) && seconds(heard) > sentSeconds - LostAtMostSeconds;
+        good = good && same;
+        std::printf("stream %d%s: %.2f s sent, %.2f s heard, %s, %d jumps\n", number + 1, sent.whole ? "" : ", cut off",
+                    sentSeconds, seconds(heard), same ? "bit-exact" : "NOT as sent",
+                    same ? 0 : jumps(continued, heard));
+        before = lastHeard(sent.packets, heard.size());
+    }
+    return good && number > 0;
+}
+
+} // namespace realbluez
