@@ -16,6 +16,8 @@ namespace {
 
 const QString AgentInterface = QStringLiteral("org.bluez.Agent1");
 const QString MediaEndpointInterface = QStringLiteral("org.bluez.MediaEndpoint1");
+const QString Uuids = QStringLiteral("UUIDs");
+const QString OwnUuid = QStringLiteral("00001200-0000-1000-8000-00805f9b34fb"); // bluetoothd's, Device Identification
 
 QVariant unwrapped(const QVariant &value)
 {
@@ -132,11 +134,27 @@ void FakeBluez::forgetClient(const QString &service)
     forgetEndpoints([&](const RegisteredEndpoint &endpoint) { return endpoint.service == service; });
     if (agent_.service == service)
         agent_ = {};
+    const QList<QDBusObjectPath> objects = tree_.keys();
+    for (const QDBusObjectPath &object : objects)
+        tellServices(object.path());
 }
 
 void FakeBluez::forgetEndpoints(const std::function<bool(const RegisteredEndpoint &)> &which)
 {
     endpoints_.erase(std::remove_if(endpoints_.begin(), endpoints_.end(), which), endpoints_.end());
+}
+
+void FakeBluez::tellServices(const QString &adapter)
+{
+    const QVariant before = property(adapter, bluez::AdapterInterface, Uuids);
+    QStringList uuids{OwnUuid};
+    for (const RegisteredEndpoint &endpoint : std::as_const(endpoints_)) {
+        if (endpoint.adapter == adapter)
+            uuids.append(endpoint.uuid.toLower());
+    }
+    uuids.removeDuplicates();
+    if (before.isValid() && before != uuids)
+        setProperty(adapter, bluez::AdapterInterface, Uuids, uuids);
 }
 
 // --- The object tree.
@@ -190,7 +208,7 @@ void FakeBluez::addAdapter(const QString &path, Announce how)
         {QStringLiteral("Pairable"), !agent_.path.isEmpty()},
         {QStringLiteral("PairableTimeout"), 0U},
         {QStringLiteral("Discovering"), false},
-        {QStringLiteral("UUIDs"), QStringList{QStringLiteral("00001200-0000-1000-8000-00805f9b34fb")}},
+        {Uuids, QStringList{OwnUuid}},
         {QStringLiteral("Modalias"), QStringLiteral("usb:v1D6Bp0246d0542")},
     };
     addObject(path, {{bluez::AdapterInterface, adapter}, {bluez::MediaInterface, {}}}, how);

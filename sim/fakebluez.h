@@ -145,6 +145,8 @@ private:
     void forgetEverything();
     void forgetClient(const QString &service);
     void forgetEndpoints(const std::function<bool(const RegisteredEndpoint &)> &which);
+    /// The UUIDs of an adapter follow the endpoints registered there.
+    void tellServices(const QString &adapter);
     void remember(const QDBusMessage &message);
     void refuseCall(const QDBusMessage &call, const QString &errorName, const QString &text);
     void reply(const QDBusMessage &call, const QVariantList &arguments = {});

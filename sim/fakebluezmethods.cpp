@@ -195,6 +195,7 @@ void FakeBluez::registerEndpoint(const QDBusMessage &call)
         endpoints_.append(endpoint);
         clients_->addWatchedService(endpoint.service);
         reply(call);
+        tellServices(endpoint.adapter);
     }
 }
 

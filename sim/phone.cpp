@@ -126,7 +126,7 @@ bool Phone::configure(uchar codec, const QByteArray &configuration)
     const bool accepted = agreed(bluez_.callEndpoint(
         codec, QStringLiteral("SetConfiguration"), {QVariant::fromValue(QDBusObjectPath(transportPath_)), transport}));
     if (accepted) {
-        bluez_.setProperty(path_, MediaControlInterface, Connected, true);
+        setConnected(MediaControlInterface, true);
     } else {
         bluez_.removeObject(transportPath_);
         transportPath_.clear();
@@ -190,18 +190,24 @@ void Phone::loseLink()
     // A socket that is closed with something unread in it gives its other end an error.
     ::send(offered_.get(), "", 1, MSG_DONTWAIT | MSG_NOSIGNAL);
     socket_.reset();
-    disconnect();
+    setConnected(bluez::DeviceInterface, false);
+    if (!transportPath_.isEmpty())
+        clear();
+    setConnected(MediaControlInterface, false);
 }
 
 void Phone::disconnect()
 {
+    setConnected(MediaControlInterface, false);
     if (!transportPath_.isEmpty())
         clear();
-    if (!bluez_.property(path_, bluez::DeviceInterface, Connected).toBool())
-        return;
-    if (bluez_.property(path_, MediaControlInterface, Connected).toBool())
-        bluez_.setProperty(path_, MediaControlInterface, Connected, false);
-    bluez_.setProperty(path_, bluez::DeviceInterface, Connected, false);
+    setConnected(bluez::DeviceInterface, false);
+}
+
+void Phone::setConnected(const QString &interface, bool connected)
+{
+    if (bluez_.property(path_, interface, Connected) == QVariant(!connected))
+        bluez_.setProperty(path_, interface, Connected, connected);
 }
 
 bool Phone::send(const QByteArray &packet)

@@ -48,8 +48,8 @@ public:
     void suspend();
     /// Hangs up while streaming: the socket ends, ClearConfiguration, Connected false; no State change.
     void hangUp();
-    /// The link breaks while streaming: what the daemon reads next fails, and a moment later BlueZ reports the same as
-    /// when a phone hangs up.
+    /// The link breaks while streaming: what the daemon reads next fails; other than when a phone hangs up, Connected
+    /// false comes before ClearConfiguration.
     void loseLink();
     /// Reports Connected false (after clear() when a transport is configured); nothing when it is not connected.
     void disconnect();
@@ -72,6 +72,8 @@ Q_SIGNALS:
 
 private:
     void sendDue();
+    /// The property "Connected" of Device1 or MediaControl1; nothing when it is so already.
+    void setConnected(const QString &interface, bool connected);
 
     FakeBluez &bluez_;
     QString path_;
