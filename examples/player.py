@@ -8,7 +8,7 @@ import shlex
 import socket
 import subprocess
 import sys
-from http.server import BaseHTTPRequestHandler, HTTPServer
+from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 from threading import Thread
 from urllib.parse import unquote
 
@@ -26,8 +26,11 @@ def listen(rate, bits, channels):
 
 
 class Player(BaseHTTPRequestHandler):
+    protocol_version = "HTTP/1.1"  # a connection that is closed with its answer may bring the request a second time
+
     def do_GET(self):
         self.send_response(200)
+        self.send_header("Content-Length", "0")
         self.end_headers()
         if state := STATE.fullmatch(self.path):
             connected, name, streaming = state.groups()
@@ -38,6 +41,6 @@ class Player(BaseHTTPRequestHandler):
             Thread(target=listen, args=play.groups(), daemon=True).start()
 
 
-server = HTTPServer(("127.0.0.1", 11000), Player)
+server = ThreadingHTTPServer(("127.0.0.1", 11000), Player)
 subprocess.run(shlex.split(SELECT))  # a phone may be playing already
 server.serve_forever()

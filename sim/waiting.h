@@ -10,7 +10,7 @@ namespace sim {
 /// Runs the event loop until `condition` holds; false when it does not within `ms`. The condition is looked at again
 /// after every event, so nothing is waited for longer than it takes. Time during which this process stood still,
 /// stopped by a signal for instance, does not count.
-bool waitFor(const std::function<bool()> &condition, int ms = 5000);
+bool waitFor(const std::function<bool()> &condition, int ms = 10000);
 
 /// A new connection to the bus at `address`, of a name of its own; disconnectFromBus ends it.
 QDBusConnection connectToBus(const QString &address);

@@ -7,6 +7,8 @@
 #include <QElapsedTimer>
 #include <QNetworkAccessManager>
 
+#include <algorithm>
+
 namespace {
 
 /// A player, and the daemon's side of its control service.
@@ -106,10 +108,11 @@ void RequestsTest::silentPlayerHearsTheLatestState()
     requests.player.behave(sim::Player::Behaviour::Answer);
     requests.player.forgetRequests();
     QVERIFY(requests.player.serve());
-    WAIT_UNTIL(requests.player.targets().contains(requests.targets.constLast()));
-    const QStringList heard = requests.player.targets();
-    QCOMPARE(heard.mid(heard.size() - Kept), requests.targets.mid(requests.targets.size() - Kept));
-    QVERIFY(heard.size() <= Connections + Kept); // the first ones may be repeated
+    const QStringList kept = requests.targets.mid(requests.targets.size() - Kept);
+    const auto isHeard = [&](const QString &target) { return requests.player.targets().contains(target); };
+    WAIT_UNTIL(std::all_of(kept.begin(), kept.end(), isHeard));
+    for (const QString &target : requests.player.targets()) // on a busy machine one overtakes another
+        QVERIFY2(kept.contains(target) || requests.targets.mid(0, Connections).contains(target), qPrintable(target));
 }
 
 /// Each holds a connection, and no more than a few are given out.
