@@ -97,8 +97,20 @@ void FakeBluez::takeName()
     connect(clients_.get(), &QDBusServiceWatcher::serviceUnregistered, this, &FakeBluez::forgetClient);
 }
 
+void FakeBluez::storePhones()
+{
+    for (auto object = tree_.begin(); object != tree_.end(); ++object) {
+        if (!object->contains(bluez::DeviceInterface))
+            continue;
+        QVariantMap &phone = stored_[object.key().path()];
+        phone = object->value(bluez::DeviceInterface);
+        phone.insert(bluez::ConnectedProperty, false);
+    }
+}
+
 void FakeBluez::forgetEverything()
 {
+    storePhones();
     clients_.reset();
     endpoints_.clear();
     streams_.clear();
@@ -212,6 +224,10 @@ void FakeBluez::addAdapter(const QString &path, Announce how)
         {QStringLiteral("Modalias"), QStringLiteral("usb:v1D6Bp0246d0542")},
     };
     addObject(path, {{bluez::AdapterInterface, adapter}, {bluez::MediaInterface, {}}}, how);
+    for (const auto &[phone, properties] : stored_) {
+        if (phone.startsWith(path + QLatin1Char('/')))
+            addObject(phone, {{bluez::DeviceInterface, properties}}, how);
+    }
 }
 
 void FakeBluez::removeAdapter(const QString &path)
@@ -222,6 +238,7 @@ void FakeBluez::removeAdapter(const QString &path)
                                                             QStringLiteral("Release")));
         return endpoint.adapter == path;
     });
+    storePhones();
     const QList<QDBusObjectPath> objects = tree_.keys();
     for (auto object = objects.rbegin(); object != objects.rend(); ++object) { // what is below comes behind
         if (object->path() == path || object->path().startsWith(path + QLatin1Char('/')))

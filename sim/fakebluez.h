@@ -86,7 +86,7 @@ public:
     /// Answers a call as usual, for an interceptor that did so late.
     void answer(const QDBusMessage &call);
     /// Gives up the name "org.bluez" and disconnects without a word, as a crash does. `restart` comes back with an
-    /// empty tree but for "/org/bluez", no agent and no endpoints.
+    /// empty tree but for "/org/bluez", no agent and no endpoints; an adapter brings back the phones that were known.
     void crash();
     void restart();
     /// Another BlueZ, as after restart(), takes the name over before this one is gone: the name has an owner at any
@@ -142,6 +142,8 @@ private:
     static const QList<Method> &methods();
 
     void takeName();
+    /// As bluetoothd does on disk: the phones that it knows now are there again with their adapter.
+    void storePhones();
     void forgetEverything();
     void forgetClient(const QString &service);
     void forgetEndpoints(const std::function<bool(const RegisteredEndpoint &)> &which);
@@ -168,6 +170,7 @@ private:
     QList<BluezCall> calls_;
     QList<RegisteredEndpoint> endpoints_;
     std::map<QString, Stream> streams_;
+    std::map<QString, QVariantMap> stored_; ///< Device1 of phones, by path
     Agent agent_;
     QElapsedTimer clock_;
 };
