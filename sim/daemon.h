@@ -36,6 +36,9 @@ public:
     bool hold();
     bool letGo();
 
+    /// Signals the lines that the daemon has written by now; waits for none.
+    void collectLog() { process_.waitForReadyRead(0); }
+
     QProcess &process() { return process_; }
     /// Standard error so far, a line each.
     const QList<LogLine> &log() const { return log_; }

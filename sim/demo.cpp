@@ -138,6 +138,9 @@ bool Demo::stopStreaming()
     const auto all = decodeSbc(packets_).size();
     waitFor([&] { return board_.player.heard().size() >= all; }, LastAudioMs);
 
+    const Recording heard{format_.sampleRate, format_.channels(), board_.player.heard()};
+    story_.say("player", QStringLiteral("has heard %1 s").arg(heard.seconds(), 0, 'f', 2));
+
     story_.say("phone", QStringLiteral("suspends the stream"));
     phone_.suspend();
     if (!awaitStatus(true, false) || !story_.insist(phone_.clear(), QStringLiteral("ClearConfiguration failed")))

@@ -9,16 +9,22 @@
 
 namespace sim {
 
-Story::Story(const Daemon &daemon, const Player &player) : player_(player)
+Story::Story(Daemon &daemon, const Player &player) : daemon_(daemon), player_(player)
 {
     std::setvbuf(stdout, nullptr, _IOLBF, 0); // a person follows it, also through a pipe
     clock_.start();
-    QObject::connect(&daemon, &Daemon::logLine, &listener_, [this](const QString &text) { say("kado-bt", text); });
+    QObject::connect(&daemon, &Daemon::logLine, &listener_, [this](const QString &text) { print("kado-bt", text); });
     QObject::connect(&player, &Player::requested, &listener_,
                      [this](const PlayerRequest &request) { say("player", "is told " + request.target); });
 }
 
 void Story::say(const char *who, const QString &text) const
+{
+    daemon_.collectLog();
+    print(who, text);
+}
+
+void Story::print(const char *who, const QString &text) const
 {
     std::printf("%8.3f %-7s | %s\n", static_cast<double>(clock_.elapsed()) / 1000, who, qPrintable(text));
 }

@@ -14,9 +14,9 @@ namespace sim {
 class Story {
 public:
     /// Tells each line that the daemon logs, and each request that the player gets.
-    Story(const Daemon &daemon, const Player &player);
+    Story(Daemon &daemon, const Player &player);
 
-    /// One line: seconds since the beginning, who, what.
+    /// One line: seconds since the beginning, who, what. Lines that the daemon has logged before come first.
     void say(const char *who, const QString &text) const;
 
     /// Returns `asItShouldBe`; when that is false, `otherwise` is the fault.
@@ -43,6 +43,9 @@ public:
     int end() const;
 
 private:
+    void print(const char *who, const QString &text) const;
+
+    Daemon &daemon_;
     const Player &player_;
     QObject listener_; ///< to what daemon and player signal
     QElapsedTimer clock_;
