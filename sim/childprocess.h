@@ -12,19 +12,16 @@ namespace sim {
 /// Ctrl-C in the terminal is for this process, which ends its children in order.
 class ChildProcess : public QProcess {
 public:
-#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
     ChildProcess()
     {
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
         setChildProcessModifier(&ChildProcess::prepare);
-    }
 #endif
+    }
 
 private:
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
-    void setupChildProcess() override
-    {
-        prepare();
-    }
+    void setupChildProcess() override;
 #endif
     static void prepare()
     {
@@ -32,5 +29,12 @@ private:
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     }
 };
+
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+inline void ChildProcess::setupChildProcess()
+{
+    prepare();
+}
+#endif
 
 } // namespace sim

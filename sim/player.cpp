@@ -172,8 +172,7 @@ void Player::answer(QTcpSocket *socket)
     requests_ += arrived;
     for (const PlayerRequest &request : std::as_const(arrived)) {
         if (connectWhenTold_ && request.target.startsWith(QLatin1String("/Play")))
-            QMetaObject::invokeMethod(
-                this, [this] { connectAudio(); }, Qt::QueuedConnection);
+            QTimer::singleShot(0, this, [this] { connectAudio(); });
         Q_EMIT requested(request);
     }
 }

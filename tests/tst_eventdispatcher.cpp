@@ -222,10 +222,8 @@ void EventDispatcherTest::nobodyStarves()
     int posts = 0;
     QObject poster; // what it was sent goes with it
     QTimer timer;
-    connect(&timer, &QTimer::timeout, this, [&] {
-        QMetaObject::invokeMethod(
-            &poster, [&posts] { ++posts; }, Qt::QueuedConnection);
-    });
+    const auto count = [&posts] { ++posts; };
+    connect(&timer, &QTimer::timeout, this, [&] { QMetaObject::invokeMethod(&poster, count, Qt::QueuedConnection); });
     timer.start(1);
     WAIT_UNTIL(posts >= 20);
     QVERIFY(turns[0] > 20);

@@ -44,7 +44,7 @@ FileFollower::Way FileFollower::wayTo(const QString &path)
     Way way;
     QStringList names = namesIn(path);
     QString place = QStringLiteral("/");
-    struct stat status {};
+    struct stat status = {};
     for (int links = 0; ::stat(QFile::encodeName(place).constData(), &status) == 0;) {
         const bool readable = ::access(QFile::encodeName(place).constData(), R_OK) == 0;
         way.insert(place, {status.st_dev, status.st_ino, readable});

@@ -106,6 +106,18 @@ void EventDispatcher::dispatchPosted()
     QCoreApplication::sendPostedEvents();
 }
 
+void EventDispatcher::interrupt()
+{
+    wakeUp();
+}
+
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+bool EventDispatcher::hasPendingEvents()
+{
+    return wakeUpPending_;
+}
+#endif
+
 void EventDispatcher::wakeUp()
 {
     if (!wakeUpPending_.exchange(true))

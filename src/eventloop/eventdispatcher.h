@@ -55,16 +55,10 @@ public:
     int remainingTime(int id) override;
 
     void wakeUp() override;
-    void interrupt() override
-    {
-        wakeUp();
-    }
+    void interrupt() override;
 
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
-    bool hasPendingEvents() override
-    {
-        return wakeUpPending_;
-    }
+    bool hasPendingEvents() override;
     void flush() override {}
 #endif
 
