@@ -61,12 +61,12 @@ int jumps(const QByteArray &decoded, const QByteArray &heard)
 {
     constexpr int Block = 512;
     int count = 0;
-    qsizetype expected = 0;
-    for (qsizetype position = 0; position + Block <= heard.size(); position += Block) {
+    int expected = 0;
+    for (int position = 0; position + Block <= heard.size(); position += Block) {
         const QByteArray block = heard.mid(position, Block);
         if (decoded.mid(expected, Block) != block) {
             ++count;
-            const auto found = decoded.indexOf(block);
+            const auto found = static_cast<int>(decoded.indexOf(block));
             if (found < 0)
                 continue;
             expected = found;
