@@ -58,6 +58,8 @@ public:
     void sendRaw(const QByteArray &bytes);
     /// The daemon's end of the line, to set before the daemon opens it, and to ask for its settings.
     int line() const { return slave_.get(); }
+    /// Leaves the line to the daemon alone, which has opened it.
+    void letGoOfLine() { slave_.reset(); }
     /// The line ends as if the device was pulled out.
     void unplug();
 

@@ -7,7 +7,7 @@
 
 kadoInfo::kadoInfo()
 {
-    QFile file(QStringLiteral("/etc/kado_info.xml"));
+    QFile file(QString::fromLatin1(DeviceInfoFile));
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
         qDebug("Could not open kado_info.xml");
         std::exit(EXIT_FAILURE);

@@ -2,6 +2,9 @@
 
 class QIODevice;
 
+/// The file in which the firmware describes the speaker's hardware.
+inline constexpr char DeviceInfoFile[] = "/etc/kado_info.xml";
+
 /// The speaker's hardware as its firmware describes it in "/etc/kado_info.xml".
 class kadoInfo {
 public:

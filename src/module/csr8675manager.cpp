@@ -40,7 +40,7 @@ csr8675Manager::csr8675Manager(PlayerRequests &player)
 
 void csr8675Manager::openPort()
 {
-    if (!port_.open(QStringLiteral("/dev/ttymxc3"))) {
+    if (!port_.open(QString::fromLatin1(ModuleLine))) {
         qDebug("Could not open CSR8675 Serial Port");
         std::exit(EXIT_FAILURE);
     }

@@ -4,7 +4,7 @@
 
 void I2sSwitch::set(bool on)
 {
-    QFile file(QStringLiteral("/sys/class/leds/bt_sw_i2s/brightness"));
+    QFile file(QString::fromLatin1(I2sSwitchFile));
     if (!file.open(QIODevice::WriteOnly)) {
         qWarning("Could not open BT I2S Switch");
         return;

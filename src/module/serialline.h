@@ -9,6 +9,9 @@
 
 #include <memory>
 
+/// Where the module is.
+inline constexpr char ModuleLine[] = "/dev/ttymxc3";
+
 /// A serial line: 9600 baud, 8 data bits, no parity, 1 stop bit, no flow control, bytes as they are. Breaks and bytes
 /// that arrive without their stop bit are dropped.
 ///

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <QString>
+
+namespace doctor {
+
+/// Whether a class of device (Bluetooth Assigned Numbers, 2.8) is of the major class audio/video.
+inline bool isAudioClass(const uint &deviceClass)
+{
+    constexpr uint MajorMask = 0x1F00;
+    constexpr uint AudioVideo = 0x0400;
+    return (deviceClass & MajorMask) == AudioVideo;
+}
+
+inline QString deviceClassText(const uint &deviceClass)
+{
+    return QString("0x%1%2")
+        .arg(deviceClass, 6, 16, QChar('0'))
+        .arg(isAudioClass(deviceClass) ? ", audio" : ", not audio");
+}
+
+} // namespace doctor

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "doctor/finding.h"
+
+namespace doctor {
+
+/// Whether the kernel blocks the radio, by the switches in /sys/class/rfkill.
+Findings lookAtRfkill();
+
+} // namespace doctor
