@@ -9,6 +9,7 @@
 #include <QLocalSocket>
 
 #include <algorithm>
+#include <array>
 #include <fcntl.h>
 #include <sys/socket.h>
 
@@ -37,9 +38,9 @@ struct Pair {
     /// Hears at most so many bytes of what is there now; returns all that was heard.
     const QByteArray &hear(int most = 65536)
     {
-        QByteArray bytes(most, '\0');
-        const ssize_t size = ::read(far.get(), bytes.data(), static_cast<size_t>(most));
-        return heard += bytes.left(std::max(0, static_cast<int>(size)));
+        std::array<char, 65536> bytes{};
+        const ssize_t size = ::read(far.get(), bytes.data(), std::min(static_cast<size_t>(most), bytes.size()));
+        return heard.append(bytes.data(), std::max(0, static_cast<int>(size)));
     }
     std::unique_ptr<AudioClient> client;
     FileDescriptor far;
