@@ -42,7 +42,8 @@ Report examine(const QString &bus, const QStringList &prefix = {}, const QString
     const QJsonObject json = QJsonDocument::fromJson(text).object();
     QMap<QString, QStringList> things;
     bool sound = process.exitStatus() == QProcess::NormalExit && json["healthy"].toBool() == (process.exitCode() == 0);
-    for (const QJsonValue &finding : json["findings"].toArray()) {
+    const QJsonArray findings = json["findings"].toArray();
+    for (const QJsonValue finding : findings) {
         things[finding["level"].toString()] << finding["about"].toString();
         sound = sound && (finding["level"] != "wrong" || !finding["advice"].toString().isEmpty());
     }
