@@ -16,7 +16,7 @@ namespace {
 /// Others, a pipe for instance, may block who opens them.
 bool isFile(const char *path)
 {
-    struct stat status {};
+    struct stat status = {};
     return ::stat(path, &status) == 0 && S_ISREG(status.st_mode);
 }
 
@@ -24,7 +24,7 @@ bool isFile(const char *path)
 std::optional<Finding> unreadable(const QString &about, const char *path, std::optional<uid_t> user,
                                   const QString &advice)
 {
-    struct stat status {};
+    struct stat status = {};
     if (::stat(path, &status) != 0 && errno != EACCES)
         return wrong(about, QString("%1: %2").arg(path, qt_error_string(errno)), advice);
     if (user && status.st_ino && !mayUse(*user, status, Access::Read))

@@ -18,7 +18,7 @@ namespace {
 Finding line(std::optional<uid_t> serviceUser)
 {
     const QString about = "serial line";
-    struct stat status {};
+    struct stat status = {};
     if (::stat(ModuleLine, &status) != 0)
         return wrong(about, QString("%1: %2").arg(ModuleLine, qt_error_string(errno)),
                      "Does the device tree enable that line?");
@@ -79,7 +79,7 @@ Finding console()
 Finding i2sSwitch(std::optional<uid_t> serviceUser)
 {
     const QString about = "I2S switch";
-    struct stat status {};
+    struct stat status = {};
     if (::stat(I2sSwitchFile, &status) != 0)
         return wrong(about, QString("%1: %2").arg(I2sSwitchFile, qt_error_string(errno)),
                      "The device tree needs a LED of that name");

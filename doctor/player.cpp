@@ -87,7 +87,7 @@ Finding audioSocket(std::optional<uid_t> serviceUser, std::optional<uid_t> playe
 {
     const QString about = "audio socket";
     const QString path = audioSocketPath();
-    struct stat status {};
+    struct stat status = {};
     if (::stat(QFile::encodeName(path).constData(), &status) != 0)
         return wrong(about, path + ": " + qt_error_string(errno),
                      "Is kado-bt running, in the same /tmp (TMPDIR, PrivateTmp)? See \"No audio socket\" in its log");
