@@ -354,8 +354,10 @@ void ModuleTest::lineThatFloodsAndIsUnplugged()
     sim::Control control(board.bus.address());
     QVERIFY(sim::waitFor([&] { return control.property(QStringLiteral("Streaming")).toBool(); }, 60000));
     QCOMPARE(board.logs("CSR8675 line without end dropped"), 1);
-#ifndef KADO_SANITIZED // which keeps what is freed
-    QVERIFY(board.daemon.residentKib() - resident < 2048);
+#ifndef KADO_SANITIZED
+    // Sanitizers keep what is freed; another program than this build's may be an emulator, which grows by itself.
+    if (!qEnvironmentVariableIsSet("KADO_BT"))
+        QVERIFY(board.daemon.residentKib() - resident < 1536);
 #endif
 
     // What was unplugged is readable for ever: it is not kept.
