@@ -13,7 +13,7 @@ namespace doctor {
 
 namespace {
 
-/// What is wrong with BlueZ itself; none when it told its objects.
+/// The fault of BlueZ itself; none when it told its objects.
 std::optional<Finding> silence(const Peer &bluez, uid_t caller)
 {
     const QString about = "BlueZ";

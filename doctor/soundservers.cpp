@@ -24,7 +24,7 @@ const SoundServer SoundServers[] = {
     {"pulseaudio", "bluez5", "Leave PulseAudio's module-bluetooth-discover out"},
 };
 
-/// What a process that is a sound server is doing; none for others, and for those that leave BlueZ alone.
+/// The finding about a running sound server; none when it leaves BlueZ alone.
 Findings judge(const Process &process, const SoundServer &server)
 {
     const QString about = "other sound servers";

@@ -4,7 +4,7 @@
 
 #include <QByteArray>
 
-/// What is to be heard of a packet.
+/// The audio that a packet has to yield.
 namespace heard {
 
 /// What libsbc makes of its frames, up to the first that does not decode. `decoder` has decoded the packets before.

@@ -5,8 +5,6 @@
 #include "sim/sbcstream.h"
 #include "sim/waiting.h"
 
-#include <QDBusError>
-#include <QDBusMetaType>
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
 #include <QDBusUnixFileDescriptor>

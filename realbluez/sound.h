@@ -6,7 +6,7 @@
 
 namespace realbluez {
 
-/// What a phone sent in one stream.
+/// The packets that a phone sent in one stream.
 struct Sent {
     QList<QByteArray> packets; ///< of sim::encodeSbc
     bool whole = true;         ///< false: the stream was cut off, so that only its beginning was heard

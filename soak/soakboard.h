@@ -72,7 +72,7 @@ private:
     void oweStatus();
     /// Everything has arrived where it should.
     void settle();
-    /// What is owed arrives, in the time that it takes: `right` finds it in what the player has been told.
+    /// Waits until the player has been told all that is owed to it, as `right` finds.
     void settlePlayer(const std::function<bool(const QStringList &told)> &right);
 
     /// The player has to be told of it.
