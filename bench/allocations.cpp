@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bench/allocations.h"
 
 #include "bench/contestants.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // To be preloaded: counts the heap allocations of a process, of all its threads and libraries, in a file shared with
 // whoever set KADO_BENCH_ALLOCATIONS to its path. `operator new` is counted as the malloc() that it calls.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The least that a sink can do, in a process of its own: packets from standard input, a SOCK_SEQPACKET socket, one
 // blocking read each; their PCM, by the daemon's decoder, to standard output, a stream socket, in one write a packet.
 

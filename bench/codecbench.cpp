@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Without sockets and event loop: the SBC decoder against libsbc, CodecSBC into a device that drops its PCM against the
 // bare loop, and CodecAAC. The tail of the table that kado-bench begins.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bench/contestants.h"
 
 #include "bench/fail.h"

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Draws what scripts/bench printed: CPU and latency of the bare loop, BlueALSA and kado-bt side by side, as SVG.
 Usage: scripts/bench | tee FILE; bench/draw.py FILE > docs/performance.svg"""
 import re

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bench/figures.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bench/pump.h"
 
 #include "bench/fail.h"

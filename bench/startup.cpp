@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bench/startup.h"
 
 #include "bench/contestants.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bench/systemcalls.h"
 
 #include "bench/contestants.h"

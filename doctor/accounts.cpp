@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "doctor/accounts.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "doctor/adapter.h"
 
 #include "bluez/names.h"

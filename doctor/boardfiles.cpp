@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "doctor/boardfiles.h"
 
 #include "board/kadoinfo.h"

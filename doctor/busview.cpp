@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "doctor/busview.h"
 
 #include "bluez/names.h"

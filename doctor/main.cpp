@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "doctor/accounts.h"
 #include "doctor/adapter.h"
 #include "doctor/boardfiles.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "doctor/module.h"
 
 #include "doctor/accounts.h"

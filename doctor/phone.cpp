@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "doctor/phone.h"
 
 #include "bluez/names.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "doctor/player.h"
 
 #include "doctor/accounts.h"

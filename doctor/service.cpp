@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "doctor/service.h"
 
 #include "doctor/accounts.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "doctor/soundservers.h"
 
 #include "doctor/processes.h"

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """The player's side of kado-bt: is told what happens, and plays what a phone plays.
 
 Usage: player.py [COMMAND]    COMMAND plays the PCM on its standard input; default: aplay

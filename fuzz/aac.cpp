@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // AAC packets, several for one codec.
 //
 // An input is a row of records; their first byte says, by its two lowest bits, what follows:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The negotiation of AAC: length (1 byte) and octets of what a phone offers, then the octets of a configuration.
 
 #include "codec/codecaac.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The device information file: the input is the file.
 
 #include "board/kadoinfo.h"

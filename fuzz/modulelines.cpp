@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the serial line brings: bytes into lines, lines into the conversation with the module, and after whatever came a
 // module that answers in order, whose settings must end up right.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SBC packets, several for one codec, with the preparations and configurations that come between them; everything heard
 // is held against libsbc.
 //

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Toolchain file for a board of another architecture, by Debian's cross compiler (g++-arm-linux-gnueabihf, say) and an
 # unpacked root of the board's architecture (scripts/sysroot, or that of an image), whose absolute path is SYSROOT:
 #   cmake -DCMAKE_TOOLCHAIN_FILE=packaging/cross.cmake -DKADO_TRIPLET=arm-linux-gnueabihf -DCMAKE_SYSROOT=SYSROOT ...

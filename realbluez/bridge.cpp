@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "realbluez/bridge.h"
 
 #include <QByteArray>

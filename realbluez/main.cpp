@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "realbluez/bridge.h"
 #include "realbluez/scenarios.h"
 #include "realbluez/sound.h"

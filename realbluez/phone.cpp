@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "realbluez/phone.h"
 
 #include "bluez/names.h"

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """The air between the machines: an emulated Bluetooth controller (btvirt's) for each NAME, behind the socket DIR/NAME.
 
 btvirt answers the commands. Data (ACL packets) goes from side to side here, because btvirt passes it on with the sender's

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "realbluez/scenarios.h"
 
 #include "realbluez/phone.h"

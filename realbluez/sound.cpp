@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "realbluez/sound.h"
 
 #include "realbluez/log.h"

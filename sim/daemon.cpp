@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sim/daemon.h"
 
 #include "sim/waiting.h"

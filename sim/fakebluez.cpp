@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sim/fakebluez.h"
 
 #include "bluez/names.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The answering half of FakeBluez: the table of its methods, what each does, and the introspection of the tree.
 
 #include "bluez/names.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sim/heardcheck.h"
 
 #include "sim/sbcstream.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sim/demo.h"
 #include "sim/moduledemo.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sim/moduledemo.h"
 
 #include "sim/board.h"

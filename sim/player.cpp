@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sim/player.h"
 
 #include "sim/waiting.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sim/story.h"
 
 #include "sim/waiting.h"

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Draws what happened, as SVG: a row for each event, a column for phone, radio, kado-bt, player and audio.
 Usage: timeline.py LINES SVG
 LINES is what scripts/demo printed, or a log of kado-bt with times: journalctl -t kado-bt -o short-iso-precise"""

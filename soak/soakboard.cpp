@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What every step of a soak rests on: the model of the board, and that the daemon says the same.
 
 #include "soak/soakboard.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The steps of a soak that BlueZ takes: it loses adapters, ends and comes back, and answers late.
 
 #include "bluez/names.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "soak/soakmaterial.h"
 
 #include "sim/sbcstream.h"

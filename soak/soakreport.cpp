@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "soak/soakreport.h"
 
 #include "sim/waiting.h"

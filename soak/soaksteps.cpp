@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The steps of a soak that phones, the player and its clients take.
 
 #include "soak/soakboard.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bluez/adaptermanager.h"
 #include "board/kadoinfo.h"
 #include "commandline.h"

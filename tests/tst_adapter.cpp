@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Adapters that come and go, and phones that connect: what the player, BlueZ and the log see of it.
 
 #include "boardtest.h"

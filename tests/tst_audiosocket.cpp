@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The local audio socket with clients that read, do not read, leave and come in crowds.
 
 #include "player/audioclient.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What start-up reads, as plain functions.
 
 #include "board/kadoinfo.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The codecs as plain functions: elements and packets in, elements and audio out.
 
 #include "codec/adtsheader.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // kado-bt-doctor as shipped: what it says of boards that are healthy, broken, hanging or not its user's to see.
 
 #include "sim/module.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The main thread's event loop, in itself: the daemon's other tests run on it without saying so.
 
 #include "eventloop/directnotifier.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The example player, in place of the board's own: what the documentation tells the author of a player works.
 
 #include "streamingboard.h"

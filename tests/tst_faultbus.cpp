@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What may come over the bus: values of the wrong type, floods, messages without measure, and its end.
 
 #include "streamingboard.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the board itself may be short of: a log that can be written, a name file, descriptors, a player that answers.
 
 #include "streamingboard.h"

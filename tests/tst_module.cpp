@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The shipped binary with an external module on a real pseudo terminal, an I2S switch and a name file.
 
 #include "boardtest.h"

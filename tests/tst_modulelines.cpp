@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The module's lines without a port: bytes in, lines out; lines in, commands and state out.
 
 #include "module/linereader.h"

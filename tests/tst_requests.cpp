@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The requests to the player: what stands in them, and players that answer in any way, late or not at all.
 
 #include "player/playerrequests.h"

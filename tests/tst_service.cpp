@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a board's bus policy, users and unit let whom do. The daemon is run by scripts/as-service, on a bus with the
 // shipped policy and with the users of tests/board/users.conf: see scripts/check-service.
 

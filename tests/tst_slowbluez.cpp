@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // BlueZ that answers a call late, never, or dies with the answer owed: streams, endpoints, agent and control interface
 // go on, and in the end everything is as it should be.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The shipped binary from its command line to the first notification: how it ends, what it logs and where, and what it
 // asks of BlueZ.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Streams through the shipped binary: from a phone's socket to the client of the local audio socket.
 
 #include "streamingboard.h"

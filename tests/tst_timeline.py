@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """The picture of a field log: what its lines tell, and what bad input gets."""
 import pathlib
 import subprocess

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A plugin for qemu: prints how many instructions the emulated program has executed when it ends. The declarations are
 // those of qemu's plugin interface that it needs, since Debian has no header of it.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Decodes encoder-made frames of one configuration over and over, with this project's decoder or with libsbc: work for
 // an instruction counter. A program without Qt, so that it runs under an emulator of any board as it stands.
 // Usage: decodeframes kado|libsbc CONFIGURATION FRAMES      CONFIGURATION: an index of SbcConfigurations

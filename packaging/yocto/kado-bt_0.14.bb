@@ -1,7 +1,8 @@
+# SPDX-License-Identifier: MIT
 SUMMARY = "Bluetooth audio receiver daemon for embedded speakers"
 
-# The tree carries no licence file yet. When it has one, name it here and add its LIC_FILES_CHKSUM.
-LICENSE = "CLOSED"
+LICENSE = "MIT"
+LIC_FILES_CHKSUM = "file://LICENSE;md5=1087b98b3d89f3c33dc941a6323987da"
 
 # Where the tree is, and which commit of it; a release has a fixed one.
 SRC_URI = "git:///path/to/kado-bt;protocol=file;branch=main;destsuffix=${BP}"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bluez/adapter.h"
 
 #include "bluez/agent1.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bluez/adaptermanager.h"
 
 #include "bluez/adapter.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bluez/answer.h"
 
 #include "bluez/names.h"

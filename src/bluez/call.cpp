@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bluez/call.h"
 
 #include "bluez/answer.h"

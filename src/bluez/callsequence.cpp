@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bluez/callsequence.h"
 
 #include <utility>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bluez/connecteddevice.h"
 
 #include "bluez/names.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bluez/endpoint.h"
 
 #include "bluez/mediaendpoint1.h"

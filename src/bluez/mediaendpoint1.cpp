@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bluez/mediaendpoint1.h"
 
 #include "bluez/adaptermanager.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bluez/objecttree.h"
 
 #include <QDBusMetaType>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bluez/pendingcall.h"
 
 #include "bluez/answer.h"

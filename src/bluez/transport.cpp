@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bluez/transport.h"
 
 #include "bluez/call.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "codec/adtsheader.h"
 
 std::array<char, adts::HeaderSize> adts::header(int payloadSize)

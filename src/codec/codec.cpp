@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "codec/codec.h"
 
 unsigned Codec::pickPreferred(unsigned mask, const unsigned *preferences, int count)

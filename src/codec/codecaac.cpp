@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "codec/codecaac.h"
 
 #include "log/log.h"

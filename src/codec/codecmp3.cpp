@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "codec/codecmp3.h"
 
 #include <QtGlobal>

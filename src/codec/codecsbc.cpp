@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "codec/codecsbc.h"
 
 #include "log/log.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "control/dbuscommandlistener.h"
 
 #include "control/abstractmanager.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "eventloop/directnotifier.h"
 
 #include <QEvent>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "eventloop/eventdispatcher.h"
 
 #include "eventloop/directnotifier.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "eventloop/processsetup.h"
 
 #include <cstdlib>

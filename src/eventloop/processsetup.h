@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #pragma once
 
 /// Opens /dev/null in the place of standard input, output and error where they are closed. To be called before

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "module/blankwriter.h"
 
 #include "module/i2sswitch.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "module/csr8675manager.h"
 
 #include "board/speakername.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "module/i2sswitch.h"
 
 #include <QFile>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "module/linereader.h"
 
 #include "log/log.h"

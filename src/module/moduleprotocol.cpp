@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "module/moduleprotocol.h"
 
 #include "board/speakername.h"

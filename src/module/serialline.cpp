@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "module/serialline.h"
 
 #include <QFile>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "player/audioclient.h"
 
 #include "log/log.h"

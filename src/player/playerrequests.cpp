@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "player/playerrequests.h"
 
 #include "log/log.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sbc/bitallocation.h"
 
 #include <algorithm>

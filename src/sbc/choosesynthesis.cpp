@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sbc/synthesis.h"
 
 // 32-bit ARM processors may have NEON or not, and programs built for all of them must not count on it.

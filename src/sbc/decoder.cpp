@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sbc/decoder.h"
 
 #include "sbc/bitallocation.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sbc/frame.h"
 
 #include "sbc/crc.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sbc/samples.h"
 
 #include <array>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sbc/synthesis.h"
 
 #include "sbc/matrix.h"

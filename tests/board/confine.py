@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Runs a program under the system call filter that systemd would give it: the settings SystemCallFilter,
 RestrictAddressFamilies, MemoryDenyWriteExecute, RestrictNamespaces and NoNewPrivileges of a unit. Stricter in one thing: a
 call or address family that the unit refuses ends the program with SIGSYS, so that no test can overlook it.

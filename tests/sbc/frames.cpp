@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/sbc/frames.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The SBC decoder against libsbc: every verdict, every byte of PCM. A program without Qt, so that it runs under an
 // emulator of any board as it stands.
 //
