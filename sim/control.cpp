@@ -48,4 +48,11 @@ QDBusMessage Control::setProperty(const QString &name, const QVariant &value)
     return callAndWait(connection_, call);
 }
 
+QString Control::introspect()
+{
+    const QDBusMessage call = messageTo(QStringLiteral("org.freedesktop.DBus.Introspectable"),
+                                        QStringLiteral("Introspect"));
+    return callAndWait(connection_, call).arguments().value(0).toString();
+}
+
 } // namespace sim

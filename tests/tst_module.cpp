@@ -181,7 +181,7 @@ void ModuleTest::nameFileMayChangeAnyhow()
     QVERIFY(!board.nextName().isEmpty());
 
     // The file is replaced while the old one has another name, then removed and written again.
-    ::link(NameFile, "/var/data/backup");
+    QCOMPARE(::link(NameFile, "/var/data/backup"), 0);
     replace(NameFile, board.nextName());
     QVERIFY(board.renamed());
     QByteArray name = board.nextName();
@@ -196,21 +196,21 @@ void ModuleTest::nameFileMayChangeAnyhow()
     QVERIFY(board.renamed());
     name = board.nextName();
     std::rename("/var/data", "/var/other");
-    ::symlink("/var/other", "/var/data");
+    QCOMPARE(::symlink("/var/other", "/var/data"), 0);
     sim::writePlayerName(name);
     QVERIFY(board.renamed());
     replace("/var/former/player_name", board.nextName());
-    ::symlink("former", "/var/fresh");
+    QCOMPARE(::symlink("former", "/var/fresh"), 0);
     std::rename("/var/fresh", "/var/data");
     QVERIFY(board.renamed());
 
     // The file becomes a link, its target is replaced, and then the link leads nowhere for a while.
     ::mkdir("/tmp/other", 0755);
     replace("/tmp/other/name", board.nextName());
-    ::symlink("../../tmp/other/name", "/var/fresh");
+    QCOMPARE(::symlink("../../tmp/other/name", "/var/fresh"), 0);
     std::rename("/var/fresh", NameFile);
     QVERIFY(board.renamed());
-    ::link("/tmp/other/name", "/tmp/other/backup");
+    QCOMPARE(::link("/tmp/other/name", "/tmp/other/backup"), 0);
     replace("/tmp/other/name", board.nextName());
     QVERIFY(board.renamed());
     name = board.nextName();

@@ -6,6 +6,7 @@
 
 #include <QFile>
 #include <QScopeGuard>
+#include <QXmlStreamReader>
 
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -36,6 +37,31 @@ Ending runToEnd(const QString &bus, const QStringList &arguments)
     return {process.exitCode(), process.exitStatus() == QProcess::CrashExit, daemon.output(), daemon.logTexts()};
 }
 
+/// The members of org.kadobt.commands in introspection data, sorted: "method IsAdapterPresent out b", "property Name s
+/// read". Argument names and annotations are left out.
+QStringList membersOf(const QString &introspection)
+{
+    QXmlStreamReader xml(introspection);
+    QStringList members;
+    bool inside = false;
+    while (!xml.atEnd()) {
+        xml.readNext();
+        const auto value = [&](const char *name) { return xml.attributes().value(QLatin1String(name)).toString(); };
+        const QString element = xml.name().toString();
+        if (element == QLatin1String("interface"))
+            inside = xml.isStartElement() && value("name") == QLatin1String("org.kadobt.commands");
+        if (!inside || !xml.isStartElement())
+            continue;
+        if (element == QLatin1String("arg"))
+            members.last() += QLatin1Char(' ') + value("direction") + QLatin1Char(' ') + value("type");
+        else if (element != QLatin1String("interface") && element != QLatin1String("annotation"))
+            members +=
+                QStringList{element, value("name"), value("type"), value("access")}.join(QLatin1Char(' ')).trimmed();
+    }
+    members.sort();
+    return members;
+}
+
 } // namespace
 
 class StartupTest : public QObject {
@@ -49,6 +75,7 @@ private Q_SLOTS:
     void callsToBluez();
     void waitsForAnAdapter();
     void controlInterface();
+    void installedInterface();
 };
 
 void StartupTest::withoutBoard()
@@ -198,6 +225,17 @@ void StartupTest::controlInterface()
     phone.connect();
     WAIT_UNTIL(board.player.requests().size() == 2);
     QCOMPARE(board.player.targets().constLast(), notification(true, true, "Anna", false));
+}
+
+void StartupTest::installedInterface()
+{
+    QFile installed(QStringLiteral(KADO_CONTROL_INTERFACE));
+    QVERIFY(installed.open(QIODevice::ReadOnly));
+    sim::Board board;
+    QVERIFY(board.startDaemon());
+    const QStringList served = membersOf(board.control.introspect());
+    QCOMPARE(membersOf(QString::fromUtf8(installed.readAll())), served);
+    QVERIFY(!served.isEmpty());
 }
 
 QTEST_GUILESS_MAIN(StartupTest)

@@ -57,7 +57,7 @@ void StreamingTest::phonePlaysThroughThePlayer()
     };
     QCOMPARE(b.board.player.targets(), expected);
     const QStringList log{
-        QStringLiteral("start kado-bt 0.14"),
+        QStringLiteral("start kado-bt " KADO_VERSION),
         QStringLiteral("Set default adapter:  \"/org/bluez/hci0\" "),
         QStringLiteral("Device Connect: \"%1\" ").arg(PhonePath),
         QStringLiteral("Active Device: \"%1\" \"Anna\" ").arg(PhonePath),

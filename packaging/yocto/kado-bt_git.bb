@@ -14,7 +14,7 @@ DEPENDS = "qtbase"
 RDEPENDS:${PN} = "dbus"
 RRECOMMENDS:${PN} = "bluez5"
 
-EXTRA_OECMAKE += "-DKADO_DEVELOPMENT=OFF -DKADO_UNIT_DIR=${systemd_system_unitdir}"
+EXTRA_OECMAKE += "-DKADO_UNIT_DIR=${systemd_system_unitdir}"
 
 SYSTEMD_SERVICE:${PN} = "kado-bt.service"
 USERADD_PACKAGES = "${PN}"
