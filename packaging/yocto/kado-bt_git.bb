@@ -4,24 +4,26 @@ SUMMARY = "Bluetooth audio receiver daemon for embedded speakers"
 LICENSE = "MIT"
 LIC_FILES_CHKSUM = "file://LICENSE;md5=1087b98b3d89f3c33dc941a6323987da"
 
-# Where the tree is, and which commit of it; a release has a fixed one.
+# Set both to your copy of the tree; a release has a fixed commit.
 SRC_URI = "git:///path/to/kado-bt;protocol=file;branch=main;destsuffix=${BP}"
 SRCREV = "${AUTOREV}"
 
-inherit qt6-cmake pkgconfig systemd useradd
+# Qt 6 from meta-qt6. For Qt 5.15 from meta-qt5 set KADO_QT = "5" in the distribution's configuration.
+KADO_QT ?= "6"
+inherit ${@'cmake_qt5' if d.getVar('KADO_QT') == '5' else 'qt6-cmake'} systemd useradd
 
 DEPENDS = "qtbase"
 RDEPENDS:${PN} = "dbus"
 RRECOMMENDS:${PN} = "bluez5"
 
-EXTRA_OECMAKE += "-DKADO_UNIT_DIR=${systemd_system_unitdir}"
+EXTRA_OECMAKE += "-DQT_MAJOR=${KADO_QT} -DKADO_UNIT_DIR=${systemd_system_unitdir}"
 
 SYSTEMD_SERVICE:${PN} = "kado-bt.service"
 USERADD_PACKAGES = "${PN}"
 USERADD_PARAM:${PN} = "--system --user-group --no-create-home --home-dir /nonexistent --shell /sbin/nologin kado-bt"
 FILES:${PN} += "${datadir}/dbus-1 ${nonarch_libdir}/sysusers.d"
 
-# For a board whose radio is an external module: the same service with the module's two devices, started without BlueZ.
+# For boards with an external module: gives the service the module's two devices and starts it without BlueZ.
 PACKAGES =+ "${PN}-module"
 SUMMARY:${PN}-module = "${SUMMARY}, for boards with an external module"
 RDEPENDS:${PN}-module = "${PN}"
