@@ -26,8 +26,9 @@
 
 namespace {
 
-/// A descriptor that SIGTERM makes readable, in place of ending the process. To be called before there are threads.
-FileDescriptor terminations()
+/// Returns a descriptor that becomes readable on SIGTERM and stops SIGTERM from ending the process. Call before any
+/// thread starts.
+FileDescriptor openSigtermDescriptor()
 {
     sigset_t signal;
     ::sigemptyset(&signal);
@@ -41,24 +42,25 @@ FileDescriptor terminations()
 
 int main(int argc, char **argv)
 {
-    occupyStandardDescriptors();
-    giveLargeBlocksBack();
+    openStandardDescriptors();
+    mapLargeBlocks();
 #ifdef KADO_SANITIZED
-    // What ships ends at once. Here everything is destroyed, and LeakSanitizer tells what was forgotten.
-    const FileDescriptor terminated = terminations();
+    // The release binary ends at once on SIGTERM. This build destroys every object first, so that LeakSanitizer can
+    // report leaks.
+    const FileDescriptor sigterm = openSigtermDescriptor();
 #endif
 
-    // The threads that Qt starts, for the bus and for HTTP, have event loops of their own: Qt's cost less than GLib's.
+    // Qt's bus and HTTP threads run event loops of their own. Qt's event loop costs less than GLib's.
     qputenv("QT_NO_GLIB", "1");
 
-    // Qt takes options of its own out of argv.
+    // Copy the arguments before QCoreApplication removes Qt's own options from argv.
     QStringList arguments;
     for (int i = 1; i < argc; ++i)
         arguments << QString::fromLocal8Bit(argv[i]);
 
-    QCoreApplication::setEventDispatcher(new EventDispatcher); // taken over
+    QCoreApplication::setEventDispatcher(new EventDispatcher); // takes ownership
     QCoreApplication app(argc, argv);
-    // The daemon needs none of Qt's plugins; with Qt 5 some would ask NetworkManager and ConnMan on the bus.
+    // Load no Qt plugins. The daemon needs none, and some of Qt 5 would query NetworkManager and ConnMan on the bus.
     QCoreApplication::setLibraryPaths({});
     QCoreApplication::setApplicationName(QStringLiteral("kado-bt"));
     QCoreApplication::setApplicationVersion(QStringLiteral(KADO_VERSION));
@@ -82,7 +84,7 @@ int main(int argc, char **argv)
 
     const kadoInfo info;
 
-    // No proxy of the environment's is asked for the player, who is on this board.
+    // Ignore a proxy of the environment, because the player runs on this board.
     QNetworkAccessManager theNetworkManager;
     theNetworkManager.setProxy(QNetworkProxy::NoProxy);
     PlayerRequests player(theNetworkManager);
@@ -94,11 +96,11 @@ int main(int argc, char **argv)
         theManager = std::make_unique<AdapterManager>(commandLine.aacDisabled, player);
 
 #ifdef KADO_SANITIZED
-    const QSocketNotifier termination(terminated.get(), QSocketNotifier::Read);
+    const QSocketNotifier termination(sigterm.get(), QSocketNotifier::Read);
     QObject::connect(&termination, &QSocketNotifier::activated, &app, &QCoreApplication::quit);
     const int status = QCoreApplication::exec();
     theManager.reset();
-    __lsan_do_leak_check(); // while Qt still has what was to be handed over or deleted
+    __lsan_do_leak_check(); // now, while Qt still references queued events and objects to be deleted
     return status;
 #else
     return QCoreApplication::exec();

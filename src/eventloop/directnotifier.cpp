@@ -5,7 +5,7 @@
 
 DirectNotifier::DirectNotifier(int fd) : QSocketNotifier(fd, QSocketNotifier::Read)
 {
-    // The event loop was told of it when it was not one of this class yet.
+    // Register again, because the base constructor registered the notifier before it was a DirectNotifier.
     setEnabled(false);
     setEnabled(true);
 }

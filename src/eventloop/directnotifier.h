@@ -3,20 +3,20 @@
 
 #include <QSocketNotifier>
 
-/// Calls ready() whenever its descriptor is readable: the EventDispatcher does so straight, past Qt's event delivery,
-/// any other event loop by way of event(). Our own, because a wake-up after milliseconds of sleep finds the caches
-/// cold, and Qt's delivery touches 22 of the 54 pages of a packet's whole path, the decoder's included.
+/// A read notifier that calls ready() whenever its descriptor is readable. EventDispatcher calls ready() directly,
+/// without Qt's event delivery. Any other event loop reaches ready() through event().
 ///
-/// For the same reason the functions of that path are marked hot: it makes the linker lay them together, in one page
-/// instead of seven.
+/// Not a plain QSocketNotifier, because the caches are cold after milliseconds of sleep. Qt's event delivery touches 22
+/// of the 54 memory pages of a packet's path, including the decoder's pages. The functions on this path are marked hot
+/// for the same reason: the linker then places them in one page instead of seven.
 class DirectNotifier : public QSocketNotifier {
     Q_OBJECT
 public:
-    /// Watches `fd`, which nobody else watches, from now on.
+    /// Starts to watch `fd`, which must have no other notifier. The caller keeps ownership of `fd`.
     explicit DirectNotifier(int fd);
 
-    /// There is something to read, or the end of it. Whatever this calls must not delete objects with deleteLater(): Qt
-    /// would keep them until the event loop ends.
+    /// Called when the descriptor has data, end of file or an error. Code that runs from here must not call
+    /// deleteLater(), because Qt would keep the object until the event loop ends.
     virtual void ready() = 0;
 
 protected:

@@ -20,27 +20,28 @@
 
 namespace {
 
-// What QtDBus may post while this thread handles what it has. A packet waits for two such loads at most, which take
-// milliseconds.
-constexpr int MostWaiting = 8;
+// Events that QtDBus may queue before it must wait for the main thread. A packet waits for at most two such batches,
+// which take milliseconds.
+constexpr int MaxQueuedEvents = 8;
 
-// QtDBus may hold a lock, or a call to the bus may be under way, that this thread waits for. Then both go on after
-// this.
-constexpr int LongestHoldMs = 20;
+// The main thread may be waiting for a lock that QtDBus's thread holds, or for a bus call that QtDBus's thread handles.
+// This timeout ends such a deadlock.
+constexpr int MaxBlockMs = 20;
 
-/// Whether this is the thread in which QtDBus reads; its class is all that tells. No other is held: a thread that emits
-/// a queued signal holds a lock of Qt's meanwhile, one that this thread may need as well.
+/// Returns whether the calling thread is the one in which QtDBus reads. Only the class of the thread object tells. No
+/// other thread may be blocked, because a thread that emits a queued signal holds a lock of Qt that the main thread may
+/// need.
 bool isQtDBusThread()
 {
     return QThread::currentThread()->inherits("QDBusConnectionManager");
 }
 
-/// The events that a notifier waits for, by its type. A descriptor that has hung up or failed wakes all three.
-constexpr std::array<unsigned, 3> Awaited{EPOLLIN, EPOLLOUT, EPOLLPRI};
+/// The epoll event of each notifier type. EPOLLHUP and EPOLLERR activate all three types.
+constexpr std::array<unsigned, 3> EpollEvents{EPOLLIN, EPOLLOUT, EPOLLPRI};
 static_assert(QSocketNotifier::Read == 0 && QSocketNotifier::Write == 1 && QSocketNotifier::Exception == 2);
 
-// An epoll_wait() of more is none that anybody waits for; it keeps the milliseconds within an int.
-constexpr qint64 LongestWaitMs = 24 * 60 * 60 * 1000;
+// Cap a wait at one day so that it fits epoll's int.
+constexpr qint64 MaxWaitMs = 24 * 60 * 60 * 1000;
 
 qint64 now()
 {
@@ -59,8 +60,8 @@ void notify(QSocketNotifier *notifier)
 
 EventDispatcher::EventDispatcher()
     : epoll_(::epoll_create1(EPOLL_CLOEXEC)),
-      // Events may have been posted before there was a dispatcher to wake up.
-      wakeUp_(::eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)), room_(MostWaiting)
+      // Starts readable, because events may have been posted before the dispatcher existed.
+      wakeUp_(::eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)), queueSlots_(MaxQueuedEvents)
 {
     epoll_event event{};
     event.events = EPOLLIN;
@@ -74,36 +75,37 @@ bool EventDispatcher::processEvents(QEventLoop::ProcessEventsFlags flags)
     if (std::exchange(processing_, true))
         qFatal("0Event loops are not nested here");
     const bool waits = (flags & QEventLoop::WaitForMoreEvents) != 0;
-    Turn turn{};
+    Dispatched dispatched{};
+    // Stay here while only packets arrive, because Qt need not see them. exit() ends the wait with wakeUp().
     do {
-        turn = takeTurn(waits ? timeToNextTimer() : 0);
-    } while (turn == Turn::Direct && waits); // of which Qt need not hear; an exit() wakes up
+        dispatched = runOnce(waits ? timeToNextTimer() : 0);
+    } while (dispatched == Dispatched::DirectOnly && waits);
     processing_ = false;
-    return turn != Turn::Idle;
+    return dispatched != Dispatched::Nothing;
 }
 
-EventDispatcher::Turn EventDispatcher::takeTurn(int timeoutMs)
+EventDispatcher::Dispatched EventDispatcher::runOnce(int timeoutMs)
 {
-    Turn turn = Turn::Idle;
-    // One event a turn: a handler may remove any notifier without one of its events being under way already.
+    Dispatched dispatched = Dispatched::Nothing;
+    // One event at a time, because a handler may remove any notifier and no event may then be left for it.
     epoll_event event{};
     if (::epoll_wait(epoll_.get(), &event, 1, timeoutMs) > 0) {
         if (event.data.fd == wakeUp_.get()) {
             dispatchPosted();
-            turn = Turn::Delivered;
+            dispatched = Dispatched::QtEvents;
         } else {
-            turn = dispatchSocket(event.data.fd, event.events);
+            dispatched = dispatchSocket(event.data.fd, event.events);
         }
     }
-    return dispatchTimers() ? Turn::Delivered : turn;
+    return dispatchTimers() ? Dispatched::QtEvents : dispatched;
 }
 
 void EventDispatcher::dispatchPosted()
 {
     eventfd_t count = 0;
     ::eventfd_read(wakeUp_.get(), &count);
-    wakeUpPending_ = false; // before the look at what was posted: what is posted from here on wakes up again
-    room_.release(std::max(0, MostWaiting - room_.available()));
+    wakeUpPending_ = false; // before sendPostedEvents(), so that an event posted from here on wakes the loop again
+    queueSlots_.release(std::max(0, MaxQueuedEvents - queueSlots_.available()));
     QCoreApplication::sendPostedEvents();
 }
 
@@ -123,29 +125,29 @@ void EventDispatcher::wakeUp()
 {
     if (!wakeUpPending_.exchange(true))
         ::eventfd_write(wakeUp_.get(), 1);
-    if (isQtDBusThread() && !room_.tryAcquire(1, LongestHoldMs))
-        room_.release(MostWaiting);
+    if (isQtDBusThread() && !queueSlots_.tryAcquire(1, MaxBlockMs))
+        queueSlots_.release(MaxQueuedEvents);
 }
 
 // --- Sockets
 
-EventDispatcher::Turn EventDispatcher::dispatchSocket(int fd, unsigned events)
+EventDispatcher::Dispatched EventDispatcher::dispatchSocket(int fd, unsigned events)
 {
-    Socket *socket = socketOf(fd);
+    Socket *socket = findSocket(fd);
     if (socket && socket->direct) {
         socket->direct->ready();
-        return Turn::Direct;
+        return Dispatched::DirectOnly;
     }
-    for (size_t type = 0; socket && type < Awaited.size(); ++type) {
-        if (socket->notifiers[type] && (events & (Awaited[type] | EPOLLHUP | EPOLLERR)) != 0) {
+    for (size_t type = 0; socket && type < EpollEvents.size(); ++type) {
+        if (socket->notifiers[type] && (events & (EpollEvents[type] | EPOLLHUP | EPOLLERR)) != 0) {
             notify(socket->notifiers[type]);
-            socket = socketOf(fd); // the handler may have changed everything
+            socket = findSocket(fd); // the handler may have removed or moved the entry
         }
     }
-    return Turn::Delivered;
+    return Dispatched::QtEvents;
 }
 
-EventDispatcher::Socket *EventDispatcher::socketOf(int fd)
+EventDispatcher::Socket *EventDispatcher::findSocket(int fd)
 {
     auto *socket = std::find_if(sockets_.begin(), sockets_.end(), [fd](const Socket &it) { return it.fd == fd; });
     return socket == sockets_.end() ? nullptr : socket;
@@ -154,8 +156,8 @@ EventDispatcher::Socket *EventDispatcher::socketOf(int fd)
 void EventDispatcher::control(int operation, const Socket &socket)
 {
     epoll_event event{};
-    for (size_t type = 0; type < Awaited.size(); ++type)
-        event.events |= socket.notifiers[type] ? Awaited[type] : 0U;
+    for (size_t type = 0; type < EpollEvents.size(); ++type)
+        event.events |= socket.notifiers[type] ? EpollEvents[type] : 0U;
     event.data.fd = socket.fd;
     if (::epoll_ctl(epoll_.get(), operation, socket.fd, &event) != 0)
         qWarning("0Event loop: descriptor %d: %s", socket.fd, std::strerror(errno));
@@ -164,7 +166,7 @@ void EventDispatcher::control(int operation, const Socket &socket)
 void EventDispatcher::registerSocketNotifier(QSocketNotifier *notifier)
 {
     const auto fd = static_cast<int>(notifier->socket());
-    Socket *socket = socketOf(fd);
+    Socket *socket = findSocket(fd);
     const bool isNew = !socket;
     if (isNew) {
         sockets_.append({fd, {}, nullptr});
@@ -177,7 +179,7 @@ void EventDispatcher::registerSocketNotifier(QSocketNotifier *notifier)
 
 void EventDispatcher::unregisterSocketNotifier(QSocketNotifier *notifier)
 {
-    Socket *socket = socketOf(static_cast<int>(notifier->socket()));
+    Socket *socket = findSocket(static_cast<int>(notifier->socket()));
     if (!socket)
         return;
     socket->notifiers[notifier->type()] = nullptr;
@@ -202,10 +204,10 @@ bool EventDispatcher::dispatchTimers()
     }
     for (const int id : due) {
         const auto timer = std::find_if(timers_.begin(), timers_.end(), [id](const Timer &it) { return it.id == id; });
-        if (timer == timers_.end() || timer->due > time) // stopped, or started anew, by the handler of another
+        if (timer == timers_.end() || timer->due > time) // another timer's handler stopped or restarted it
             continue;
         timer->due += timer->interval;
-        if (timer->due < time) // whole intervals were missed: they are not made up for
+        if (timer->due < time) // skip the intervals that were missed
             timer->due = time + timer->interval;
         QTimerEvent event(id);
         QCoreApplication::sendEvent(timer->object, &event);
@@ -219,7 +221,7 @@ int EventDispatcher::timeToNextTimer() const
         return -1;
     const auto next = std::min_element(timers_.begin(), timers_.end(),
                                        [](const Timer &one, const Timer &other) { return one.due < other.due; });
-    return static_cast<int>(std::clamp(next->due - now(), qint64{0}, LongestWaitMs));
+    return static_cast<int>(std::clamp(next->due - now(), qint64{0}, MaxWaitMs));
 }
 
 void EventDispatcher::registerTimer(int id, Interval intervalMs, Qt::TimerType type, QObject *object)

@@ -15,26 +15,30 @@
 class DirectNotifier;
 class QSocketNotifier;
 
-/// The main thread's event loop. Our own, because a wake-up is what a packet costs once the decoder is fast: with this
-/// one and a DirectNotifier it takes 700 user instructions besides the decoder's, with Qt's 4,100.
+/// The event loop of the main thread. It serves QTimer, QSocketNotifier and events posted by any thread.
 ///
-/// A turn is one epoll_wait() for one event. Posted events are looked at only after a wakeUp(), which Qt calls with
-/// every one that it posts; Qt's own dispatchers do so every turn, rebuild their poll set from a hash table and search
-/// it again afterwards.
+/// Not Qt's event dispatcher, because the wake-up dominates the cost of a packet once the decoder is fast. A packet
+/// takes 700 user instructions besides the decoder's with this class and a DirectNotifier, and 4,100 with Qt's
+/// dispatcher.
 ///
-/// QtDBus's thread is held when it posts faster than events are handled. So it reads no more of a flood of signals than
-/// is handled, and packets have their turn; the bus keeps the rest, or drops it at a limit of its own. Left to itself
-/// it reads on until the messages that wait take 63 MiB. There libdbus stops reading, and the bus is never heard again:
-/// QtDBus can start the reading anew only in its own thread, and libdbus asks for it in this one.
+/// An iteration is one epoll_wait() for one event. It handles posted events only after wakeUp(), which Qt calls for
+/// each posted event. Qt's own dispatchers check for posted events in every iteration, rebuild their poll set from a
+/// hash table and search the set again afterwards.
 ///
-/// It serves QTimer, QSocketNotifier and events posted by any thread. Timers are kept to the millisecond, whatever
-/// their type. A notifier goes, or is disabled, before its descriptor is closed. Event loops are not nested: a handler
-/// that enters one ends the process with a fatal message. Process flags other than WaitForMoreEvents have no effect.
-/// Give it to QCoreApplication::setEventDispatcher(), which takes it over, before the application object is made.
+/// wakeUp() blocks QtDBus's thread while that thread posts events faster than the main thread handles them. During a
+/// flood of signals QtDBus then reads no faster than the main thread works, and packets are still handled in between.
+/// The bus daemon queues the remaining signals or drops them at its own limit. Without the block, QtDBus reads until 63
+/// MiB of messages are queued. libdbus then stops reading for good, because it asks for the restart in the main thread,
+/// and QtDBus can restart the reading only in its own thread.
+///
+/// Timers of every type are accurate to the millisecond. Delete or disable a notifier before closing its descriptor.
+/// Event loops cannot be nested: a handler that starts one ends the process with a fatal message. Process flags other
+/// than WaitForMoreEvents have no effect. Pass the object to QCoreApplication::setEventDispatcher(), which takes
+/// ownership, before you create the application object.
 class EventDispatcher final : public QAbstractEventDispatcher {
     Q_OBJECT
 public:
-    /// Of a timer, in ms, in the type that Qt has for it.
+    /// Interval of a timer in ms, in the type that Qt's interface uses.
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
     using Interval = int;
 #else
@@ -52,7 +56,7 @@ public:
     bool unregisterTimer(int id) override;
     bool unregisterTimers(QObject *object) override;
     QList<TimerInfo> registeredTimers(QObject *object) const override;
-    /// Milliseconds, or -1 when there is no such timer.
+    /// Returns the remaining time in ms, 0 for an overdue timer and -1 for an unknown timer.
     int remainingTime(int id) override;
 
     void wakeUp() override;
@@ -66,8 +70,8 @@ public:
 private:
     struct Socket {
         int fd;
-        std::array<QSocketNotifier *, 3> notifiers; ///< by type; null: none
-        DirectNotifier *direct;                     ///< the reader, if it is one of these
+        std::array<QSocketNotifier *, 3> notifiers; ///< by type; null if not registered
+        DirectNotifier *direct;                     ///< the Read notifier if it is a DirectNotifier, else null
     };
     struct Timer {
         int id;
@@ -77,14 +81,14 @@ private:
         QObject *object;
     };
 
-    enum class Turn { Idle, Direct, Delivered };
-    [[gnu::hot]] Turn takeTurn(int timeoutMs);
+    enum class Dispatched { Nothing, DirectOnly, QtEvents };
+    [[gnu::hot]] Dispatched runOnce(int timeoutMs);
     void dispatchPosted();
-    [[gnu::hot]] Turn dispatchSocket(int fd, unsigned events);
+    [[gnu::hot]] Dispatched dispatchSocket(int fd, unsigned events);
     [[gnu::hot]] bool dispatchTimers();
     [[gnu::hot]] int timeToNextTimer() const;
 
-    [[gnu::hot]] Socket *socketOf(int fd);
+    [[gnu::hot]] Socket *findSocket(int fd);
     void control(int operation, const Socket &socket);
     template <typename Predicate>
     bool removeTimers(Predicate predicate);
@@ -92,8 +96,8 @@ private:
     FileDescriptor epoll_;
     FileDescriptor wakeUp_; ///< readable after wakeUp()
     std::atomic<bool> wakeUpPending_{true};
-    QSemaphore room_;                    ///< for what QtDBus posts
-    QVarLengthArray<Socket, 8> sockets_; ///< searched from the front
+    QSemaphore queueSlots_;              ///< free slots for events that QtDBus posts
+    QVarLengthArray<Socket, 8> sockets_; ///< linear search, because there are only a few
     std::vector<Timer> timers_;
     bool processing_ = false;
 };

@@ -4,7 +4,7 @@
 #include <unistd.h>
 #include <utility>
 
-/// Owns one file descriptor and closes it; -1 is none.
+/// The owner of one file descriptor, which it closes. The value -1 means none.
 class FileDescriptor {
 public:
     FileDescriptor() = default;

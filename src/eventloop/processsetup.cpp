@@ -8,7 +8,7 @@
 #include <malloc.h>
 #endif
 
-void occupyStandardDescriptors()
+void openStandardDescriptors()
 {
     int fd = 0;
     do {
@@ -18,10 +18,10 @@ void occupyStandardDescriptors()
         ::close(fd);
 }
 
-void giveLargeBlocksBack()
+void mapLargeBlocks()
 {
 #ifdef __GLIBC__
-    constexpr int LargeBytes = 128 * 1024; // the size from which it does so at first
+    constexpr int LargeBytes = 128 * 1024; // glibc's initial threshold
     ::mallopt(M_MMAP_THRESHOLD, LargeBytes);
 #endif
 }

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-/// Opens /dev/null in the place of standard input, output and error where they are closed. To be called before
-/// anything else is opened: a socket that got such a number would get the log lines as well.
-void occupyStandardDescriptors();
+/// Opens /dev/null for each of standard input, output and error that is closed. Call this before the process opens any
+/// other descriptor. Otherwise a socket could get one of these numbers and receive the log lines.
+void openStandardDescriptors();
 
-/// Has the C library give every large block, such as the backlog of a slow client, a mapping of its own, which takes
-/// memory as it is filled and gives it back when it is freed. Left to itself it does so only until the first such block
-/// is freed: the next ones lie on the heap, and what lies behind them may keep all that for the rest of the run.
-void giveLargeBlocksBack();
+/// Makes glibc map every block of 128 KiB and more separately, such as the backlog of a slow client. A mapping takes
+/// memory only as it fills and returns all of it to the system when the block is freed. By default glibc raises its
+/// threshold when the first such block is freed. Later blocks then go on the heap, where a block allocated after them
+/// can keep their memory until the process ends. Does nothing with other C libraries.
+void mapLargeBlocks();
