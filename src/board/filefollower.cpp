@@ -12,43 +12,44 @@
 
 namespace {
 
-// A writer empties, fills and renames a file within a moment; one look is enough for all that.
-constexpr int SettleMs = 100;
+// Long enough for a writer to truncate, write and rename a file, so that one check covers these changes.
+constexpr int CheckDelayMs = 100;
 
-// As many as the kernel follows.
+// The kernel's own limit (path_resolution(7)).
 constexpr int MaxLinks = 40;
 
 } // namespace
 
 FileFollower::FileFollower(const QString &path, QObject *parent)
-    : QObject(parent), path_(path), mounts_(::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC))
+    : QObject(parent), path_(path), mountInfo_(::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC))
 {
-    settle_.setSingleShot(true);
-    settle_.setInterval(SettleMs);
-    connect(&settle_, &QTimer::timeout, this, &FileFollower::look);
-    connect(&watcher_, &QFileSystemWatcher::directoryChanged, this, &FileFollower::lookSoon);
+    checkTimer_.setSingleShot(true);
+    checkTimer_.setInterval(CheckDelayMs);
+    connect(&checkTimer_, &QTimer::timeout, this, &FileFollower::check);
+    connect(&watcher_, &QFileSystemWatcher::directoryChanged, this, &FileFollower::scheduleCheck);
     connect(&watcher_, &QFileSystemWatcher::fileChanged, this, [this] {
-        written_ = true;
-        lookSoon();
+        changePending_ = true;
+        scheduleCheck();
     });
-    if (mounts_.isValid()) { // the watcher does not see what is mounted
-        mounted_ = std::make_unique<QSocketNotifier>(mounts_.get(), QSocketNotifier::Exception);
-        connect(mounted_.get(), &QSocketNotifier::activated, this, &FileFollower::lookSoon);
+    if (mountInfo_.isValid()) { // QFileSystemWatcher does not report mounts
+        mountNotifier_ = std::make_unique<QSocketNotifier>(mountInfo_.get(), QSocketNotifier::Exception);
+        connect(mountNotifier_.get(), &QSocketNotifier::activated, this, &FileFollower::scheduleCheck);
     }
-    look();
+    check();
 }
 
-/// The folders, those that links in the path lead through, and the file, as far as they exist.
-FileFollower::Way FileFollower::wayTo(const QString &path)
+/// Returns the existing components of `path`: its directories, the directories that its links lead through, and the
+/// file.
+FileFollower::Components FileFollower::componentsOf(const QString &path)
 {
     const auto namesIn = [](const QString &text) { return text.split(QLatin1Char('/'), Qt::SkipEmptyParts); };
-    Way way;
+    Components components;
     QStringList names = namesIn(path);
     QString place = QStringLiteral("/");
     struct stat status = {};
     for (int links = 0; ::stat(QFile::encodeName(place).constData(), &status) == 0;) {
         const bool readable = ::access(QFile::encodeName(place).constData(), R_OK) == 0;
-        way.insert(place, {status.st_dev, status.st_ino, readable});
+        components.insert(place, {status.st_dev, status.st_ino, readable});
         if (names.isEmpty())
             break;
         place = QDir(place).filePath(names.takeFirst());
@@ -58,29 +59,29 @@ FileFollower::Way FileFollower::wayTo(const QString &path)
             place = QStringLiteral("/");
         }
     }
-    return way;
+    return components;
 }
 
-void FileFollower::lookSoon()
+void FileFollower::scheduleCheck()
 {
-    if (!settle_.isActive())
-        settle_.start();
+    if (!checkTimer_.isActive())
+        checkTimer_.start();
 }
 
-void FileFollower::look()
+void FileFollower::check()
 {
-    const Way way = wayTo(path_);
+    const Components components = componentsOf(path_);
     const QStringList watched = watcher_.files() + watcher_.directories();
-    // The watcher stays with files and folders that are no longer on the way, and drops those that are removed.
-    if (way != way_ || watched.size() != watched_) {
+    // QFileSystemWatcher keeps watching components that left the path, and drops removed ones.
+    if (components != components_ || watched.size() != watchedCount_) {
         if (!watched.isEmpty())
             watcher_.removePaths(watched);
-        watcher_.addPaths(way.keys());
-        watched_ = watcher_.files().size() + watcher_.directories().size();
-        way_ = way;
-        written_ = true;
-        settle_.start(); // the way may have changed before it was watched
+        watcher_.addPaths(components.keys());
+        watchedCount_ = watcher_.files().size() + watcher_.directories().size();
+        components_ = components;
+        changePending_ = true;
+        checkTimer_.start(); // a component may have changed before its watch was added
     }
-    if (std::exchange(written_, false))
+    if (std::exchange(changePending_, false))
         Q_EMIT changed();
 }

@@ -14,33 +14,33 @@
 #include <sys/types.h>
 #include <tuple>
 
-/// Follows the file that a path leads to, for as long as this object lives: it may be replaced, removed, or not there
-/// yet, and so may the folders and symbolic links on the way to it, and what is mounted there.
+/// A watcher of the file at a path. The file may be missing, replaced or removed at any time. The same holds for the
+/// directories, symbolic links and mounts on the path.
 class FileFollower : public QObject {
     Q_OBJECT
 public:
     explicit FileFollower(const QString &path, QObject *parent = nullptr);
 
 Q_SIGNALS:
-    /// The file was written or touched, or the path leads to another one, or to none. Comes a tenth of a second after
-    /// the first of several such changes, once for all of them.
+    /// The file was written or touched, or the path now leads to another file or to no file. Emitted 100 ms after the
+    /// first change; further changes within that time are coalesced.
     void changed();
 
 private:
-    /// Device and number of a file or folder, and whether it may be read.
+    /// Device and inode number of a file or directory, and whether it is readable.
     using Identity = std::tuple<dev_t, ino_t, bool>;
-    using Way = QMap<QString, Identity>;
+    using Components = QMap<QString, Identity>; ///< by path
 
-    static Way wayTo(const QString &path);
-    void lookSoon();
-    void look();
+    static Components componentsOf(const QString &path);
+    void scheduleCheck();
+    void check();
 
     const QString path_;
-    Way way_;
+    Components components_;
     QFileSystemWatcher watcher_;
-    qsizetype watched_ = 0; ///< how much of the way could be watched
-    FileDescriptor mounts_;
-    std::unique_ptr<QSocketNotifier> mounted_;
-    bool written_ = false;
-    QTimer settle_;
+    qsizetype watchedCount_ = 0; ///< components that watcher_ accepted
+    FileDescriptor mountInfo_;
+    std::unique_ptr<QSocketNotifier> mountNotifier_;
+    bool changePending_ = false; ///< the next check() emits changed()
+    QTimer checkTimer_;
 };

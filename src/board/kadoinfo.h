@@ -3,22 +3,23 @@
 
 class QIODevice;
 
-/// The file in which the firmware describes the speaker's hardware.
+/// The file in which the firmware describes the speaker's hardware (XML).
 inline constexpr char DeviceInfoFile[] = "/etc/kado_info.xml";
 
-/// The speaker's hardware as its firmware describes it in "/etc/kado_info.xml".
+/// The hardware description of the speaker, read from DeviceInfoFile.
 class kadoInfo {
 public:
-    /// Reads the file; one that cannot be opened ends the process with status 1.
+    /// Reads the file. Ends the process with status 1 if the file cannot be opened.
     kadoInfo();
 
-    /// Whether an external Bluetooth module is to be driven instead of a BlueZ adapter.
+    /// Returns true if the speaker has an external Bluetooth module, false if it has a BlueZ adapter.
     bool isMelody() const { return btModuleIsMelody_; }
 
-    /// Reads a description from an open device: true when a "bt" element after the start of the first "settings"
-    /// element holds exactly the text melody. The token right after the "settings" start tag, normally white space, is
-    /// passed over. Reading stops quietly at the first syntax error; what was found before it stands. Bytes that do not
-    /// belong to the file's encoding (UTF-8, when it names none) hide all of a small file.
+    /// Returns true if `xml`, an open device, selects the external module. This is the case if a "bt" element after the
+    /// start of the first "settings" element contains exactly the text "melody". The first token after the "settings"
+    /// start tag, normally white space, is skipped. Reading stops at the first syntax error without a message, and the
+    /// part before the error counts. In a small file no part counts if any byte is invalid in the file's encoding
+    /// (UTF-8 by default).
     static bool selectsMelody(QIODevice &xml);
 
 private:

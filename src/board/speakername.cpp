@@ -6,7 +6,7 @@
 
 namespace {
 
-// A Bluetooth name has 248 bytes; a file that goes on without a line feed is not read to its end.
+// Far above the 248 bytes of a Bluetooth name. Limits the read of a file without line feeds.
 constexpr qint64 MaxLineBytes = 64 * 1024;
 
 } // namespace

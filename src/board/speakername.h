@@ -3,13 +3,12 @@
 
 #include <QString>
 
-/// The file in which the speaker's software keeps its name, in the first line.
+/// The file whose first line is the speaker's name, written by the speaker's software.
 inline constexpr char SpeakerNameFile[] = "/var/data/player_name";
 
-/// What is added to the speaker's name to make the name that phones see.
+/// The suffix after the speaker's name in the name that phones see.
 inline constexpr char SpeakerNameSuffix[] = " BT";
 
-/// The speaker's name: the first line of "/var/data/player_name", read byte by byte as Latin-1 up to a zero byte,
-/// without the line feed. Nothing else is trimmed. Empty when the file cannot be read or has no name. Of a line beyond
-/// 64 KiB the beginning counts.
+/// Returns the first line of SpeakerNameFile, read as Latin-1, up to a zero byte and without the line feed. White space
+/// is not trimmed. Returns an empty string if the file cannot be read or has no name. A line longer than 64 KiB is cut.
 QString readSpeakerName();

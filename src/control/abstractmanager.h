@@ -4,25 +4,25 @@
 #include <QObject>
 #include <QString>
 
-/// The one Bluetooth manager of the process, whichever hardware it drives: what the control interface knows of it. All
-/// calls come from the main thread.
+/// The interface of the Bluetooth manager to the control interface, for each kind of hardware. A process has one
+/// manager. Call it only from the main thread.
 class AbstractManager : public QObject {
     Q_OBJECT
 public:
     using QObject::QObject;
 
-    /// Bluetooth hardware is there.
+    /// Returns whether Bluetooth hardware is present.
     virtual bool IsAdapterPresent() const = 0;
-    /// A phone is connected.
+    /// Returns whether a phone is connected.
     virtual bool IsConnected() const = 0;
-    /// D-Bus object path of the connected phone, empty when there is none. A manager whose phones have no path answers
-    /// "blankPath", which no path can equal.
+    /// Returns the D-Bus object path of the connected phone, empty if no phone is connected. A manager without object
+    /// paths returns "blankPath", which is not a valid path and so equals no phone's path.
     virtual QString ConnectedDevicePath() const { return QStringLiteral("blankPath"); }
-    /// Display name of the connected phone.
+    /// Returns the display name of the connected phone.
     virtual QString Name() const = 0;
-    /// Audio is flowing.
+    /// Returns whether the phone is streaming audio.
     virtual bool IsStreaming() const = 0;
-    /// Gives the hardware the speaker's name again.
+    /// Sets the speaker's name on the Bluetooth hardware again.
     virtual void ResetAlias() {}
     /// Disconnects the connected phone.
     virtual void Disconnect() {}

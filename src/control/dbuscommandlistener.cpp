@@ -10,7 +10,7 @@
 
 DBusCommandListener::DBusCommandListener(AbstractManager *manager) : QDBusAbstractAdaptor(manager), manager_(*manager)
 {
-    // A signal of the library's own.
+    // libdbus itself emits this signal when the connection ends.
     QDBusConnection::systemBus().connect(QString(), control::LocalPath, control::LocalInterface,
                                          QStringLiteral("Disconnected"), this, SLOT(busLost()));
 }
@@ -21,7 +21,7 @@ void DBusCommandListener::claimService(AbstractManager *manager)
     qDebug("Register Service");
     if (!systemBus.registerService(control::Service)) {
         QString error = systemBus.lastError().message();
-        if (error.isEmpty()) // that somebody else owns the name is an answer of the bus, not an error
+        if (error.isEmpty()) // the bus reports a name that is already owned without an error
             error = control::Service + QLatin1String(" is taken");
         qFatal("0%s", qUtf8Printable(error));
     }

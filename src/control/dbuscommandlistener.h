@@ -6,8 +6,8 @@
 
 class AbstractManager;
 
-/// The control interface "org.kadobt.commands": the speaker's other processes ask and steer the manager through it.
-/// Every answer is read from the manager at the moment of the call; there are no signals.
+/// The control interface "org.kadobt.commands", through which other processes of the speaker query and control the
+/// manager. Each call reads the current state from the manager. The interface has no signals.
 class DBusCommandListener : public QDBusAbstractAdaptor {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.kadobt.commands")
@@ -16,17 +16,17 @@ class DBusCommandListener : public QDBusAbstractAdaptor {
     Q_PROPERTY(bool Streaming READ streaming)
     Q_PROPERTY(QString Name READ name)
 public:
-    /// Attaches the interface to `manager`, its parent and owner. From here on the loss of the system bus is a fatal
-    /// message: a daemon that nobody can reach, started again, can be reached when the bus is back.
+    /// Attaches the interface to `manager`, its parent and owner. From now on, losing the system bus is a fatal
+    /// message, because only a restarted daemon can serve its clients when the bus returns.
     explicit DBusCommandListener(AbstractManager *manager);
 
-    /// Takes the service name "org.kadobt" on the system bus, a fatal message if that is refused, and exports `manager`
-    /// with its adaptors at "/kadobt".
+    /// Requests the service name "org.kadobt" on the system bus and exports the adaptors of `manager` at "/kadobt". A
+    /// refused name is a fatal message.
     static void claimService(AbstractManager *manager);
 
     bool adapterPresent() const;
     bool connected() const;
-    /// False disconnects the phone; true changes nothing.
+    /// Disconnects the phone if `connected` is false, and does nothing if it is true.
     void setConnected(bool connected);
     bool streaming() const;
     QString name() const;
@@ -37,7 +37,7 @@ public Q_SLOTS:
     void SelectBluetooth();
 
 private Q_SLOTS:
-    void busLost(); // private: not a method of the interface
+    void busLost(); // private, so that QtDBus does not export it
 
 private:
     AbstractManager &manager_;

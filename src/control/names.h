@@ -3,13 +3,13 @@
 
 #include <QLatin1String>
 
-/// The names of the system bus that both boards use or serve, each once.
+/// The D-Bus names that the control interface uses and exports.
 namespace control {
 
 inline constexpr QLatin1String Service("org.kadobt");
 inline constexpr QLatin1String ObjectPath("/kadobt");
 
-// Where the bus library itself reports the end of its connection.
+// libdbus emits "Disconnected" here when the connection to the bus ends.
 inline constexpr QLatin1String LocalPath("/org/freedesktop/DBus/Local");
 inline constexpr QLatin1String LocalInterface("org.freedesktop.DBus.Local");
 

@@ -35,13 +35,13 @@ bool isLevel(ushort character)
     return character >= '0' && character <= '9';
 }
 
-/// The level of a message that begins with this character.
+/// Returns the level of a message that begins with the character `first`.
 int levelOf(ushort first)
 {
     return isLevel(first) ? first - '0' : 9;
 }
 
-/// The text with its control characters, but for tabs, spelled out: no peer's string can begin a line of its own.
+/// Escapes the control characters of `text` except tabs, so that a peer's string cannot forge a log line.
 QString oneLine(const QString &text)
 {
     QString result;
@@ -62,7 +62,7 @@ void print(QtMsgType type, const QString &message)
     const ushort first = message.at(0).unicode();
     if (levelOf(first) > settings.debugLevel)
         return;
-    // QtDBus's own thread has things to say, too.
+    // QtDBus's thread logs as well.
     static std::mutex writing;
     const std::lock_guard<std::mutex> lock(writing);
     const QByteArray line = prefix(type) + oneLine(isLevel(first) ? message.mid(1) : message).toUtf8();
@@ -84,9 +84,9 @@ void messageHandler(QtMsgType type, const QMessageLogContext &, const QString &m
 void installLogOutput(const LogSettings &newSettings)
 {
     settings = newSettings;
-    // A log reader that goes away must not take the daemon with it.
+    // The daemon must survive a log reader that closes its pipe.
     std::signal(SIGPIPE, SIG_IGN);
-    // Logging rules of an image or an environment would silence debug messages before the handler sees them.
+    // Logging rules of the image or the environment could otherwise suppress debug messages before the handler.
     QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, true);
     qInstallMessageHandler(messageHandler);
 }
@@ -102,7 +102,7 @@ LogStream::LogStream(const char *text)
 
 LogStream::~LogStream()
 {
-    // Qt's own streams cut the last blank; one that inserts no blanks passes the text on as it is.
+    // nospace(), because Qt's stream otherwise removes the trailing blank.
     if (stream_)
         qDebug().nospace().noquote() << text_;
 }

@@ -14,10 +14,10 @@
 
 namespace {
 
-// A reader that is merely busy comes back within that; the stream's socket holds several times as much audio.
-constexpr int PatienceMs = 100;
+// Enough for a reader that is only busy. The stream's socket buffers several times as much audio meanwhile.
+constexpr int SendTimeoutMs = 100;
 
-/// "<14>Jul  9 12:00:00 kado-bt: ", in English whatever the locale (RFC 3164).
+/// Returns a header such as "<14>Jul  9 12:00:00 kado-bt: " (RFC 3164), in English in every locale.
 QByteArray syslogHeader()
 {
     constexpr const char *Months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
@@ -38,10 +38,10 @@ void LogWriter::toStderr(const QByteArray &line)
     const QByteArray text = line + '\n';
     for (qsizetype sent = 0; sent < text.size();) {
         pollfd poller{STDERR_FILENO, POLLOUT, 0};
-        stalled_ = ::poll(&poller, 1, stalled_ ? 0 : PatienceMs) <= 0;
+        stalled_ = ::poll(&poller, 1, stalled_ ? 0 : SendTimeoutMs) <= 0;
         if (stalled_)
             return;
-        // A pipe that has room takes this much at once.
+        // After POLLOUT a pipe accepts PIPE_BUF bytes without blocking.
         const auto size = std::min<qsizetype>(text.size() - sent, PIPE_BUF);
         const ssize_t written = ::write(STDERR_FILENO, text.constData() + sent, static_cast<size_t>(size));
         if (written <= 0)
@@ -55,11 +55,11 @@ void LogWriter::toSyslog(const QByteArray &line)
     constexpr sockaddr_un Address{AF_UNIX, "/dev/log"};
     if (!syslog_.isValid()) {
         syslog_ = FileDescriptor(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-        constexpr timeval Patience{0, PatienceMs * 1000};
-        ::setsockopt(syslog_.get(), SOL_SOCKET, SO_SNDTIMEO, &Patience, sizeof Patience);
+        constexpr timeval Timeout{0, SendTimeoutMs * 1000};
+        ::setsockopt(syslog_.get(), SOL_SOCKET, SO_SNDTIMEO, &Timeout, sizeof Timeout);
     }
     const QByteArray text = syslogHeader() + line + '\n';
-    // By address each time: a system log that was started again is another socket.
+    // sendto() with the address instead of connect(), because a restarted system log opens a new socket.
     const ssize_t sent = ::sendto(syslog_.get(), text.constData(), static_cast<size_t>(text.size()),
                                   stalled_ ? MSG_DONTWAIT : 0, reinterpret_cast<const sockaddr *>(&Address),
                                   sizeof Address);

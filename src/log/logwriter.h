@@ -5,19 +5,19 @@
 
 #include <QByteArray>
 
-/// Writes log lines without ever being held up by who reads them: a reader that does not keep up is waited for once,
-/// a moment, and from then on loses lines until it reads again. A line that cannot be written is lost.
+/// A writer of log lines that a stalled log reader cannot block. The first write to a stalled reader waits at most
+/// 100 ms. Later lines are dropped without a wait until the reader reads again. A line whose write fails is lost.
 class LogWriter {
 public:
-    /// `line` without its line feed. What is longer than a pipe's page may be cut when the reader stops.
+    /// Writes `line`, which has no line feed, and a line feed to standard error. A line longer than PIPE_BUF (4096
+    /// bytes) may be cut when the reader stalls.
     void toStderr(const QByteArray &line);
 
-    /// A message of facility user and priority info under the program's name, as syslog(3) writes it to a system log
-    /// that takes datagrams. Our own, because syslog(3) waits for one that has stopped reading for as long as that
-    /// lasts.
+    /// Sends `line` to the datagram socket /dev/log with facility user, priority info and the program's name, in the
+    /// format of syslog(3). Not syslog(3) itself, because it blocks for as long as the system log does not read.
     void toSyslog(const QByteArray &line);
 
 private:
     FileDescriptor syslog_;
-    bool stalled_ = false; ///< the reader was waited for in vain
+    bool stalled_ = false; ///< the last write timed out, so the next write does not wait
 };
