@@ -13,7 +13,7 @@
 
 namespace {
 
-/// What phones are offered, in the order in which it is registered.
+/// Returns the codecs to offer to phones, in the order of registration.
 std::vector<std::unique_ptr<Codec>> makeCodecs(bool aacDisabled)
 {
     std::vector<std::unique_ptr<Codec>> codecs;
@@ -43,7 +43,7 @@ std::vector<bluez::CallSequence::Step> Adapter::setUpSteps(int &endpointCounter,
         };
     };
     std::vector<bluez::CallSequence::Step> steps{
-        [this] { return naming(); },
+        [this] { return makeRenameCall(); },
         set("Powered", true, Need::Vital),
         set("DiscoverableTimeout", 0U, Need::Optional), // no limit
         set("Discoverable", true, Need::Vital),
@@ -60,8 +60,8 @@ std::vector<bluez::CallSequence::Step> Adapter::setUpSteps(int &endpointCounter,
     return steps;
 }
 
-/// The call that names the adapter after the speaker; none while the speaker has no name.
-std::optional<bluez::Call> Adapter::naming() const
+/// Returns the call that sets the alias, or nothing if the speaker has no name.
+std::optional<bluez::Call> Adapter::makeRenameCall() const
 {
     const QString name = readSpeakerName();
     if (name.isEmpty())
@@ -73,12 +73,12 @@ std::optional<bluez::Call> Adapter::naming() const
 
 void Adapter::ResetAlias()
 {
-    // A caller that asks faster than BlueZ answers does not pile up calls.
-    renameAgain_ = renaming_.isUnderWay();
+    // One call at a time, so that a fast caller cannot queue calls without limit.
+    renameAgain_ = renameCall_.isPending();
     if (renameAgain_)
         return;
-    if (const std::optional<bluez::Call> call = naming()) {
-        renaming_.start(*call, [this](const QDBusMessage &) {
+    if (const std::optional<bluez::Call> call = makeRenameCall()) {
+        renameCall_.start(*call, [this](const QDBusMessage &) {
             if (renameAgain_)
                 ResetAlias();
         });

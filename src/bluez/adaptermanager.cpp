@@ -42,7 +42,8 @@ AdapterManager::AdapterManager(bool aacDisabled, PlayerRequests &player, QObject
 
     new DBusCommandListener(this);
     DBusCommandListener::claimService(this);
-    // Not before the name is ours: a second daemon, started by mistake, would take the socket of the first with it.
+    // After claimService(), because a second daemon, started by mistake, would otherwise replace the first one's
+    // socket.
     server_ = Transport::InitSocketServer();
     FindAnAvailableAdapter();
 }
@@ -55,7 +56,7 @@ void AdapterManager::subscribe()
         QLatin1String path;
         QLatin1String interface;
         QLatin1String signal;
-        QLatin1String signature; ///< without it a map of other types would be read as the slot's, beyond its end
+        QLatin1String signature; ///< required, because otherwise the slot reads a map of other types beyond its end
         const char *slot;
     } subscriptions[] = {
         {bluez::ObjectManagerPath, bluez::ObjectManagerInterface, QLatin1String("InterfacesAdded"),
@@ -111,7 +112,8 @@ void AdapterManager::adoptFrom(const QDBusMessage &managedObjects)
     }
 }
 
-/// A phone that was there before us, reconnected while the board booted for instance, is not reported again.
+/// Tracks a phone that connected before this daemon started, such as one that reconnected while the board booted. BlueZ
+/// does not report such a phone again.
 void AdapterManager::TrackConnectedDevice(const DBusManagerStruct &objects)
 {
     for (auto object = objects.begin(); object != objects.end(); ++object) {
@@ -172,7 +174,7 @@ void AdapterManager::InterfacesAdded(const QDBusObjectPath &aPath, const QVarian
             logDebug() << interface.key();
         }
     }
-    // A phone that BlueZ has only just learnt of is announced as connected already; no other notice of it follows.
+    // BlueZ adds a new phone's object with "Connected" already true and sends no PropertiesChanged for it.
     if (isConnectedDevice(interfaces))
         DeviceConnected(aPath.path());
 }
@@ -181,11 +183,11 @@ void AdapterManager::InterfacesRemoved(const QDBusObjectPath &aPath, const QStri
 {
     const QString path = aPath.path();
     logDebug("InterfacesRemoved ") << path;
-    // BlueZ that removes a phone, or its adapter, does not say that the phone's connection ended.
-    const bool phoneGone = path == device_.path() && aStringList.contains(bluez::DeviceInterface);
-    const bool radioGone = device_.path().startsWith(path + QLatin1Char('/'))
+    // When BlueZ removes a phone or its adapter, it does not report the end of the phone's connection.
+    const bool phoneRemoved = path == device_.path() && aStringList.contains(bluez::DeviceInterface);
+    const bool adapterRemoved = device_.path().startsWith(path + QLatin1Char('/'))
         && aStringList.contains(bluez::AdapterInterface);
-    if (phoneGone || radioGone)
+    if (phoneRemoved || adapterRemoved)
         DeviceDisconnected(device_.path());
     if (!adapter_ || path != adapter_->path())
         return;
@@ -193,12 +195,12 @@ void AdapterManager::InterfacesRemoved(const QDBusObjectPath &aPath, const QStri
     FindAnAvailableAdapter();
 }
 
-/// BlueZ that crashes says nothing of what it takes along, and the new one announces its adapters as if for the first
-/// time: what was there counts as removed.
+/// A crashed BlueZ does not report its phones and adapters as removed, and a restarted BlueZ announces its adapters as
+/// new. Both therefore count as removed when the owner changes.
 void AdapterManager::serviceOwnerChanged(const QString & /*service*/, const QString &oldOwner, const QString &newOwner)
 {
     if (!oldOwner.isEmpty()) {
-        search_.forget();
+        search_.cancel();
         if (IsConnected())
             DeviceDisconnected(device_.path());
         if (IsAdapterPresent()) {

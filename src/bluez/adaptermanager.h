@@ -21,14 +21,13 @@ class Transport;
 
 /// The manager of a speaker whose radio is a BlueZ adapter.
 ///
-/// It adopts the first adapter and makes it a speaker: named, powered, discoverable without time limit, with the
-/// pairing agent and an endpoint for each codec. It tracks the one phone that connected first and the current
-/// transport, and tells the player of every change. Nothing here waits for BlueZ.
+/// The manager adopts BlueZ's first adapter and sets it up as an Adapter. It tracks the phone that connected first and
+/// the current transport, and notifies the player of every change. Its calls to BlueZ do not block.
 class AdapterManager : public AbstractManager, public QDBusContext {
     Q_OBJECT
 public:
-    /// Takes the service name (a fatal message if that is refused), makes the local audio socket and adopts an adapter
-    /// if there is one. `player` outlives the manager. `aacDisabled`: phones are offered SBC only.
+    /// Requests the service name (a refusal is a fatal message), opens the local audio socket and starts to search for
+    /// an adapter. If `aacDisabled`, phones are offered SBC only. `player` must outlive the manager.
     AdapterManager(bool aacDisabled, PlayerRequests &player, QObject *parent = nullptr);
     ~AdapterManager() override;
 
@@ -37,14 +36,15 @@ public:
     QString ConnectedDevicePath() const override { return device_.path(); }
     QString Name() const override { return device_.name(); }
     bool IsStreaming() const override;
-    /// Names the adapter after the first line of "/var/data/player_name"; without a name it keeps its own.
+    /// Sets the adapter's alias to the name of readSpeakerName() and " BT". Does nothing without an adapter or a name.
     void ResetAlias() override;
     void Disconnect() override { device_.Disconnect(); }
     void SelectBluetooth() override;
 
-    /// Says which media transport is current; null: none. It stays its endpoint's, which passes null before it is gone.
+    /// Sets the current media transport, null for none. The endpoint keeps ownership and must pass null when it
+    /// destroys the transport.
     void setActiveTransport(Transport *transport);
-    /// The local audio socket, where the transports find their clients.
+    /// Returns the local audio socket, from which transports take their clients.
     AudioServer &audioServer() { return *server_; }
 
 private Q_SLOTS:
@@ -70,8 +70,8 @@ private:
 
     std::unique_ptr<AudioServer> server_;
 
-    bluez::PendingCall search_;        ///< for an adapter
-    std::unique_ptr<Adapter> adapter_; ///< null: no adapter
+    bluez::PendingCall search_;        ///< looks for an adapter
+    std::unique_ptr<Adapter> adapter_; ///< null without an adapter
     int endpointCounter_ = 0;
     ConnectedDevice device_;
     Transport *activeTransport_ = nullptr; ///< owned by its endpoint

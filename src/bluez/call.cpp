@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "bluez/call.h"
 
-#include "bluez/answer.h"
 #include "bluez/names.h"
+#include "bluez/replyhandler.h"
 #include "log/log.h"
 
 #include <QDBusVariant>
@@ -12,18 +12,14 @@ namespace bluez {
 Call SetProperty(const QString &interface, const QString &path, const QString &name, const QVariant &value, Need need)
 {
     logDebug("SetProperty") << interface << path << name << value;
-    return {path,
-            PropertiesInterface,
-            QStringLiteral("Set"),
-            {interface, name, QVariant::fromValue(QDBusVariant(value))},
-            need,
-            AnswerMs};
+    const QVariant variant = QVariant::fromValue(QDBusVariant(value));
+    return {path, PropertiesInterface, QStringLiteral("Set"), {interface, name, variant}, need, ReplyTimeoutMs};
 }
 
 Call GetProperty(const QString &interface, const QString &path, const QString &name)
 {
     logDebug("GetProperty") << interface << path << name;
-    return {path, PropertiesInterface, QStringLiteral("Get"), {interface, name}, Need::Optional, PhoneAnswerMs};
+    return {path, PropertiesInterface, QStringLiteral("Get"), {interface, name}, Need::Optional, PhoneReplyTimeoutMs};
 }
 
 QVariant propertyValue(const QDBusMessage &reply)
@@ -39,7 +35,7 @@ QVariant propertyValue(const QDBusMessage &reply)
 
 void send(const Call &call)
 {
-    (new Answer(call.need, nullptr))->await(call);
+    (new ReplyHandler(call.need, nullptr))->send(call);
 }
 
 } // namespace bluez

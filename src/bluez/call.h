@@ -7,18 +7,18 @@
 
 namespace bluez {
 
-/// What the bus libraries grant by default. BlueZ may take seconds to bring up a radio; the rest it answers at once,
-/// and nobody waits.
-inline constexpr int AnswerMs = 25'000;
+/// Default timeout of a call in ms, as in the D-Bus libraries. BlueZ may take seconds to power a radio and replies to
+/// other calls at once. The main thread does not block meanwhile.
+inline constexpr int ReplyTimeoutMs = 25'000;
 
-/// For what BlueZ knows or asks a phone for: it gives a phone 10 s at most (for a suspend under way), and has given it
-/// up by then.
-inline constexpr int PhoneAnswerMs = 12'000;
+/// Timeout in ms of a call that BlueZ answers itself or asks a phone for. BlueZ waits for a phone for 10 s at most
+/// (during a suspend), so its reply arrives within this time.
+inline constexpr int PhoneReplyTimeoutMs = 12'000;
 
-/// Whether the speaker works without a call.
+/// Whether the speaker needs a call to succeed.
 enum class Need {
-    Vital,   ///< no: its failure is logged at level 0
-    Optional ///< yes: level 9
+    Vital,   ///< the speaker needs it; a failure is logged at level 0
+    Optional ///< the speaker works without it; a failure is logged at level 9
 };
 
 /// A method call to BlueZ on the system bus.
@@ -28,20 +28,21 @@ struct Call {
     QString method;
     QVariantList arguments = {};
     Need need = Need::Optional;
-    int timeoutMs = AnswerMs; ///< after which the call has failed
+    int timeoutMs = ReplyTimeoutMs; ///< the call fails after this time without a reply
 };
 
-/// Logs and returns the call that writes a property of an object of BlueZ.
+/// Returns, and logs, the call that writes a property of a BlueZ object.
 Call SetProperty(const QString &interface, const QString &path, const QString &name, const QVariant &value,
                  Need need = Need::Optional);
 
-/// Logs and returns the call that reads a property of an object of BlueZ.
+/// Returns, and logs, the call that reads a property of a BlueZ object.
 Call GetProperty(const QString &interface, const QString &path, const QString &name);
 
-/// The value in the reply to GetProperty(); invalid when the call failed or the reply holds something else.
+/// Returns the value in the reply to GetProperty(), or an invalid QVariant if the call failed or the reply has another
+/// signature than "v".
 QVariant propertyValue(const QDBusMessage &reply);
 
-/// Makes a call of which nobody awaits the answer. A failure is logged.
+/// Sends a call and ignores its reply. A failure is logged.
 void send(const Call &call);
 
 } // namespace bluez

@@ -10,13 +10,14 @@
 
 namespace bluez {
 
-/// Calls to BlueZ, each made when the one before has been answered, or has failed. With this object the sequence ends.
+/// A sequence of calls to BlueZ. Each call starts when the one before has succeeded or failed. The destructor ends the
+/// sequence.
 class CallSequence {
 public:
-    /// Gives the call when its turn has come; without one the next step follows at once.
+    /// Returns the call of one step. If a step returns no call, the next step follows at once.
     using Step = std::function<std::optional<Call>()>;
 
-    /// Takes the steps one after the other, then calls `done`. To be called once.
+    /// Runs the steps in order, then calls `done`. Call only once.
     void start(std::vector<Step> steps, std::function<void()> done);
 
 private:

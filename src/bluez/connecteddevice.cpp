@@ -5,32 +5,32 @@
 
 #include <utility>
 
-ConnectedDevice::ConnectedDevice(std::function<void()> named) : named_(std::move(named)) {}
+ConnectedDevice::ConnectedDevice(std::function<void()> onNamed) : onNamed_(std::move(onNamed)) {}
 
 void ConnectedDevice::connected(const QString &path)
 {
     path_ = path;
-    askForName();
+    readAlias();
 }
 
-void ConnectedDevice::askForName()
+void ConnectedDevice::readAlias()
 {
-    // BlueZ may still owe the answer for a phone that has left; calls do not pile up.
-    askAgain_ = alias_.isUnderWay();
-    if (askAgain_)
+    // The call for a phone that has left may still be pending. Wait for its reply, so that calls do not accumulate.
+    aliasStale_ = aliasRead_.isPending();
+    if (aliasStale_)
         return;
-    alias_.start(bluez::GetProperty(bluez::DeviceInterface, path_, bluez::AliasProperty),
-                 [this](const QDBusMessage &reply) {
-                     if (path_.isEmpty())
-                         return;
-                     if (askAgain_) {
-                         askForName();
-                         return;
-                     }
-                     name_ = bluez::propertyValue(reply).toString();
-                     isNamed_ = true;
-                     named_();
-                 });
+    aliasRead_.start(bluez::GetProperty(bluez::DeviceInterface, path_, bluez::AliasProperty),
+                     [this](const QDBusMessage &reply) {
+                         if (path_.isEmpty())
+                             return;
+                         if (aliasStale_) {
+                             readAlias();
+                             return;
+                         }
+                         name_ = bluez::propertyValue(reply).toString();
+                         isNamed_ = true;
+                         onNamed_();
+                     });
 }
 
 void ConnectedDevice::disconnected()
@@ -38,14 +38,18 @@ void ConnectedDevice::disconnected()
     path_.clear();
     name_.clear();
     isNamed_ = false;
-    disconnecting_.forget();
+    disconnectCall_.cancel();
 }
 
 void ConnectedDevice::Disconnect()
 {
-    if (path_.isEmpty() || disconnecting_.isUnderWay())
+    if (path_.isEmpty() || disconnectCall_.isPending())
         return;
-    disconnecting_.start(
-        {path_, bluez::DeviceInterface, QStringLiteral("Disconnect"), {}, bluez::Need::Optional, bluez::PhoneAnswerMs},
-        {});
+    disconnectCall_.start({path_,
+                           bluez::DeviceInterface,
+                           QStringLiteral("Disconnect"),
+                           {},
+                           bluez::Need::Optional,
+                           bluez::PhoneReplyTimeoutMs},
+                          {});
 }

@@ -7,32 +7,32 @@
 
 #include <functional>
 
-/// The one phone that is tracked, and what BlueZ is asked of it.
+/// The tracked phone, if any, and the calls to BlueZ about it. Only one phone is tracked at a time.
 class ConnectedDevice {
 public:
-    /// `named` is called when BlueZ has told the name of a phone that has connected, or has failed to.
-    explicit ConnectedDevice(std::function<void()> named);
+    /// `onNamed` is called when BlueZ has replied with the name of a newly connected phone, or has failed to reply.
+    explicit ConnectedDevice(std::function<void()> onNamed);
 
-    const QString &path() const { return path_; } ///< empty: no phone
-    const QString &name() const { return name_; } ///< empty until it is named
-    /// BlueZ has told the name, or has failed to.
+    const QString &path() const { return path_; } ///< empty if no phone is tracked
+    const QString &name() const { return name_; } ///< empty until BlueZ has replied
+    /// Returns whether BlueZ has replied with the name, or has failed to reply.
     bool isNamed() const { return isNamed_; }
 
-    /// There is none, and this one has connected. Asks BlueZ for its "Alias".
+    /// Starts to track the phone at `path` and asks BlueZ for its "Alias". Call only while no phone is tracked.
     void connected(const QString &path);
-    /// It has left.
+    /// Stops tracking the phone. Call when the phone has disconnected.
     void disconnected();
-    /// Asks BlueZ to disconnect it; nothing when there is none, or BlueZ has been asked and owes the answer.
+    /// Asks BlueZ to disconnect the phone. Does nothing if no phone is tracked or the last request is still unanswered.
     void Disconnect();
 
 private:
-    void askForName();
+    void readAlias();
 
-    std::function<void()> named_;
+    std::function<void()> onNamed_;
     QString path_;
     QString name_;
     bool isNamed_ = false;
-    bluez::PendingCall alias_;
-    bool askAgain_ = false; ///< another phone, or the same one again, has connected meanwhile
-    bluez::PendingCall disconnecting_;
+    bluez::PendingCall aliasRead_;
+    bool aliasStale_ = false; ///< set when a phone connects while aliasRead_ is pending for an earlier connection
+    bluez::PendingCall disconnectCall_;
 };

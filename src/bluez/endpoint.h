@@ -9,17 +9,17 @@
 class AdapterManager;
 class Codec;
 
-/// One A2DP sink endpoint: exported on the system bus and registered with an adapter, so that BlueZ offers its codec to
-/// phones.
+/// An A2DP sink endpoint on the system bus. Once it is registered with an adapter, BlueZ offers its codec to phones.
 class Endpoint : public QObject {
     Q_OBJECT
 public:
-    /// Exports itself at `path`. Codec and manager outlive the endpoint.
+    /// Exports the endpoint at `path`. `codec` and `manager` must outlive the endpoint.
     Endpoint(const QString &path, Codec &codec, AdapterManager &manager);
-    /// Leaves the bus and ends a configured stream. BlueZ is told nothing: an endpoint ends with its adapter.
+    /// Removes the endpoint from the bus and ends a configured stream. Does not unregister from BlueZ, because an
+    /// endpoint ends with its adapter.
     ~Endpoint() override;
 
-    /// The call that registers it with the adapter at `adapterPath`.
+    /// Returns the call that registers the endpoint with the adapter at `adapterPath`.
     bluez::Call registration(const QString &adapterPath) const;
 
 private:

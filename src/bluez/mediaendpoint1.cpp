@@ -25,7 +25,7 @@ void MediaEndpoint1::SetConfiguration(const QDBusObjectPath &objectPath, const Q
     logDebug("0Sample Rate:") << codec_.sampleRate << "Bit Depth:" << codec_.bitDepth << "Channels:" << codec_.channels;
 
     if (transport_) {
-        // The codec keeps the new values: /Play names them for the stream that goes on.
+        // The codec keeps the new values, so a later /Play request names them for the running stream.
         qWarning("0Unexpected SetConfiguration");
         return;
     }

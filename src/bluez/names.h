@@ -3,13 +3,13 @@
 
 #include <QLatin1String>
 
-/// The names of the system bus that the daemon uses of BlueZ, or serves to it, each once.
+/// The D-Bus names that the daemon uses from BlueZ or exports to it.
 namespace bluez {
 
 inline constexpr QLatin1String Service("org.bluez");
 inline constexpr QLatin1String RootPath("/org/bluez");
 
-inline constexpr QLatin1String AnyPath(""); ///< in a subscription
+inline constexpr QLatin1String AnyPath(""); ///< matches every path in a subscription
 inline constexpr QLatin1String ObjectManagerPath("/");
 inline constexpr QLatin1String ObjectManagerInterface("org.freedesktop.DBus.ObjectManager");
 inline constexpr QLatin1String PropertiesInterface("org.freedesktop.DBus.Properties");

@@ -7,7 +7,7 @@ namespace bluez {
 
 void registerObjectTreeTypes()
 {
-    // Qt looks the arguments of a subscribed slot up by the names that the slot spells, this one's included.
+    // QtDBus looks up a slot's argument types by the names in the slot's signature. This includes QDBusObjectPath.
     qRegisterMetaType<QDBusObjectPath>("QDBusObjectPath");
     qRegisterMetaType<QVariantMapMap>("QVariantMapMap");
     qRegisterMetaType<DBusManagerStruct>("DBusManagerStruct");

@@ -8,11 +8,11 @@
 #include <QStringList>
 #include <QVariantMap>
 
-/// The interfaces of one D-Bus object: interface name to its properties (a{sa{sv}}).
+/// The interfaces of one D-Bus object: a map from interface name to properties (a{sa{sv}}).
 using QVariantMapMap = QMap<QString, QVariantMap>;
 
-/// The object tree of a service: object path to its interfaces (a{oa{sa{sv}}}), in ascending order of the paths'
-/// text, so that an adapter comes before its devices.
+/// The object tree of a service: a map from object path to interfaces (a{oa{sa{sv}}}). Paths are in ascending text
+/// order, so that an adapter comes before its devices.
 using DBusManagerStruct = QMap<QDBusObjectPath, QVariantMapMap>;
 
 Q_DECLARE_METATYPE(QVariantMapMap)
@@ -20,8 +20,8 @@ Q_DECLARE_METATYPE(DBusManagerStruct)
 
 namespace bluez {
 
-/// Makes both containers known to Qt's D-Bus marshalling, under exactly these names. To be called before the first
-/// call or subscription that carries one or an object path; further calls change nothing.
+/// Registers both containers with Qt's D-Bus marshalling under exactly these names. Call before the first call or
+/// subscription that carries one of them or an object path. Repeated calls have no effect.
 void registerObjectTreeTypes();
 
 } // namespace bluez

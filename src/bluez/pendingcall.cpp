@@ -1,32 +1,32 @@
 // SPDX-License-Identifier: MIT
 #include "bluez/pendingcall.h"
 
-#include "bluez/answer.h"
+#include "bluez/replyhandler.h"
 
 #include <utility>
 
 namespace bluez {
 
-void PendingCall::start(const Call &call, Then then)
+void PendingCall::start(const Call &call, Callback callback)
 {
-    forget();
-    then_ = std::move(then);
-    answer_ = new Answer(call.need, this);
-    answer_->await(call);
+    cancel();
+    callback_ = std::move(callback);
+    handler_ = new ReplyHandler(call.need, this);
+    handler_->send(call);
 }
 
-void PendingCall::forget()
+void PendingCall::cancel()
 {
-    if (Answer *answer = std::exchange(answer_, nullptr))
-        answer->forgetAsker();
+    if (ReplyHandler *handler = std::exchange(handler_, nullptr))
+        handler->detach();
 }
 
 void PendingCall::finish(const QDBusMessage &reply)
 {
-    answer_ = nullptr;
-    // It may make the next call, or destroy this one.
-    if (const Then then = std::move(then_))
-        then(reply);
+    handler_ = nullptr;
+    // Move the callback out first, because it may start the next call or destroy this object.
+    if (const Callback callback = std::move(callback_))
+        callback(reply);
 }
 
 } // namespace bluez

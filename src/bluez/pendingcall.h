@@ -9,32 +9,32 @@
 
 namespace bluez {
 
-class Answer;
+class ReplyHandler;
 
-/// A call to BlueZ that its owner awaits the answer of, one at a time. With the owner goes its interest: no answer
-/// reaches what has been destroyed, and a descriptor in it is closed.
+/// A call to BlueZ whose reply goes to a callback, one call at a time. The destructor cancels the call, so no reply
+/// reaches a destroyed owner. A descriptor in such a reply is closed.
 class PendingCall {
 public:
-    /// Gets the reply, or an error message when BlueZ refuses, is not there or does not answer in time.
-    using Then = std::function<void(const QDBusMessage &reply)>;
+    /// Receives the reply, or an error message if BlueZ refuses, is missing or does not reply in time.
+    using Callback = std::function<void(const QDBusMessage &reply)>;
 
     PendingCall() = default;
-    ~PendingCall() { forget(); }
+    ~PendingCall() { cancel(); }
     PendingCall(const PendingCall &) = delete;
     PendingCall &operator=(const PendingCall &) = delete;
 
-    /// Makes the call and goes on with `then` when it is answered. An earlier call is forgotten.
-    void start(const Call &call, Then then);
-    /// What BlueZ answers is of no interest any more; BlueZ is not told.
-    void forget();
-    bool isUnderWay() const { return answer_ != nullptr; }
+    /// Sends the call and runs `callback` with the reply. Cancels an earlier call.
+    void start(const Call &call, Callback callback);
+    /// Drops the reply when it arrives. BlueZ is not informed and still executes the call.
+    void cancel();
+    bool isPending() const { return handler_ != nullptr; }
 
 private:
-    friend class Answer;
+    friend class ReplyHandler;
     void finish(const QDBusMessage &reply);
 
-    Answer *answer_ = nullptr; ///< owns itself
-    Then then_;
+    ReplyHandler *handler_ = nullptr; ///< owns itself
+    Callback callback_;
 };
 
 } // namespace bluez

@@ -21,15 +21,15 @@ namespace {
 constexpr QLatin1String Pending("pending");
 constexpr QLatin1String Active("active");
 
-// A socket that has ended stays readable until BlueZ says what became of the stream, seconds later. Looking at it this
-// often costs nothing and still finds a stream that goes on.
-constexpr int EndedStreamLookMs = 100;
+// After end of file or an error, the socket stays readable until BlueZ reports the end of the stream, seconds later.
+// Retry the read at this interval, which costs nothing and detects a stream that goes on.
+constexpr int EndedStreamRetryMs = 100;
 
-// Seven seconds of audio: more than a socket holds, and an end to reading from one that is filled as fast as it is
+// About seven seconds of audio, more than a socket buffers. Limits the reading if packets arrive as fast as they are
 // read.
 constexpr int MaxPacketsAtEnd = 512;
 
-/// The descriptor and the read MTU of an Acquire reply (h, q, q).
+/// Extracts the descriptor and the read MTU from an Acquire reply (h, q, q). Returns false for an error or other types.
 bool parseAcquireReply(const QDBusMessage &reply, FileDescriptor &fd, int &readMtu)
 {
     const QVariantList values = reply.arguments();
@@ -47,9 +47,9 @@ Transport::Transport(const QString &path, Codec &codec, AudioServer &server)
     : path_(path), codec_(codec), server_(server)
 {
     qDebug("Transport()");
-    untilNextLook_.setSingleShot(true);
-    untilNextLook_.setInterval(EndedStreamLookMs);
-    connect(&untilNextLook_, &QTimer::timeout, this, &Transport::lookAgain);
+    endedStreamTimer_.setSingleShot(true);
+    endedStreamTimer_.setInterval(EndedStreamRetryMs);
+    connect(&endedStreamTimer_, &QTimer::timeout, this, &Transport::retryEndedStream);
     QDBusConnection::systemBus().connect(bluez::Service, path_, bluez::PropertiesInterface, bluez::PropertiesChanged,
                                          bluez::PropertiesChangedSignature, this,
                                          SLOT(PropertiesChanged(QString, QVariantMap, QStringList)));
@@ -95,10 +95,10 @@ void Transport::setState(const QString &state)
 {
     logDebug("0Transport State =") << state;
     if (state == Pending) {
-        if (!fd_.isValid() && !acquire_.isUnderWay())
+        if (!fd_.isValid() && !acquire_.isPending())
             Acquire();
     } else if (state != Active) {
-        wentIdle_ = true;
+        idleSinceAcquire_ = true;
         Cleanup();
     }
     const bool wasActive = isActive();
@@ -109,13 +109,13 @@ void Transport::setState(const QString &state)
 
 void Transport::Acquire()
 {
-    wentIdle_ = false;
+    idleSinceAcquire_ = false;
     acquire_.start({path_,
                     bluez::MediaTransportInterface,
                     QStringLiteral("Acquire"),
                     {},
                     bluez::Need::Vital,
-                    bluez::PhoneAnswerMs},
+                    bluez::PhoneReplyTimeoutMs},
                    [this](const QDBusMessage &reply) { acquired(reply); });
 }
 
@@ -127,13 +127,13 @@ void Transport::acquired(const QDBusMessage &reply)
     int readMtu = 0;
     if (!parseAcquireReply(reply, fd, readMtu)) {
         logDebug("0org.bluez.MediaTransport1.Acquire:") << reply.errorName() << reply.errorMessage();
-        if (wentIdle_ && state_ == Pending) // it was the stream before that BlueZ did not hand out
+        if (idleSinceAcquire_ && state_ == Pending) // the error was for the earlier stream
             Acquire();
         return;
     }
     if (state_ != Pending && state_ != Active)
         return;
-    // BlueZ hands out non-blocking sockets; reading until nothing is left relies on it.
+    // BlueZ's sockets are non-blocking already. Set the flag anyway, because Cleanup() reads until the socket is empty.
     ::fcntl(fd.get(), F_SETFL, ::fcntl(fd.get(), F_GETFL) | O_NONBLOCK);
     fd_ = std::move(fd);
     readMtu_ = readMtu;
@@ -147,10 +147,10 @@ void Transport::readData()
     if (readPacket() != Read::Ended)
         return;
     notifier_->setEnabled(false);
-    untilNextLook_.start();
+    endedStreamTimer_.start();
 }
 
-void Transport::lookAgain()
+void Transport::retryEndedStream()
 {
     notifier_->setEnabled(true);
     readData();
@@ -183,11 +183,11 @@ void Transport::Cleanup()
 {
     if (!fd_.isValid())
         return;
-    // The stream's last packets still wait in the socket when BlueZ reports its end.
+    // The stream's last packets are still in the socket when BlueZ reports the end.
     for (int i = 0; i < MaxPacketsAtEnd && readPacket() == Read::Packet; ++i) {
     }
     qDebug("Cleanup Transport");
-    untilNextLook_.stop();
+    endedStreamTimer_.stop();
     notifier_.reset();
     fd_.reset();
     buffer_.reset();

@@ -19,31 +19,32 @@ class AudioServer;
 class Codec;
 class PlayerRequests;
 
-/// One configured media transport of BlueZ, from SetConfiguration to its end. It follows the property "State", acquires
-/// the stream's socket when the phone starts, and hands every packet to the codec, which writes to the one client of
-/// the local audio socket. Packets are read whether or not a client is there.
+/// A configured media transport of BlueZ, from SetConfiguration to the end of the configuration. It follows the
+/// property "State" and acquires the stream's socket when the phone starts. It passes every packet to the codec, which
+/// writes to the current client of the local audio socket. Packets are read with or without a client.
 class Transport : public QObject {
     Q_OBJECT
 public:
-    /// The transport at `path`, heard by the clients of `server`. Codec and server outlive it.
+    /// Follows the transport at `path` and writes its audio to the clients of `server`. `codec` and `server` must
+    /// outlive the transport.
     Transport(const QString &path, Codec &codec, AudioServer &server);
     ~Transport() override;
 
-    /// Makes the local audio socket, for all transports of the process.
+    /// Creates the local audio socket for all transports of the process.
     static std::unique_ptr<AudioServer> InitSocketServer();
 
-    /// BlueZ says that the stream is active.
+    /// Returns whether BlueZ has reported the stream as active.
     bool isActive() const;
 
-    /// Asks the player to play this stream of the phone called `name`; only logged while it is not active.
+    /// Asks the player to play this stream of the phone called `name`. Only logs a message if the stream is not active.
     void SelectBluetooth(PlayerRequests &player, const QString &name) const;
 
 Q_SIGNALS:
-    /// The stream became active, or stopped being so. Not sent by the destructor.
+    /// Emitted when isActive() changes. The destructor does not emit it.
     void transportActive(bool active);
 
 public Q_SLOTS:
-    /// A PropertiesChanged signal of the transport's object.
+    /// Receives the PropertiesChanged signals of the transport's object.
     void PropertiesChanged(const QString &interface, const QVariantMap &changed, const QStringList &invalidated);
 
 private:
@@ -60,9 +61,9 @@ private:
     void Acquire();
     void acquired(const QDBusMessage &reply);
     [[gnu::hot]] void readData();
-    void lookAgain();
+    void retryEndedStream();
     enum class Read { Packet, Nothing, Ended };
-    /// One read, one packet.
+    /// Reads one packet from the socket and passes it to the codec.
     [[gnu::hot]] Read readPacket();
     [[gnu::hot]] void AdoptWaitingClient();
     void Cleanup();
@@ -73,15 +74,15 @@ private:
     AudioServer &server_;
     QString state_;
 
-    bluez::PendingCall acquire_; ///< one at a time: BlueZ refuses a second
-    bool wentIdle_ = false;      ///< since it was made
+    bluez::PendingCall acquire_;    ///< one at a time, because BlueZ refuses a second Acquire
+    bool idleSinceAcquire_ = false; ///< the stream went idle after the last Acquire() call
 
-    // The acquired stream. Without one, fd_ is none.
+    // The acquired stream. fd_ is invalid while no stream is acquired.
     FileDescriptor fd_;
     int readMtu_ = 0;
     std::unique_ptr<char[]> buffer_;
     std::optional<PacketNotifier> notifier_;
 
-    QTimer untilNextLook_;
+    QTimer endedStreamTimer_;
     std::unique_ptr<AudioClient> socket_;
 };

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "bluez/answer.h"
+#include "bluez/replyhandler.h"
 
 #include "bluez/names.h"
 #include "bluez/pendingcall.h"
@@ -11,7 +11,7 @@ namespace bluez {
 
 namespace {
 
-/// The method's name; behind "Get" and "Set" that of the property.
+/// Returns the method's name. For "Get" and "Set" the property's name follows.
 QString nameOf(const QDBusMessage &call)
 {
     if (call.interface() != PropertiesInterface)
@@ -21,39 +21,40 @@ QString nameOf(const QDBusMessage &call)
 
 } // namespace
 
-void Answer::await(const Call &call)
+void ReplyHandler::send(const Call &call)
 {
     QDBusMessage message = QDBusMessage::createMethodCall(Service, call.path, call.interface, call.method);
     message.setArguments(call.arguments);
     ofProperty_ = call.interface == PropertiesInterface;
     QDBusConnection bus = QDBusConnection::systemBus();
-    // A QDBusPendingCallWatcher would be made after the call: a signal that follows the answer could overtake it.
+    // Not QDBusPendingCallWatcher, because it is created after the call. A signal sent after the reply could then
+    // arrive before the reply.
     if (!bus.callWithCallback(message, this, SLOT(succeeded(QDBusMessage)), SLOT(failed(QDBusError, QDBusMessage)),
                               call.timeoutMs))
         failed(bus.lastError(), message);
 }
 
-void Answer::succeeded(const QDBusMessage &reply)
+void ReplyHandler::succeeded(const QDBusMessage &reply)
 {
     finish(reply);
 }
 
-void Answer::failed(const QDBusError &error, const QDBusMessage &call)
+void ReplyHandler::failed(const QDBusError &error, const QDBusMessage &call)
 {
-    // The agent, for instance, which is registered anew with each adapter: the speaker works.
+    // "AlreadyExists" is harmless. The agent, for example, is registered again with each adapter.
     const bool vital = need_ == Need::Vital && error.name() != QLatin1String("org.bluez.Error.AlreadyExists");
     logDebug(vital ? "0Call to BlueZ failed:" : "Call to BlueZ failed:")
         << nameOf(call) << call.path() << error.name() << error.message();
     finish(QDBusMessage::createError(error));
 }
 
-void Answer::finish(const QDBusMessage &reply)
+void ReplyHandler::finish(const QDBusMessage &reply)
 {
     deleteLater();
     if (ofProperty_)
         logDebug() << reply.errorName() << reply.errorMessage();
-    if (asker_)
-        asker_->finish(reply);
+    if (pendingCall_)
+        pendingCall_->finish(reply);
 }
 
 } // namespace bluez
