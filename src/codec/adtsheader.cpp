@@ -21,7 +21,7 @@ std::array<char, adts::HeaderSize> adts::header(int payloadSize)
         {1, 0},                                                // copyright identification start
         {13, static_cast<unsigned>(payloadSize) + HeaderSize}, // frame length
         {11, 0x7FF},                                           // buffer fullness: variable rate
-        {2, 0},                                                // raw data blocks, less one
+        {2, 0},                                                // number of raw data blocks minus one
     };
     std::uint64_t bits = 0;
     for (const auto &field : fields)

@@ -9,7 +9,7 @@
 
 namespace {
 
-// The stream configuration of the audio mux element, between the RTP header and the payload length.
+// Bytes of the audio mux element's stream configuration, between the RTP header and the payload length.
 constexpr int StreamConfigurationSize = 9;
 
 constexpr unsigned AacLc = 0x80;
@@ -24,7 +24,7 @@ constexpr Frequency Frequencies[] = {
     {0x20, 32000}, {0x10, 44100},  {0x8, 48000},   {0x4, 64000},   {0x2, 88200},  {0x1, 96000},
 };
 
-// Most wanted first; 64000 Hz after the rates that every player has.
+// Preferred frequency first. 64000 Hz comes after 48000 and 44100 Hz, because every player supports these two.
 constexpr unsigned FrequencyPreferences[] = {0x1, 0x2, 0x8, 0x10, 0x4, 0x20, 0x40, 0x80, 0x100, 0x200, 0x400, 0x800};
 constexpr unsigned TwoChannels = 0x1;
 constexpr unsigned OneChannel = 0x2;
@@ -63,7 +63,7 @@ QByteArray CodecAAC::selectConfiguration(const QByteArray &peerCapabilities)
     const unsigned c2 = octet(peerCapabilities, 2);
     const unsigned frequency = pickPreferred(frequencyField(c1, c2), FrequencyPreferences);
     const unsigned channelBit = pickPreferred(channelField(c2), ChannelPreferences);
-    // Variable rate and bit rate are the phone's to choose.
+    // Accept the phone's variable bit rate flag and bit rate.
     return element({
         AacLc,
         frequency >> 4,
@@ -83,7 +83,8 @@ void CodecAAC::setConfiguration(const QByteArray &configuration)
     bitDepth = 16;
     channels = channelField(octet(configuration, 2)) == OneChannel ? 1 : 2;
 
-    // Every octet of the field is shifted alike: the number is known to the log's readers as it is.
+    // All three octets are shifted by 16. This is not the bit rate, but readers of the log know the number in this
+    // form.
     const unsigned c3 = octet(configuration, 3);
     const unsigned bitRate = (c3 & 0x7F) << 16 | octet(configuration, 4) << 16 | octet(configuration, 5) << 16;
     LogStream log("0Bitrate:");

@@ -6,8 +6,8 @@
 
 #include <array>
 
-/// MPEG-2,4 AAC, not decoded: each packet's LATM payload is passed on as one ADTS frame (A2DP 1.3.2, 4.5; RFC 3016;
-/// ISO/IEC 13818-7).
+/// The codec MPEG-2,4 AAC. It does not decode, but rewraps each packet's LATM payload as one ADTS frame (A2DP 1.3.2,
+/// 4.5; RFC 3016; ISO/IEC 13818-7).
 class CodecAAC final : public Codec {
 public:
     CodecAAC();
@@ -17,11 +17,12 @@ public:
     QString formatName() override { return QStringLiteral("aac"); }
     QByteArray capabilities() override;
     QByteArray selectConfiguration(const QByteArray &peerCapabilities) override;
-    /// Also logs the bit rate field.
+    /// Also logs the bit rate field. An unknown sampling frequency counts as 44100 Hz.
     void setConfiguration(const QByteArray &configuration) override;
     void prepare(int readMtu) override;
-    /// The packet: RTP header, 9 bytes of stream configuration, the payload length as any number of bytes 0xFF and one
-    /// of less, summed up, then the payload. What follows it is ignored. One ADTS frame is written.
+    /// A packet has an RTP header, 9 bytes of stream configuration, the payload length and the payload. The length is
+    /// the sum of any number of bytes 0xFF and one smaller byte. Writes one ADTS frame and ignores bytes after the
+    /// payload. Drops a packet whose payload is incomplete or longer than adts::MaxPayloadSize.
     [[gnu::hot]] void processPacket(const char *packet, int length, QIODevice *out) override;
 
 private:

@@ -3,9 +3,8 @@
 
 #include "codec/codec.h"
 
-/// MPEG-1,2 audio (A2DP 1.3.2, 4.4) with fixed answers: the negotiation without the audio. It is here for a player that
-/// takes mp3, and for the day when its packets are passed on. Until then no endpoint offers it, because a phone that
-/// chose it would not be heard.
+/// The codec MPEG-1,2 audio (A2DP 1.3.2, 4.4). It negotiates with fixed values and drops all packets. It is a base for
+/// players that support mp3. No endpoint offers this codec yet, because a phone that chose it would be silent.
 class CodecMP3 final : public Codec {
 public:
     CodecMP3();
@@ -14,9 +13,9 @@ public:
     std::uint8_t type() override { return 1; }
     QString formatName() override { return QStringLiteral("mp3"); }
     QByteArray capabilities() override;
-    /// The phone's capabilities, unchanged.
+    /// Returns the phone's capabilities unchanged.
     QByteArray selectConfiguration(const QByteArray &peerCapabilities) override;
-    /// 44100 Hz, 16 bits, two channels, whatever is given.
+    /// Ignores the configuration and sets 44100 Hz, 16 bits and two channels.
     void setConfiguration(const QByteArray &configuration) override;
     void prepare(int readMtu) override;
     /// Drops the packet.

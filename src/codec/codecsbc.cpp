@@ -12,7 +12,7 @@ namespace {
 constexpr unsigned MinBitpool = 2;
 constexpr unsigned MaxBitpool = 250;
 
-// Bits of the element's fields, most wanted first.
+// Bits of the element's fields, preferred value first.
 constexpr unsigned Frequencies[] = {0x1, 0x2, 0x4, 0x8};  // 48000, 44100, 32000, 16000 Hz
 constexpr unsigned ChannelModes[] = {0x1, 0x2, 0x8, 0x4}; // joint stereo, stereo, mono, dual channel
 constexpr unsigned BlockLengths[] = {0x1, 0x2, 0x4, 0x8}; // 16, 12, 8, 4
@@ -75,9 +75,10 @@ void CodecSBC::setConfiguration(const QByteArray &configuration)
 
 void CodecSBC::prepare(int readMtu)
 {
-    // Room for whatever the frames of such a packet say of themselves. A size taken from the decoder's last frame would
-    // cut the PCM of a packet with more and smaller frames. One frame more than fits, because processPacket() asks for
-    // room for a whole one.
+    // Enough for any mix of frames, because no frame makes more PCM per byte than MaxPcmSize from MinSizeOfMaxPcm
+    // bytes. For simplicity the RTP header counts as frame bytes. One MaxPcmSize is added, because processPacket()
+    // needs that much free space before each frame. A size taken from the decoder's last frame would be too small for
+    // more and shorter frames.
     const size_t frames = 1 + static_cast<size_t>(readMtu) / sbc::Decoder::MinSizeOfMaxPcm;
     pcmSize_ = frames * sbc::Decoder::MaxPcmSize;
     pcm_.reset(new char[pcmSize_]);
@@ -85,7 +86,7 @@ void CodecSBC::prepare(int readMtu)
 
 void CodecSBC::processPacket(const char *packet, int length, QIODevice *out)
 {
-    // One byte holds the frame count, which is not needed: the frames say how long they are.
+    // Skip the byte with the frame count, because each frame's header determines its length.
     constexpr int PayloadOffset = RtpHeaderSize + 1;
     if (!out || length < PayloadOffset)
         return;

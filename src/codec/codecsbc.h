@@ -6,7 +6,7 @@
 
 #include <memory>
 
-/// SBC, decoded to 16-bit signed PCM in host byte order, channels interleaved (A2DP 1.3.2, 4.3 and 12).
+/// The codec SBC. It decodes to 16-bit signed PCM in host byte order, channels interleaved (A2DP 1.3.2, 4.3 and 12).
 class CodecSBC final : public Codec {
 public:
     CodecSBC();
@@ -18,7 +18,7 @@ public:
     QByteArray selectConfiguration(const QByteArray &peerCapabilities) override;
     void setConfiguration(const QByteArray &configuration) override;
     void prepare(int readMtu) override;
-    /// Decodes the frames of one packet. The decoder keeps its state from packet to packet and from stream to stream.
+    /// Decodes the frames of one packet. The decoder keeps its state between packets and between streams.
     [[gnu::hot]] void processPacket(const char *packet, int length, QIODevice *out) override;
 
 private:
