@@ -5,14 +5,14 @@
 
 namespace {
 
-// The time that the silence of one write lasts.
+// The playing time of silence_.
 constexpr int BlankIntervalMs = 250;
 
 } // namespace
 
 BlankWriter::BlankWriter(QObject *parent) : QObject(parent)
 {
-    timer_.setTimerType(Qt::PreciseTimer); // a coarse one may run the player dry
+    timer_.setTimerType(Qt::PreciseTimer); // a coarse timer may be late, and the player's buffer may run empty
     connect(&timer_, &QTimer::timeout, this, &BlankWriter::blankWrite);
     timer_.start(BlankIntervalMs);
 }
@@ -35,7 +35,8 @@ void BlankWriter::DeleteBlankWriteSocket()
     if (!socket_)
         return;
     qDebug("csr8675Manager::DeleteBlankWriteSocket()");
-    // It may be this client that is just reporting its end; it must not report another's.
+    // This may run inside the client's disconnected() signal, so delete the client later. Disconnect it now, because
+    // its next signal must not end its successor.
     socket_->disconnect(this);
     socket_.release()->deleteLater();
     I2sSwitch::set(false);

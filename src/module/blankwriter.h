@@ -10,9 +10,9 @@
 #include <array>
 #include <memory>
 
-/// Feeds the client of the local audio socket with silence in real time, 16-bit stereo at 44100 Hz, and holds the I2S
-/// switch on while there is one: the player's connection lets the module's audio through. What it writes is read and
-/// forgotten.
+/// A writer of silence to the client of the local audio socket, in real time, 16-bit stereo at 44100 Hz. The I2S switch
+/// is on while a client is connected, so the player's connection turns on the module's audio. Input from the client is
+/// discarded.
 class BlankWriter : public QObject {
     Q_OBJECT
 public:
@@ -22,7 +22,7 @@ private:
     void blankWrite();
     void DeleteBlankWriteSocket();
 
-    std::array<char, 44100> silence_{}; ///< a quarter of a second
+    std::array<char, 44100> silence_{}; ///< 250 ms of 16-bit stereo at 44100 Hz
     AudioServer server_;
     std::unique_ptr<AudioClient> socket_;
     QTimer timer_;

@@ -11,11 +11,11 @@
 
 namespace {
 
-// A connection brings a burst of lines; the player is told once, when it is over.
+// Debounces notifications, because the module reports a connection in a burst of lines.
 constexpr int PropertyDelayMs = 1500;
 
-// The module knows the phone's address a moment after it has reported the connection. Shorter than the above, so that
-// the phone's name is there when the player is told.
+// The module knows the phone's address only some time after it has reported the connection. Shorter than
+// PropertyDelayMs, so that the phone's name is known before the player is notified.
 constexpr int StatusDelayMs = 1250;
 
 } // namespace
@@ -72,6 +72,6 @@ void csr8675Manager::sendBTPropertyChange()
 
 void csr8675Manager::SelectBluetooth()
 {
-    // What the blank writer feeds.
+    // The format of BlankWriter.
     player_.sendPlay(QStringLiteral("pcm"), 44100, 16, 2, Name());
 }

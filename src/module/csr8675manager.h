@@ -11,22 +11,23 @@
 
 class PlayerRequests;
 
-/// The manager of a speaker whose radio is a CSR8675 module on the serial line "/dev/ttymxc3". The module does the
-/// Bluetooth work itself and sends its audio out on I2S; the manager keeps its settings right, follows what it reports
-/// and tells the player.
+/// The manager of a speaker whose radio is a CSR8675 module on the serial line "/dev/ttymxc3". The module handles
+/// Bluetooth itself and outputs its audio on I2S. The manager corrects the module's settings, tracks its reports and
+/// notifies the player.
 class csr8675Manager : public AbstractManager {
     Q_OBJECT
 public:
-    /// Opens the line, takes the service name and begins with the module's name. A line that cannot be opened ends the
-    /// process with status 1, a refused service name is a fatal message. `player` outlives the manager.
+    /// Opens the serial line, requests the service name and starts to check the module's settings. Ends the process
+    /// with status 1 if the line cannot be opened. A refused service name is a fatal message. `player` must outlive the
+    /// manager.
     explicit csr8675Manager(PlayerRequests &player);
 
-    /// Always: the module is soldered on.
+    /// Returns true, because the module is soldered to the board.
     bool IsAdapterPresent() const override { return true; }
     bool IsConnected() const override { return protocol_.isConnected(); }
     QString Name() const override { return protocol_.phoneName(); }
     bool IsStreaming() const override { return protocol_.isStreaming(); }
-    /// Asks the player to play the socket "bluetooth", in whatever state the module is.
+    /// Asks the player to play the socket "bluetooth", regardless of the module's state.
     void SelectBluetooth() override;
 
 private:

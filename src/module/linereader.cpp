@@ -9,16 +9,16 @@ QStringList LineReader::feed(const QByteArray &bytes)
     QStringList lines;
     for (const char byte : zero < 0 ? bytes : bytes.left(zero)) {
         if (byte == '\r' || byte == '\n') {
-            if (!overlong_)
+            if (!discarding_)
                 lines << pending_;
             pending_.clear();
-            overlong_ = false;
-        } else if (!overlong_) {
+            discarding_ = false;
+        } else if (!discarding_) {
             pending_ += QLatin1Char(byte);
             if (pending_.size() > MaxLineLength) {
                 logDebug("0CSR8675 line without end dropped, beginning with") << pending_.left(40);
                 pending_.clear();
-                overlong_ = true;
+                discarding_ = true;
             }
         }
     }

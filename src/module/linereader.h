@@ -5,18 +5,18 @@
 #include <QString>
 #include <QStringList>
 
-/// Cuts what a serial line brings into lines, ended by CR or LF. Each byte is one Latin-1 character.
+/// A splitter of serial input into lines that end in CR or LF. Each byte is one Latin-1 character.
 class LineReader {
 public:
-    /// Longest line that is kept; the module's have some forty characters, and a phone's name in one 248 bytes at most.
-    /// What is sent back of it fits into SerialLine::MaxUnsentBytes.
+    /// Characters of the longest line that is accepted. The module's lines have about 40 characters, or up to 248 bytes
+    /// more with a phone's name. A command that quotes such a line fits into SerialLine::MaxUnsentBytes.
     static constexpr int MaxLineLength = 1024;
 
-    /// Takes what one read brought, up to its first zero byte, and returns the lines that it completes, empty ones
-    /// included. A line that grows beyond MaxLineLength is dropped and logged; reading goes on behind its end.
+    /// Appends the bytes of one read up to the first zero byte. Returns the lines that are now complete, including
+    /// empty lines. A line longer than MaxLineLength is dropped up to its end and logged.
     QStringList feed(const QByteArray &bytes);
 
 private:
     QString pending_;
-    bool overlong_ = false; ///< the rest of the current line is dropped as well
+    bool discarding_ = false; ///< set until the end of a line that is too long
 };

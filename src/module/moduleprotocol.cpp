@@ -10,7 +10,7 @@
 
 struct ModuleProtocol::Rule {
     const char *word0;
-    const char *word1; ///< null: any
+    const char *word1; ///< null matches any word
     ModuleReaction (ModuleProtocol::*react)(const Words &words);
 };
 
@@ -25,10 +25,11 @@ const ModuleProtocol::Rule ModuleProtocol::Rules[] = {
 
 namespace {
 
-// In UTF-8: a Bluetooth name has 248 bytes at most, and a longer one the module would cut.
+// Bytes in UTF-8. A Bluetooth name has at most 248 bytes, and the module would cut a longer name.
 constexpr int MaxNameLength = 248 - static_cast<int>(sizeof SpeakerNameSuffix - 1);
 
-/// The part of a speaker's name that a command can hold; a carriage return would end it.
+/// Returns the part of a speaker's name that fits into a command, without carriage returns, which would end the
+/// command.
 QString nameForModule(QString speakerName)
 {
     speakerName = speakerName.remove(QLatin1Char('\r')).left(MaxNameLength);
@@ -125,7 +126,7 @@ ModuleReaction ModuleProtocol::named(const Words &words)
 
 ModuleReaction ModuleProtocol::checkName(const Words &words)
 {
-    // The last word of several is the suffix.
+    // The last of several words is the suffix "BT".
     const QString moduleName = words.count() < 3 ? words[1] : words.joined(1, words.count() - 1);
     const QString speakerName = nameForModule(speakerName_());
     if (speakerName.isEmpty())
@@ -163,13 +164,13 @@ ModuleReaction ModuleProtocol::codec(const Words &words)
         correction = correct(CodecMode, "set codec=7 44100 1\r");
     }
     const Corrections corrections = std::exchange(corrections_, {});
-    const bool allRight = corrections == Corrections{};
-    if (!allRight && corrections == savedCorrections_) {
+    const bool nothingCorrected = corrections == Corrections{};
+    if (!nothingCorrected && corrections == savedCorrections_) {
         qDebug("BT settings are not kept by the module");
         return command(correction + Status);
     }
     savedCorrections_ = corrections;
-    return command(allRight ? QByteArray(Status) : correction + "write\rreset\r");
+    return command(nothingCorrected ? QByteArray(Status) : correction + "write\rreset\r");
 }
 
 ModuleReaction ModuleProtocol::state(const Words &words)

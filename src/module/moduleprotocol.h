@@ -8,48 +8,50 @@
 #include <array>
 #include <functional>
 
-/// What is to be done after a line of the module's.
+/// The actions that follow a line from the module.
 struct ModuleReaction {
-    QByteArray command;       ///< to be written to the module, its carriage returns included; empty: nothing
-    bool notify = false;      ///< tell the player, once things have settled
-    bool queryStatus = false; ///< ask the module for its status, once the connection has settled
+    QByteArray command;       ///< to write to the module, including carriage returns; may be empty
+    bool notify = false;      ///< notify the player when the burst of lines is over
+    bool queryStatus = false; ///< ask the module for its status some time later
 };
 
-/// The conversation with the CSR8675, apart from any port: lines in, reactions out.
+/// The text protocol of the CSR8675, independent of the port. It takes lines and returns reactions.
 ///
-/// The settings are checked in a chain that "get name" begins: name, audio mode 3, I2S mode 0202, codec 7 at 44100 Hz.
-/// A wrong one is corrected on the way; at its end corrected settings are saved and the module restarts, announces
-/// "Ready" and is checked again, or, with nothing to correct, its status is asked for. Corrections that were saved and
-/// have to be made once more, all of them and no other, are ones that this module does not keep, or tells in another
-/// way: they are made, but not saved again, since the module would restart without end. Without a speaker name the
-/// chain ends after the name.
+/// The command "get name" starts a chain of checks: name, audio mode 3, I2S mode 0202, codec 7 at 44100 Hz. A wrong
+/// setting is corrected during the chain. If no setting was wrong, the chain ends with a status query. Otherwise the
+/// settings are saved and the module is reset. The module then announces "Ready", and the chain starts again.
+///
+/// If a chain makes exactly the corrections that were saved last, this module does not keep them or reports them
+/// differently. They are then made but not saved, because the module would restart in an endless loop, and the chain
+/// ends with the status query. Without a speaker name the chain ends after the name.
 class ModuleProtocol {
 public:
     static constexpr char GetName[] = "get name\r";
     static constexpr char Status[] = "status\r";
 
-    /// `speakerName` is asked for the speaker's name, empty if it has none, whenever the module's is checked.
+    /// `speakerName` returns the speaker's name, empty if there is none. It is called for each check of the module's
+    /// name.
     explicit ModuleProtocol(std::function<QString()> speakerName) : speakerName_(std::move(speakerName)) {}
 
-    /// Takes one line without its end. What is not understood changes nothing.
+    /// Handles one line without its line end. An unknown line has no effect.
     ModuleReaction process(const QString &line);
 
     bool isConnected() const { return connected_; }
     bool isStreaming() const { return streaming_; }
-    /// The phone's name as the module last reported it; kept when the phone leaves.
+    /// Returns the phone's name as last reported by the module. It is kept when the phone disconnects.
     QString phoneName() const { return phoneName_; }
 
 private:
     struct Rule;
     static const Rule Rules[];
 
-    /// The words of a line, split at each blank and each "="; a word behind the last is empty.
+    /// The words of a line, split at each blank and each "=". A word beyond the last is empty.
     class Words {
     public:
         explicit Words(const QString &line);
         QString operator[](int index) const { return words_.value(index); }
         int count() const { return static_cast<int>(words_.size()); }
-        /// Words `first` up to but not including `last`, one blank between them.
+        /// Returns the words from `first` to before `last`, joined with blanks.
         QString joined(int first, int last) const { return words_.mid(first, last - first).join(QLatin1Char(' ')); }
 
     private:
@@ -71,17 +73,17 @@ private:
     ModuleReaction checkName(const Words &words);
 
     enum Setting { Name, AudioMode, I2sMode, CodecMode, SettingCount };
-    /// The commands with which settings were corrected; empty for one that was right.
+    /// The correcting command of each setting, empty if the setting was right.
     using Corrections = std::array<QByteArray, SettingCount>;
 
-    /// Remembers a correction and returns its command.
+    /// Records a correction and returns its command.
     const QByteArray &correct(Setting setting, const QByteArray &command) { return corrections_[setting] = command; }
 
     std::function<QString()> speakerName_;
     bool connected_ = false;
     bool streaming_ = false;
     QString phoneName_;
-    bool remoteNamePending_ = false; ///< the next NAME is the phone's
-    Corrections corrections_;        ///< not saved yet
-    Corrections savedCorrections_;   ///< saved last; none once a check has found everything right
+    bool remoteNamePending_ = false; ///< the next NAME line has the phone's name
+    Corrections corrections_;        ///< made in the current chain
+    Corrections savedCorrections_;   ///< saved last; empty after a chain without corrections
 };

@@ -12,16 +12,17 @@ namespace {
 
 constexpr int ReadBytes = 1024;
 
-/// Sets the whole line, whatever a boot loader has left of it; false when it is no terminal or cannot be set so.
+/// Replaces all settings, because a boot loader may have left any. Returns false if the device is not a terminal or
+/// does not accept the settings.
 bool configure(int fd)
 {
     termios line{};
-    line.c_iflag = IGNBRK | IGNPAR; // breaks and broken bytes of a power-on, which would hide the "Ready" behind them
+    line.c_iflag = IGNBRK | IGNPAR; // drop the garbage of a power-on, which would spoil the "Ready" after it
     line.c_cflag = CS8 | CREAD | CLOCAL;
-    line.c_cc[VMIN] = 1; // with 0 a read that finds nothing returns what the end of the line does
+    line.c_cc[VMIN] = 1; // with 0, a read without data would return 0 like an unplugged line
     ::cfsetspeed(&line, B9600);
     termios set{};
-    // tcsetattr() succeeds when it could do any of it.
+    // Read the settings back, because tcsetattr() succeeds even if it applied only some of them.
     return ::ioctl(fd, TIOCEXCL) == 0 && ::tcsetattr(fd, TCSANOW, &line) == 0 && ::tcgetattr(fd, &set) == 0
         && ::cfgetospeed(&set) == B9600
         && ((set.c_cflag ^ line.c_cflag) & (CSIZE | CSTOPB | PARENB | CREAD | CRTSCTS)) == 0;
@@ -72,7 +73,7 @@ void SerialLine::flush()
     const ssize_t size = ::write(fd_.get(), unsent_.constData(), static_cast<size_t>(unsent_.size()));
     if (size > 0)
         unsent_.remove(0, static_cast<int>(size));
-    // A line that fails is also readable, where that is seen.
+    // A failed line also becomes readable, so read() detects the failure.
     writable_->setEnabled(!unsent_.isEmpty() && (size > 0 || errno == EAGAIN || errno == EINTR));
 }
 

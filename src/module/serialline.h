@@ -10,31 +10,33 @@
 
 #include <memory>
 
-/// Where the module is.
+/// The device of the module's serial line.
 inline constexpr char ModuleLine[] = "/dev/ttymxc3";
 
-/// A serial line: 9600 baud, 8 data bits, no parity, 1 stop bit, no flow control, bytes as they are. Breaks and bytes
-/// that arrive without their stop bit are dropped.
+/// A raw serial line: 9600 baud, 8 data bits, no parity, 1 stop bit, no flow control. Breaks and bytes with a framing
+/// error are dropped.
 ///
-/// Our own, because QSerialPort (Qt 6.4) reads a line that was unplugged for ever, and needs a writable lock directory.
+/// Not QSerialPort (Qt 6.4), because it reads an unplugged line in an endless loop and needs a writable lock directory.
 class SerialLine : public QObject {
     Q_OBJECT
 public:
-    /// Bytes kept for a line that does not take them; past that whole writes are dropped and logged.
+    /// Bytes of the backlog for a line that does not accept them. A write beyond this limit is dropped whole and
+    /// logged.
     static constexpr int MaxUnsentBytes = 4096;
 
     using QObject::QObject;
 
-    /// Opens a terminal device for this process alone; false when it cannot be opened, is none or takes other settings.
+    /// Opens a terminal device for exclusive use. Returns false if it cannot be opened, is not a terminal or does not
+    /// accept the settings.
     bool open(const QString &path);
 
-    /// Sends in the background; nothing on a line that is not open.
+    /// Queues the bytes and sends them without blocking. Does nothing if the line is not open.
     void write(const QByteArray &bytes);
 
 Q_SIGNALS:
-    /// 1 to 1024 bytes have come.
+    /// Emitted after each read, with 1 to 1024 bytes.
     void received(const QByteArray &bytes);
-    /// The line has ended or failed, and is closed.
+    /// Emitted when the line was unplugged or failed. The line is now closed.
     void failed(const QString &reason);
 
 private:
