@@ -127,14 +127,14 @@ void AudioSocketTest::goneClientIsHarmless()
 void AudioSocketTest::clientsWaitInOrder()
 {
     AudioServer server;
-    server.collect(); // nobody there
+    server.acceptPending(); // nobody there
     const Socket first = connectClient();
     const Socket gone = connectClient();
     const Socket second = connectClient();
     QVERIFY(first && gone && second);
     gone->abort();
     QVERIFY(!server.nextClient()); // no event has been handled since they came
-    server.collect();
+    server.acceptPending();
     std::unique_ptr<AudioClient> client = server.nextClient();
     const std::unique_ptr<AudioClient> next = server.nextClient();
     QVERIFY(client && next && !server.nextClient());
@@ -195,7 +195,7 @@ void AudioSocketTest::whatStandsInTheWayIsNamed()
         qPrintable(QStringLiteral("0No audio socket %1: QLocalServer::listen: Address in use").arg(path)));
     AudioServer server;
     QVERIFY(!connectClient());
-    server.collect();
+    server.acceptPending();
     QVERIFY(!server.nextClient());
     QVERIFY(QDir().rmdir(path));
     WAIT_UNTIL(connectClient() != nullptr); // it is tried again

@@ -169,7 +169,7 @@ Transport::Read Transport::readPacket()
 void Transport::AdoptWaitingClient()
 {
     if (!socket_ || !socket_->isConnected())
-        server_.collect();
+        server_.acceptPending();
     if (!server_.hasWaiting())
         return;
     if (std::unique_ptr<AudioClient> next = server_.nextClient()) {

@@ -5,8 +5,8 @@
 
 #include <QByteArray>
 
-/// A writer of log lines that a stalled log reader cannot block. The first write to a stalled reader waits at most
-/// 100 ms. Later lines are dropped without a wait until the reader reads again. A line whose write fails is lost.
+/// The writer of log lines. A stalled log reader blocks the first write for at most 100 ms. Later lines are dropped
+/// without a wait until the reader reads again. A line whose write fails is lost.
 class LogWriter {
 public:
     /// Writes `line`, which has no line feed, and a line feed to standard error. A line longer than PIPE_BUF (4096

@@ -40,18 +40,18 @@ qint64 AudioClient::writeData(const char *data, qint64 size)
         return -1;
     if (backlogSize_ > 0) {
         if (droppedWrites_ == 0 && backlogSize_ + size <= BacklogLimit)
-            keep(data, size);
+            appendToBacklog(data, size);
         else if (droppedWrites_++ == 0)
             qDebug("0Audio client does not read, dropping packets");
         return size;
     }
     const qint64 sent = send(data, size);
     if (sent < 0) {
-        hangUp();
+        closeSocket();
         return -1;
     }
     if (sent < size)
-        keep(data + sent, size - sent);
+        appendToBacklog(data + sent, size - sent);
     return size;
 }
 
@@ -63,7 +63,7 @@ qint64 AudioClient::send(const char *data, qint64 size)
     return sent;
 }
 
-void AudioClient::keep(const char *data, qint64 size)
+void AudioClient::appendToBacklog(const char *data, qint64 size)
 {
     if (!backlog_)
         backlog_.reset(new char[BacklogLimit]);
@@ -79,18 +79,18 @@ void AudioClient::flushBacklog()
 {
     const qint64 sent = send(backlog_.get() + backlogBegin_, std::min(backlogSize_, BacklogLimit - backlogBegin_));
     if (sent < 0) {
-        hangUp();
+        closeSocket();
         return;
     }
     backlogBegin_ = (backlogBegin_ + sent) % BacklogLimit;
     backlogSize_ -= sent;
     if (backlogSize_ == 0) {
-        forgetBacklog();
+        clearBacklog();
         reportDropped();
     }
 }
 
-void AudioClient::forgetBacklog()
+void AudioClient::clearBacklog()
 {
     writable_.setEnabled(false);
     backlog_.reset();
@@ -104,13 +104,13 @@ void AudioClient::discardInput()
     const ssize_t size = ::recv(socket_.get(), input, sizeof input, MSG_DONTWAIT);
     if (size > 0 || (size < 0 && (errno == EAGAIN || errno == EINTR)))
         return;
-    readable_.setEnabled(false); // it may be listening still
+    readable_.setEnabled(false); // keep the socket, because the client may still read
     Q_EMIT disconnected();
 }
 
-void AudioClient::hangUp()
+void AudioClient::closeSocket()
 {
-    forgetBacklog();
+    clearBacklog();
     readable_.setEnabled(false);
     socket_.reset();
     Q_EMIT disconnected();

@@ -8,32 +8,32 @@
 
 #include <memory>
 
-/// The player's end of the local audio socket, as the output device of a codec.
+/// A connection from the player to the local audio socket. It is the output device of a codec.
 ///
-/// A write goes to the socket in the same turn and never waits. What the client does not take at once is kept and sent
-/// when it reads again. Past BacklogLimit whole writes are dropped until the client has taken all that was kept: it
-/// then gets current audio, with no sample torn apart. Writes to a client that has gone fail and are forgotten. What
-/// the client sends is read and forgotten. The end of the object ends the connection: the client still gets what the
-/// kernel has taken, and not what was kept.
+/// A write goes to the socket at once and never blocks. Bytes that the socket refuses go to a backlog and are sent when
+/// the client reads again. When the backlog is full, whole writes are dropped until the client has emptied it, so the
+/// client resumes with current audio on a sample boundary. A write after the client has gone fails. Input from the
+/// client is discarded. The destructor closes the connection. The client still receives the bytes that the kernel has
+/// accepted, but not the backlog.
 class AudioClient : public QIODevice {
     Q_OBJECT
 public:
-    /// Bytes kept for a slow client, 24 s of 16-bit stereo at 44100 Hz, and the most that one write may have.
+    /// Bytes of the backlog, 24 s of 16-bit stereo at 44100 Hz. Also the limit of one write.
     static constexpr qint64 BacklogLimit = 4 * 1024 * 1024;
 
-    /// Takes over a connected stream socket.
+    /// Takes ownership of a connected stream socket.
     explicit AudioClient(FileDescriptor socket);
     ~AudioClient() override;
 
-    /// Whether the client is still there, as far as the last write could tell.
+    /// Returns false after a write has failed because the client has gone.
     bool isConnected() const { return socket_.isValid(); }
-    /// Whether it has closed the connection, looked at now.
+    /// Asks the kernel whether the client has closed the connection.
     bool hasHungUp() const;
 
     bool isSequential() const override { return true; }
 
 Q_SIGNALS:
-    /// The client has left, or has ended its side of the connection.
+    /// Emitted when the client has gone or has shut down its sending side.
     void disconnected();
 
 protected:
@@ -41,19 +41,19 @@ protected:
     [[gnu::hot]] qint64 writeData(const char *data, qint64 size) override;
 
 private:
-    /// Sends what the socket takes; returns the bytes taken, or -1 when the client has gone.
+    /// Sends without blocking. Returns the number of bytes that the socket accepted, or -1 if the client has gone.
     [[gnu::hot]] qint64 send(const char *data, qint64 size);
-    void keep(const char *data, qint64 size);
+    void appendToBacklog(const char *data, qint64 size);
     void flushBacklog();
-    void forgetBacklog();
+    void clearBacklog();
     void discardInput();
-    void hangUp();
+    void closeSocket();
     void reportDropped();
 
     FileDescriptor socket_;
     QSocketNotifier readable_;
     QSocketNotifier writable_;
-    std::unique_ptr<char[]> backlog_; ///< a ring of BacklogLimit bytes while anything is kept
+    std::unique_ptr<char[]> backlog_; ///< ring buffer of BacklogLimit bytes; null while the backlog is empty
     qint64 backlogBegin_ = 0;
     qint64 backlogSize_ = 0;
     qint64 droppedWrites_ = 0;

@@ -12,7 +12,7 @@ namespace {
 
 constexpr QLatin1String Name("bluetooth");
 
-// A descriptor becomes free with the end of something else that the daemon does: no need to look more often.
+// Once a second is enough, because a descriptor becomes free only when other work of the daemon ends.
 constexpr int RetryMs = 1000;
 
 } // namespace
@@ -23,20 +23,21 @@ AudioServer::AudioServer(QObject *parent) : QLocalServer(parent)
     retry_.setInterval(RetryMs);
     connect(&retry_, &QTimer::timeout, this, &AudioServer::open);
     open();
-    // In the sticky /tmp it takes the owner of what lies there, or root, to remove it.
+    // In a sticky /tmp, only root or the owner of a stale socket can remove it.
     if (!isListening())
         qWarning("0No audio socket %s/%s: %s", qPrintable(QDir::tempPath()), Name.data(), qPrintable(errorString()));
 }
 
 void AudioServer::open()
 {
-    close(); // a server that closed by itself calls itself listening still
+    close(); // after a failed accept, isListening() is still true
     removeServer(Name);
     if (!listen(Name)) {
         retry_.start();
         return;
     }
-    // When it cannot accept, for want of descriptors, it closes without another word than the end of its notifier.
+    // When QLocalServer cannot accept because the process is out of descriptors, it closes its socket. The destruction
+    // of its notifier is the only sign.
     connect(findChild<QSocketNotifier *>(), &QObject::destroyed, &retry_, qOverload<>(&QTimer::start));
 }
 
@@ -51,12 +52,12 @@ std::unique_ptr<AudioClient> AudioServer::nextClient()
     return nullptr;
 }
 
-void AudioServer::collect()
+void AudioServer::acceptPending()
 {
     pollfd listener{static_cast<int>(socketDescriptor()), POLLIN, 0};
     for (size_t i = 0; ::poll(&listener, 1, 0) > 0 && i < WaitingLimit; ++i) {
         const int connection = ::accept4(listener.fd, nullptr, nullptr, SOCK_CLOEXEC);
-        if (connection < 0) // the event loop's turn will show what follows from it
+        if (connection < 0) // QLocalServer meets the same error in the event loop and handles it
             return;
         incomingConnection(static_cast<quintptr>(connection));
     }

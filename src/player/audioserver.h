@@ -9,23 +9,24 @@
 #include <deque>
 #include <memory>
 
-/// The local audio socket "bluetooth", in the system's temporary directory, to which the player connects. Connections
-/// wait here until nextClient() hands them out.
+/// The local audio socket "bluetooth" in the system's temporary directory, to which the player connects. Accepted
+/// connections are queued for nextClient().
 class AudioServer : public QLocalServer {
     Q_OBJECT
 public:
-    /// Connections kept waiting, as many as a local server keeps by default. The oldest makes room.
+    /// Limit of the queue, the same as QLocalServer's default. When the queue is full, the oldest connection is
+    /// dropped.
     static constexpr size_t WaitingLimit = 30;
 
-    /// Replaces a stale socket of that name and listens. A failure is logged, and tried again every second.
+    /// Removes a stale socket of that name and listens. Logs a failure and retries every second.
     explicit AudioServer(QObject *parent = nullptr);
 
-    /// Takes in what the kernel still holds, so that a connection made a moment ago does not miss the packet at hand.
-    void collect();
+    /// Accepts pending connections now, so that a new client does not miss the current packet.
+    void acceptPending();
 
-    /// Whether there is any for nextClient() to look at.
+    /// Returns whether the queue has connections. All of them may have hung up.
     bool hasWaiting() const { return !waiting_.empty(); }
-    /// The connection that has waited longest, or null; those that have hung up are passed over.
+    /// Returns the oldest queued connection, or null. Skips and drops connections that have hung up.
     std::unique_ptr<AudioClient> nextClient();
 
 protected:

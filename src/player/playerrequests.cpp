@@ -10,27 +10,28 @@ namespace {
 
 constexpr QLatin1String Player("http://127.0.0.1:11000");
 
-// Requests that are under way together may overtake each other. One that has had this long has arrived, whether or not
-// the player has answered.
-constexpr int PatienceMs = 250;
+// Concurrent requests may overtake each other. After this time a request has reached the player, with or without a
+// reply.
+constexpr int ReplyWaitMs = 250;
 
-// A service on the same board answers within milliseconds; one that has not by now never will.
+// A service on the same board replies within milliseconds. After this time no reply will come.
 constexpr int TimeoutMs = 10'000;
 
-// One less than QNetworkAccessManager's connections to a player: a request that is sent leaves at once.
+// One fewer than the connections of QNetworkAccessManager to one host (6), so that each request is sent at once.
 constexpr int MaxUnanswered = 5;
 
-// Each notification carries the whole state, and a wish to play this old has passed: the oldest are of no use.
-constexpr int MaxWaiting = 64;
+// Beyond this limit the oldest requests are dropped. Each notification has the whole state, and an old request to play
+// is obsolete.
+constexpr int MaxQueued = 64;
 
 } // namespace
 
 PlayerRequests::PlayerRequests(QNetworkAccessManager &network, QObject *parent) : QObject(parent), network_(network)
 {
     connect(&network_, &QNetworkAccessManager::finished, this, &PlayerRequests::finished);
-    patience_.setSingleShot(true);
-    patience_.setInterval(PatienceMs);
-    connect(&patience_, &QTimer::timeout, this, &PlayerRequests::sendNext);
+    replyWait_.setSingleShot(true);
+    replyWait_.setInterval(ReplyWaitMs);
+    connect(&replyWait_, &QTimer::timeout, this, &PlayerRequests::sendNext);
 }
 
 void PlayerRequests::sendPlay(const QString &format, int sampleRate, int bitDepth, int channels, const QString &name)
@@ -63,35 +64,35 @@ QUrl PlayerRequests::propertyChangeUrl(const QString &type, bool adapter, bool c
 
 void PlayerRequests::send(const QUrl &url)
 {
-    if (waiting_.size() == MaxWaiting)
-        waiting_.dequeue();
-    waiting_.enqueue(url);
-    if (!patience_.isActive())
+    if (queue_.size() == MaxQueued)
+        queue_.dequeue();
+    queue_.enqueue(url);
+    if (!replyWait_.isActive())
         sendNext();
 }
 
 void PlayerRequests::sendNext()
 {
-    if (waiting_.isEmpty() || unanswered_ == MaxUnanswered)
+    if (queue_.isEmpty() || unanswered_ == MaxUnanswered)
         return;
-    QNetworkRequest request(waiting_.dequeue());
-    // Neither may an answer lead elsewhere, nor its cookies be kept.
+    QNetworkRequest request(queue_.dequeue());
+    // A reply must neither redirect the daemon nor store cookies.
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
     request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
     QNetworkReply *reply = network_.get(request);
-    // What follows the status is forgotten as it comes. A transfer timeout would begin anew with each byte of it.
+    // Discard the body as it arrives. Not a transfer timeout, because it restarts with each byte of the body.
     connect(reply, &QIODevice::readyRead, reply, [reply] { reply->skip(reply->bytesAvailable()); });
     auto *timeout = new QTimer(reply);
     connect(timeout, &QTimer::timeout, reply, &QNetworkReply::abort);
     timeout->start(TimeoutMs);
     latest_ = reply;
     ++unanswered_;
-    patience_.start();
+    replyWait_.start();
 }
 
 void PlayerRequests::finished(QNetworkReply *reply)
 {
-    // Both managers write this line under the same name, so that a log reads alike on every board.
+    // Both managers log under this name, so that the log is the same on every board.
     if (reply->error() == QNetworkReply::NoError)
         logDebug("AdapterManager::finished") << reply->url().toString() << "OK";
     else
@@ -99,7 +100,7 @@ void PlayerRequests::finished(QNetworkReply *reply)
     reply->deleteLater();
     --unanswered_;
     if (reply == latest_)
-        patience_.stop();
-    if (!patience_.isActive())
+        replyWait_.stop();
+    if (!replyWait_.isActive())
         sendNext();
 }

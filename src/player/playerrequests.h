@@ -10,26 +10,25 @@
 class QNetworkAccessManager;
 class QNetworkReply;
 
-/// The requests to the speaker's media player: HTTP GET to its control service on the loopback interface, port 11000.
-/// They are sent and forgotten; their replies are only logged. They reach the player in the order in which they were
-/// made, so that what it hears last is how things are; QNetworkAccessManager repeats one that was not answered when its
-/// connection closes.
+/// The requests to the speaker's media player, HTTP GET to its control service on the loopback interface, port 11000.
+/// Replies are only logged. Requests reach the player in the order of the calls, so its last notification has the
+/// current state. If a connection closes without a reply, QNetworkAccessManager repeats the request.
 class PlayerRequests : public QObject {
     Q_OBJECT
 public:
-    /// Sends by `network`, which outlives it and sends nothing else.
+    /// Sends through `network`, which must outlive this object and must send no other requests.
     explicit PlayerRequests(QNetworkAccessManager &network, QObject *parent = nullptr);
 
-    /// Asks the player to play the socket "bluetooth", and logs the request: format "pcm" or "aac", sampling rate in
-    /// Hz, bits per sample, channels, the phone's name.
+    /// Asks the player to play the socket "bluetooth" and logs the request. `format` is "pcm" or "aac", `sampleRate` is
+    /// in Hz, `bitDepth` in bits per sample, and `name` is the phone's name.
     void sendPlay(const QString &format, int sampleRate, int bitDepth, int channels, const QString &name);
 
-    /// Tells the player the whole state of the Bluetooth side. `type` is "USB" for a BlueZ adapter and "CSR8675" for
-    /// the module.
+    /// Notifies the player of the whole Bluetooth state. `type` is "USB" for a BlueZ adapter and "CSR8675" for the
+    /// module.
     void sendBTPropertyChange(const QString &type, bool adapter, bool connected, const QString &name, bool streaming);
 
-    /// The two URLs. The values are put into the templates one after the other and as they are: a "%1" or "&" in a
-    /// name takes effect, and the text is then read as a URL in tolerant mode.
+    /// Return the two URLs. The values replace the placeholders one after the other without escaping, so a "%1" or "&"
+    /// in a name takes effect. The text is then parsed as a URL in tolerant mode.
     static QUrl playUrl(const QString &format, int sampleRate, int bitDepth, int channels, const QString &name);
     static QUrl propertyChangeUrl(const QString &type, bool adapter, bool connected, const QString &name,
                                   bool streaming);
@@ -40,8 +39,8 @@ private:
     void finished(QNetworkReply *reply);
 
     QNetworkAccessManager &network_;
-    QQueue<QUrl> waiting_;
-    const QNetworkReply *latest_ = nullptr; ///< only compared with others
+    QQueue<QUrl> queue_;
+    const QNetworkReply *latest_ = nullptr; ///< may dangle, so only compare it
     int unanswered_ = 0;
-    QTimer patience_; ///< with the latest request: it runs while the next one has to wait for its answer
+    QTimer replyWait_; ///< started with each request; while it runs, the next request waits for the reply to this one
 };
