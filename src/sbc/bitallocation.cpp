@@ -9,12 +9,12 @@ namespace {
 
 constexpr int MaxBits = 16;
 
-// How much less loud than its scale factor a subband is to the ear, by sampling frequency (A2DP 1.3.2, 12.6.3).
+// How much quieter a subband sounds than its scale factor, by sampling frequency and subband (A2DP 1.3.2, 12.6.3).
 constexpr std::int8_t LoudnessOffset4[4][4] = {{-1, 0, 0, 0}, {-2, 0, 0, 1}, {-2, 0, 0, 1}, {-2, 0, 0, 1}};
 constexpr std::int8_t LoudnessOffset8[4][8] = {
     {-2, 0, 0, 0, 0, 0, 0, 1}, {-3, 0, 0, 0, 0, 0, 1, 2}, {-4, 0, 0, 0, 0, 0, 1, 2}, {-4, 0, 0, 0, 0, 0, 1, 2}};
 
-// The need of a subband is its scale factor or its loudness().
+// The bit need of a subband ("bitneed" in A2DP) is its scale factor or its loudness().
 constexpr int MinNeed = -5;
 constexpr int MaxNeed = 15;
 
@@ -26,85 +26,88 @@ int loudness(int scaleFactor, int offset)
     return difference > 0 ? difference / 2 : difference;
 }
 
-/// The needs of the subbands that share a bitpool, and how many subbands have each.
-class Needs {
+/// The bit needs of the subbands that share a bitpool, and the number of subbands with each need.
+class BitNeeds {
 public:
     void add(int need)
     {
-        needs_[count_++] = static_cast<std::int8_t>(need);
-        ++having(need);
+        needs_[size_++] = static_cast<std::int8_t>(need);
+        ++count(need);
         highest_ = std::max(highest_, need);
     }
-    int count() const { return count_; }
+    int size() const { return size_; }
     int operator[](int index) const { return needs_[index]; }
 
-    /// Where the bitpool runs out: a subband gets its need less `line` in bits, but none below two and sixteen at most.
-    struct Cut {
-        int line;
-        int bits; ///< of all subbands together
+    /// A subband gets its need minus `level` as bits. A result above 16 becomes 16, and a result below 2 becomes 0.
+    struct Slice {
+        int level; ///< "bitslice" in A2DP
+        int bits;  ///< sum over all subbands, "bitcount" in A2DP
     };
 
-    /// Lowers the line while the bitpool holds more than the next slice. A slice gives two bits to each subband whose
-    /// need is just above the line, and one bit more to each subband further up that has fewer than sixteen.
-    Cut lowestCut(int bitpool)
+    /// Returns the lowest level whose bits are fewer than the bitpool (the highest need if the bitpool is 0). One step
+    /// down gives two bits to each subband whose need is one above the level, and one more bit to each subband that has
+    /// 2 to 15 bits.
+    Slice lowestSlice(int bitpool)
     {
-        int line = highest_;
-        int growing = 0; // subbands that have two bits or more, and fewer than sixteen
-        for (int bits = 0;; --line) {
-            const int next = bits + growing + 2 * having(line + 1);
+        int level = highest_;
+        int growing = 0; // number of subbands that have 2 to 15 bits
+        for (int bits = 0;; --level) {
+            const int next = bits + growing + 2 * count(level + 1);
             if (next >= bitpool)
-                return {line, bits};
+                return {level, bits};
             bits = next;
-            growing += having(line + 1) - having(line + MaxBits - 1);
+            growing += count(level + 1) - count(level + MaxBits - 1);
         }
     }
 
 private:
-    static constexpr int Lowest = MinNeed - MaxBits; ///< where a line can get to
+    static constexpr int Lowest = MinNeed - MaxBits; ///< the lowest possible level
 
-    std::uint8_t &having(int need) { return counts_[need - Lowest]; }
+    std::uint8_t &count(int need) { return counts_[need - Lowest]; }
 
-    int count_ = 0;
+    int size_ = 0;
     int highest_ = Lowest;
     std::int8_t needs_[MaxChannels * MaxSubbands];
     std::uint8_t counts_[MaxNeed + MaxBits - Lowest] = {};
 };
 
-/// The bits of `Sharing` channels from `first` on, which take turns subband by subband.
+/// Allocates the bits of `Sharing` channels, starting with channel `first`, that share one bitpool. The order is
+/// subband by subband, with the channels interleaved. Returns the sum of the bits.
 template <int Sharing>
 int allocate(const Frame &frame, int first, Allocation &bits)
 {
     const std::int8_t *offsets = frame.subbands == 4 ? LoudnessOffset4[frame.frequency]
                                                      : LoudnessOffset8[frame.frequency];
-    Needs needs;
+    BitNeeds needs;
     for (int i = 0; i < frame.subbands * Sharing; ++i) {
         const int scaleFactor = frame.scaleFactors[first + i % Sharing][i / Sharing];
         needs.add(frame.snr ? scaleFactor : loudness(scaleFactor, offsets[i / Sharing]));
     }
-    Needs::Cut cut = needs.lowestCut(frame.bitpool);
+    BitNeeds::Slice slice = needs.lowestSlice(frame.bitpool);
 
     const auto bitsOf = [&](int i) -> std::uint8_t & { return bits[first + i % Sharing][i / Sharing]; };
-    for (int i = 0; i < needs.count(); ++i) {
-        const int wanted = needs[i] - cut.line;
+    for (int i = 0; i < needs.size(); ++i) {
+        const int wanted = needs[i] - slice.level;
         bitsOf(i) = static_cast<std::uint8_t>(wanted < 2 ? 0 : std::min(wanted, MaxBits));
     }
-    // The bits left are shared out one by one: to the lowest subbands, their part of the next slice, then to any.
-    for (int i = 0; i < needs.count() && cut.bits < frame.bitpool; ++i) {
+    // First give the remaining bits of the bitpool to the lowest subbands that would get bits at the next level. Then
+    // give one bit to each subband from the lowest on.
+    for (int i = 0; i < needs.size() && slice.bits < frame.bitpool; ++i) {
         if (bitsOf(i) >= 2 && bitsOf(i) < MaxBits) {
             ++bitsOf(i);
-            ++cut.bits;
-        } else if (needs[i] == cut.line + 1 && cut.bits + 1 < frame.bitpool) {
+            ++slice.bits;
+        } else if (needs[i] == slice.level + 1 && slice.bits + 1 < frame.bitpool) {
             bitsOf(i) = 2;
-            cut.bits += 2;
+            slice.bits += 2;
         }
     }
-    for (int i = 0; i < needs.count() && cut.bits < frame.bitpool; ++i) {
+    for (int i = 0; i < needs.size() && slice.bits < frame.bitpool; ++i) {
         if (bitsOf(i) < MaxBits) {
             ++bitsOf(i);
-            ++cut.bits;
+            ++slice.bits;
         }
     }
-    return cut.bits;
+    return slice.bits;
 }
 
 } // namespace

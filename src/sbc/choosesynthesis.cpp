@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "sbc/synthesis.h"
 
-// 32-bit ARM processors may have NEON or not, and programs built for all of them must not count on it.
+// A program for all 32-bit ARM processors must check for NEON at run time, because some of them lack it.
 #if defined(SBC_NEON_VARIANT)
 #include <sys/auxv.h>
 

@@ -6,19 +6,19 @@
 
 namespace sbc {
 
-/// The checksum of an SBC frame: CRC-8 with the polynomial x^8 + x^4 + x^3 + x^2 + 1, started at 0x0F (A2DP 1.3.2,
-/// 12.6.1). What it covers may end in the middle of a byte.
+/// The checksum of an SBC frame, a CRC-8 with the polynomial x^8 + x^4 + x^3 + x^2 + 1 and the initial value 0x0F (A2DP
+/// 1.3.2, 12.6.1). The covered data may end in the middle of a byte.
 class Crc {
 public:
     void addByte(unsigned byte) { value_ = Remainders[value_ ^ byte]; }
-    /// Takes four bits, 0 to 15.
+    /// Adds four bits, 0 to 15.
     void addNibble(unsigned nibble) { value_ = (value_ << 4 & 0xF0U) ^ Remainders[value_ >> 4 ^ nibble]; }
     unsigned value() const { return value_; }
 
 private:
     static constexpr unsigned Polynomial = 0x1D;
 
-    /// The remainder of each byte times x^8. The first sixteen entries serve nibbles as well.
+    /// Returns the remainder of byte * x^8 for each byte. addNibble() uses the first 16 entries.
     static constexpr std::array<std::uint8_t, 256> makeRemainders()
     {
         std::array<std::uint8_t, 256> remainders{};

@@ -18,7 +18,7 @@ int Decoder::decode(const std::uint8_t *data, std::size_t size, char *pcm, std::
     if (const int fault = readHeader(data, size, frame); fault != 0)
         return fault;
     if (frame.subbands != subbands_)
-        startAfresh(frame.subbands);
+        resetFilters(frame.subbands);
     if (const int fault = readScaleFactors(data, size, frame); fault != 0)
         return fault;
     Allocation bits;
@@ -27,7 +27,7 @@ int Decoder::decode(const std::uint8_t *data, std::size_t size, char *pcm, std::
     if (frameSize > size)
         return Truncated;
 
-    // unpackSamples() reads whole registers, beyond the frame's end.
+    // Copy the frame, because unpackSamples() reads whole words beyond the frame's end.
     std::uint8_t padded[MaxFrameSize + sizeof(std::uint64_t)];
     std::memcpy(padded, data, frameSize);
     std::memset(padded + frameSize, 0, sizeof(std::uint64_t));
@@ -49,7 +49,7 @@ int Decoder::decode(const std::uint8_t *data, std::size_t size, char *pcm, std::
     return static_cast<int>(frameSize);
 }
 
-void Decoder::startAfresh(int subbands)
+void Decoder::resetFilters(int subbands)
 {
     subbands_ = subbands;
     for (Filter &filter : filters_)

@@ -8,37 +8,38 @@
 
 namespace sbc {
 
-/// Decodes SBC frames (A2DP 1.3.2, 12) to the very PCM that libsbc makes of them, and judges bad frames as libsbc does,
-/// several times faster. It uses no heap, no threads and no library but the C library.
+/// A decoder of SBC frames (A2DP 1.3.2, 12). It returns the same PCM and the same errors as libsbc, several times
+/// faster. It uses no heap, no threads and only the C library.
 ///
-/// A decoder serves one stream. Frames may differ in everything; each says in its header how it is made. Where the
-/// number of subbands changes the decoder starts afresh, because the filter's memory of one has no meaning for the
-/// other.
+/// A decoder serves one stream. Each frame's header describes the frame, and frames may differ in every parameter. When
+/// the number of subbands changes, the decoder clears its filters, because their state is valid only for one number of
+/// subbands.
 class Decoder {
 public:
-    /// PCM of the largest frame in bytes: 16 blocks, 8 subbands, 2 channels.
+    /// Bytes of PCM from the largest frame (16 blocks, 8 subbands, 2 channels).
     static constexpr std::size_t MaxPcmSize = 512;
-    /// The shortest frame in bytes that decodes to MaxPcmSize. No frame makes more PCM per byte.
+    /// Bytes of the shortest frame that decodes to MaxPcmSize. No frame makes more PCM per byte.
     static constexpr std::size_t MinSizeOfMaxPcm = 12;
 
     Decoder();
 
-    /// Decodes the frame at the beginning of `data`. `size` counts all bytes there, also those of later frames; none
-    /// behind them is read.
+    /// Decodes the frame at the beginning of `data`. `size` is the number of readable bytes and may include later
+    /// frames. No byte beyond `size` is read.
     ///
-    /// Returns the bytes that the frame takes, and writes its PCM to `pcm`: 16-bit signed samples in this machine's
-    /// byte order, channels interleaved, `written` bytes. Where `room` bytes do not hold it all, the samples that fit,
-    /// of both channels alike, are written. `pcm` needs no alignment, and may be null where `room` is 0.
+    /// Returns the number of bytes of the frame. Writes the frame's PCM to `pcm` and the number of PCM bytes to
+    /// `written`. PCM is 16-bit signed samples in host byte order, channels interleaved. If `room` bytes cannot hold
+    /// all PCM, writes as many samples as fit, the same number for each channel. `pcm` needs no alignment and may be
+    /// null if `room` is 0.
     ///
-    /// Of a bad frame it returns the Fault (frame.h), sets `written` to 0 and writes nothing, and the next frame sounds
-    /// as if there had been none (unless its header called for a fresh start).
+    /// For a bad frame, returns a Fault (frame.h), sets `written` to 0 and writes nothing to `pcm`. The next frame
+    /// decodes as if the bad frame had not existed, unless the bad frame's header has changed the number of subbands.
     [[gnu::hot]] int decode(const std::uint8_t *data, std::size_t size, char *pcm, std::size_t room,
                             std::size_t &written);
 
 private:
-    void startAfresh(int subbands);
+    void resetFilters(int subbands);
 
-    int subbands_ = 0; ///< of the frames that the filters remember; 0 before the first frame
+    int subbands_ = 0; ///< subbands of the frames in filters_; 0 before the first frame
     Filter filters_[MaxChannels];
     Synthesize *synthesize_;
 };

@@ -11,14 +11,15 @@ constexpr unsigned SyncWord = 0x9C;
 constexpr std::size_t HeaderSize = 4;
 constexpr int MaxBitsPerSample = 16;
 
-/// Field `index` of four bits behind the header. Scale factors are one field; joint flags one (4 subbands) or two (8).
+/// Returns the four-bit field number `index` after the header. A scale factor is one field. The joint flags are one
+/// field for 4 subbands and two fields for 8 subbands.
 unsigned nibble(const std::uint8_t *data, int index)
 {
     const unsigned byte = data[HeaderSize + static_cast<std::size_t>(index / 2)];
     return index % 2 == 0 ? byte >> 4 : byte & 0xF;
 }
 
-/// Of the header's second and third byte and of `nibbles` fields.
+/// Returns the CRC of the header's second and third byte and of the `nibbles` fields after the header.
 unsigned checksum(const std::uint8_t *data, int nibbles)
 {
     Crc crc;
@@ -32,7 +33,7 @@ unsigned checksum(const std::uint8_t *data, int nibbles)
     return crc.value();
 }
 
-/// Bit n of the result is subband n's flag; the frame has subband 0 in the highest bit.
+/// Returns the joint flags with subband n in bit n. The frame has subband 0 in the highest bit.
 unsigned jointFlags(const std::uint8_t *data, int nibbles)
 {
     unsigned joint = 0;

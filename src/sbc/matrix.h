@@ -5,17 +5,18 @@
 
 namespace sbc {
 
-// For N subbands the matrix has 2N rows; row k, column i is cos((i + 1/2)(k + N/2) pi / N) (A2DP 1.3.2, 12.6). Its
-// entries here are floor(2^13 cos(...)), and of each row's sum the upper 17 bits are kept.
+// For N subbands the matrix has 2N rows. The entry in row k and column i is cos((i + 1/2)(k + N/2) pi / N) (A2DP 1.3.2,
+// 12.6). The entries here are floor(2^13 cos(...)). Of each row's sum, the upper 17 bits are used.
 //
-// With eight subbands the cosines repeat: a row of even k reads the same from both ends, a row of odd k changes its
-// sign. Row 8 - k is row k negated, rows 13 to 15 are rows 11 to 9, row 4 is zero, every entry of row 12 is -1. The
-// entries are rounded down, and floor(-x) = -1 - floor(x): each negated entry costs its sample once more. Those are the
-// sums of samples that are subtracted. Row k of four subbands is the first half of row 2k of eight.
+// With eight subbands the cosines repeat. A row of even k is symmetric, and a row of odd k is antisymmetric. Row 8 - k
+// is row k negated. Rows 13 to 15 equal rows 11 to 9. Row 4 is zero, and every entry of row 12 is -1. Because entries
+// are rounded down, floor(-x) = -1 - floor(x) for a negated entry, which subtracts its sample once more. The code
+// subtracts the sum of these samples from the row. Row k of four subbands is the first half of row 2k of eight.
 
 namespace {
 
-/// Rows of even k from sums of samples: e[j] = s[j] + s[7 - j] of eight subbands, e = s of four; `sum` of all samples.
+/// The rows of even k, from the samples s. For eight subbands e[j] = s[j] + s[7 - j], for four subbands e[j] = s[j].
+/// `sum` is the sum of all samples.
 struct EvenRows {
     EvenRows(const Vector (&e)[4], Vector sum)
     {
@@ -36,7 +37,8 @@ struct EvenRows {
     Vector row12;
 };
 
-/// Rows of odd k from differences of samples, d[j] = s[j] - s[7 - j]; `sum` of all samples, `upper` of the upper half.
+/// The rows of odd k for eight subbands, with d[j] = s[j] - s[7 - j]. `sum` is the sum of all samples, and `upper` is
+/// the sum of s[4] to s[7].
 struct OddRows {
     OddRows(const Vector (&d)[4], Vector sum, Vector upper)
     {

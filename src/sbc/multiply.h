@@ -3,8 +3,8 @@
 
 #include "sbc/vectors.h"
 
-// Products by constants. SSE2 has no 32-bit product. It multiplies the 16-bit halves of each lane and adds the two
-// results (pmaddwd); one or two of those steps are faster than a 32-bit product put together from 64-bit ones.
+// Products with constants. SSE2 has no 32-bit product. Its instruction pmaddwd multiplies the 16-bit halves of each
+// lane and adds the two results. One or two such steps are faster than a 32-bit product built from 64-bit products.
 
 namespace sbc {
 
@@ -16,7 +16,7 @@ static inline Vector multiplyHalves(Vector value, Vector factors)
         _mm_madd_epi16(reinterpret_cast<__m128i>(value), reinterpret_cast<__m128i>(factors)));
 }
 
-/// The same pair of 16-bit factors in every lane.
+/// Returns a vector with the same pair of 16-bit factors in every lane.
 template <int Low, int High>
 static inline Vector halves()
 {
@@ -26,7 +26,7 @@ static inline Vector halves()
 
 namespace {
 
-/// Two vectors whose products are wanted as a sum, each x = upper * 2^16 + lower with a signed lower half.
+/// Two vectors for sumOfProducts(). Each value is split into upper * 2^16 + lower, with a signed lower half.
 struct Pair {
     Pair(Vector x, Vector y) : lower((x & 0xFFFF) | y << 16), upper((x + 0x8000) >> 16 | ((y + 0x8000) & 0xFFFF0000)) {}
     Vector lower;
@@ -35,23 +35,23 @@ struct Pair {
 
 } // namespace
 
-/// x * X + y * Y.
+/// Returns x * X + y * Y for Pair(x, y).
 template <int X, int Y>
 static inline Vector sumOfProducts(const Pair &pair)
 {
     return multiplyHalves(pair.lower, halves<X, Y>()) + (multiplyHalves(pair.upper, halves<X, Y>()) << 16);
 }
 
-/// Keeps the upper 17 bits of each lane for product(): the upper half as it is, and bit 15 moved to bit 0 of the lower
-/// half.
+/// Returns the upper 17 bits of each lane in the format of product(). The upper half is unchanged, and bit 15 moves to
+/// bit 0.
 static inline Vector keepUpper17(Vector value)
 {
     const __m128i carried = _mm_mulhi_epu16(reinterpret_cast<__m128i>(value), _mm_set1_epi32(2));
     return (value & 0xFFFF0000) | reinterpret_cast<Vector>(carried);
 }
 
-/// Factor times the 17 bits: the upper half counts twice, the lower half once. A Factor that doubled does not fit a
-/// half is split into a multiple of four and a rest.
+/// Returns Factor times the 17-bit value of each lane. The upper half is multiplied by 2 * Factor and the lower half by
+/// Factor. If 2 * Factor does not fit into 16 bits, Factor is split into a multiple of four and a remainder.
 template <int Factor>
 static inline Vector product(Vector kept)
 {

@@ -6,18 +6,18 @@
 
 namespace sbc {
 
-/// Sums of the window by sample of a block, in the order in which they are heard, and by block. Divided by 2^15 and
-/// clipped they are the PCM.
+/// Window sums, indexed by sample of a block and by block. Samples are in playing order, channels interleaved. A sum
+/// divided by 2^15 and clipped is a PCM sample.
 using Sums = std::uint32_t[MaxSubbands * MaxChannels][MaxBlocks];
 
-// storePcm() writes the samples of as many blocks, from `block` on, as a vector has lanes. A word is two samples, the
-// first at the lower address.
+// storePcm() writes the samples of Lanes blocks, starting with `block`. A word is two samples, the first at the lower
+// address.
 
 #if defined(__SSE2__)
 
 namespace {
 
-/// Two words of four blocks.
+/// Two words of each of four blocks.
 struct WordPair {
     WordPair(Vector first0, Vector second0, Vector first1, Vector second1)
     {
@@ -72,7 +72,8 @@ static inline std::uint32_t *wordsAt(char *pcm)
     return static_cast<std::uint32_t *>(static_cast<void *>(pcm)); // NEON stores to any address
 }
 
-/// A saturating shift to the left by one clips, and leaves the sum divided by 2^15 in the upper half.
+/// Returns two samples per lane. The saturating left shift by one clips the sum and leaves sum / 2^15 in the upper
+/// half.
 static inline uint32x4_t makeWord(Vector first, Vector second)
 {
     const int32x4_t low = vqshlq_n_s32(reinterpret_cast<int32x4_t>(first), 1);

@@ -9,16 +9,16 @@ namespace sbc {
 
 namespace {
 
-// A sample of b bits with the value a stands for
+// A sample of b bits with the value a means
 //     floor((2a + 1) 2^s / L) - 2^s,   where L = 2^b - 1 and s = scale factor + 3 (three bits are kept for precision).
 // A product replaces the division: floor((2a + 1) r / 2^40) - 2^s, where r is 2^(s + 40) / L, increased by at most 1.
-// It is exact. The excess of r makes (2a + 1) r / 2^40 too large by 2^17 / 2^40 at most; a quotient that is not an
-// integer lies 1 / L > 2^-16 below the next integer at least. No product reaches 2^60.
+// The result is exact. The excess of r makes (2a + 1) r / 2^40 too large by at most 2^17 / 2^40. A quotient that is not
+// an integer is at least 1 / L > 2^-16 below the next integer. Every product is below 2^60.
 constexpr int ProductBits = 40;
 constexpr int PrecisionBits = 3;
 constexpr int MaxScaleBits = 15 + PrecisionBits;
 
-/// floor(2^58 / L) for L of 1 to 16 bits. Shifted right by 18 - s, and plus 1, this is r.
+/// Returns floor(2^58 / L) for 1 to 16 bits. r is this value shifted right by 18 - s, plus 1.
 constexpr std::array<std::uint64_t, 17> makeReciprocals()
 {
     std::array<std::uint64_t, 17> reciprocals{};
@@ -28,16 +28,16 @@ constexpr std::array<std::uint64_t, 17> makeReciprocals()
 }
 constexpr std::array<std::uint64_t, 17> Reciprocals = makeReciprocals();
 
-/// A register's worth of the stream. Loaded from the byte that holds a bit, it has at least WordBits - 7 bits from that
-/// bit on.
+/// One register of the stream. A word loaded from the byte of a bit has at least WordBits - 7 bits, starting with that
+/// bit.
 using Word = std::conditional_t<sizeof(void *) == 8, std::uint64_t, std::uint32_t>;
 constexpr unsigned WordBits = 8 * sizeof(Word);
 
-/// One subband that has bits: a sample is (value * factor + offset) >> 40.
-struct Coded {
+/// A subband with bits. A sample is (value * factor + offset) >> 40.
+struct CodedSubband {
     std::uint64_t factor;
     std::uint64_t offset;
-    std::uint32_t *blocks; ///< where its samples go
+    std::uint32_t *blocks; ///< destination of the samples
     std::uint32_t mask;
     std::uint32_t rotation; ///< WordBits - bits
 };
@@ -53,22 +53,22 @@ Word loadWord(const std::uint8_t *data)
     return word;
 }
 
-/// Subbands whose samples follow each other in the stream and are read with one load a block.
+/// Adjacent subbands of the stream whose samples of one block are read with one load.
 struct Run {
-    const Coded *end;
+    const CodedSubband *end;
     unsigned bits;
 };
 
 /// The coded subbands of a frame, in the stream's order.
 struct Layout {
-    Coded coded[MaxChannels * MaxSubbands];
+    CodedSubband coded[MaxChannels * MaxSubbands];
     Run runs[MaxChannels * MaxSubbands];
     const Run *runsEnd;
 };
 
 void makeLayout(const Frame &frame, const Allocation &allocation, Samples &samples, Layout &layout)
 {
-    Coded *coded = layout.coded;
+    CodedSubband *coded = layout.coded;
     Run *run = layout.runs;
     run->bits = 0;
     for (int channel = 0; channel < frame.channels; ++channel) {
@@ -102,12 +102,13 @@ void unpackSamples(const std::uint8_t *data, const Frame &frame, const Allocatio
     makeLayout(frame, bits, samples, layout);
     std::size_t position = frame.samplesStart;
     for (int block = 0; block < frame.blocks; ++block) {
-        const Coded *coded = layout.coded;
+        const CodedSubband *coded = layout.coded;
         for (const Run *run = layout.runs; run != layout.runsEnd; ++run) {
             Word word = loadWord(data + position / 8) << position % 8;
             position += run->bits;
             for (; coded != run->end; ++coded) {
-                word = word >> coded->rotation | word << (WordBits - coded->rotation); // the value comes last
+                // Rotate the sample's value into the lowest bits.
+                word = word >> coded->rotation | word << (WordBits - coded->rotation);
                 const auto value = static_cast<std::int64_t>((word & coded->mask) * coded->factor + coded->offset);
                 coded->blocks[block] = static_cast<std::uint32_t>(value >> ProductBits);
             }

@@ -11,16 +11,16 @@ namespace sbc {
 
 namespace {
 
-/// Where Filter keeps the matrix's row k of 2 * Subbands. Row Subbands / 2, all zeros, has no place, and the result for
-/// it must not be used.
+/// Returns the index in Filter of the matrix's row k, 0 to 2 * Subbands - 1. Row Subbands / 2 is all zeros and is not
+/// stored, so do not use the result for that row.
 template <int Subbands>
-constexpr int keptRow(int k)
+constexpr int storedRow(int k)
 {
     const int distinct = k > Subbands * 3 / 2 ? 3 * Subbands - k : k;
     return distinct > Subbands / 2 ? distinct - 1 : distinct;
 }
 
-/// Left and right of the subbands that hold sum and difference.
+/// Replaces sum and difference by left and right in the joint subbands.
 void separateJoint(const Frame &frame, Samples &samples)
 {
     for (int subband = 0; subband < frame.subbands; ++subband) {
@@ -37,23 +37,23 @@ void separateJoint(const Frame &frame, Samples &samples)
     }
 }
 
-/// The matrix, for the blocks from `block` on.
+/// Applies the matrix to Lanes blocks, starting with `block`.
 template <int Subbands>
 void matrix(const Samples &samples, int channel, Filter &filter, int block)
 {
     const auto sample = [&](int subband) { return load(samples.values[channel][subband] + block); };
-    const auto keep = [&](int row, Vector value) {
-        store(filter.rows[keptRow<Subbands>(row)] + Filter::History + block, keepUpper17(value));
+    const auto storeRow = [&](int row, Vector value) {
+        store(filter.rows[storedRow<Subbands>(row)] + Filter::History + block, keepUpper17(value));
     };
     if constexpr (Subbands == 4) {
         const Vector e[] = {sample(0), sample(1), sample(2), sample(3)};
         const EvenRows even(e, e[0] + e[1] + e[2] + e[3]);
-        keep(0, even.row0);
-        keep(1, even.row2);
-        keep(3, even.row6);
-        keep(4, even.row8);
-        keep(5, even.row10);
-        keep(6, even.row12);
+        storeRow(0, even.row0);
+        storeRow(1, even.row2);
+        storeRow(3, even.row6);
+        storeRow(4, even.row8);
+        storeRow(5, even.row10);
+        storeRow(6, even.row12);
     } else {
         Vector e[4];
         Vector d[4];
@@ -68,28 +68,28 @@ void matrix(const Samples &samples, int channel, Filter &filter, int block)
         const Vector sum = e[0] + e[1] + e[2] + e[3];
         const EvenRows even(e, sum);
         const OddRows odd(d, sum, upper);
-        keep(0, even.row0);
-        keep(1, odd.row1);
-        keep(2, even.row2);
-        keep(3, odd.row3);
-        keep(5, odd.row5);
-        keep(6, even.row6);
-        keep(7, odd.row7);
-        keep(8, even.row8);
-        keep(9, odd.row9);
-        keep(10, even.row10);
-        keep(11, odd.row11);
-        keep(12, even.row12);
+        storeRow(0, even.row0);
+        storeRow(1, odd.row1);
+        storeRow(2, even.row2);
+        storeRow(3, odd.row3);
+        storeRow(5, odd.row5);
+        storeRow(6, even.row6);
+        storeRow(7, odd.row7);
+        storeRow(8, even.row8);
+        storeRow(9, odd.row9);
+        storeRow(10, even.row10);
+        storeRow(11, odd.row11);
+        storeRow(12, even.row12);
     }
 }
 
-/// Sample `Output` of every block: five values of the row Output, from every second block back, and five of the row
-/// Output + Subbands from those between.
+/// Computes sample `Output` of every block. The sum has five values of row Output, from the block and every second
+/// block before it, and five values of row Output + Subbands, from the blocks between.
 template <int Subbands, int Output>
 void window(const Filter &filter, int blocks, std::uint32_t *sums)
 {
-    const std::uint32_t *row = filter.rows[keptRow<Subbands>(Output)] + Filter::History;
-    const std::uint32_t *between = filter.rows[keptRow<Subbands>(Output + Subbands)] + Filter::History - 1;
+    const std::uint32_t *row = filter.rows[storedRow<Subbands>(Output)] + Filter::History;
+    const std::uint32_t *between = filter.rows[storedRow<Subbands>(Output + Subbands)] + Filter::History - 1;
     constexpr int Opposite = Subbands - Output;
     for (int block = 0; block < blocks; block += Lanes, row += Lanes, between += Lanes) {
         Vector sum = product<windowAt<Subbands>(Opposite, 4)>(load(between))
@@ -97,7 +97,7 @@ void window(const Filter &filter, int blocks, std::uint32_t *sums)
             + product<windowAt<Subbands>(Opposite, 2)>(load(between - 4))
             + product<windowAt<Subbands>(Opposite, 1)>(load(between - 6))
             + product<windowAt<Subbands>(Opposite, 0)>(load(between - 8));
-        if constexpr (Output != Subbands / 2) {                      // that row is zero
+        if constexpr (Output != Subbands / 2) {                      // row Subbands / 2 is zero
             sum += product<windowAt<Subbands>(Output, 0)>(load(row)) //
                 + product<windowAt<Subbands>(Output, 1)>(load(row - 2))
                 + product<windowAt<Subbands>(Output, 2)>(load(row - 4))
@@ -114,7 +114,7 @@ void windows(const Filter *filters, int blocks, Sums &sums, std::integer_sequenc
     (window<Subbands, Index / Channels>(filters[Index % Channels], blocks, sums[Index]), ...);
 }
 
-/// Moves the latest values of a row to its beginning.
+/// Moves the last Filter::History values of a row to its beginning.
 template <int... Index>
 void keepHistory(std::uint32_t *row, int blocks, std::integer_sequence<int, Index...> /*vectors*/)
 {
@@ -133,9 +133,9 @@ void run(int blocks, const Samples &samples, Filter *filters, char *pcm)
     windows<Subbands, Channels>(filters, blocks, sums, std::make_integer_sequence<int, BlockSamples>());
     for (int block = 0; block < blocks; block += Lanes)
         storePcm<BlockSamples>(pcm + 2 * BlockSamples * block, sums, block);
-    constexpr int KeptRows = Subbands * 3 / 2;
+    constexpr int StoredRows = Subbands * 3 / 2;
     for (int channel = 0; channel < Channels; ++channel) {
-        for (int row = 0; row < KeptRows; ++row)
+        for (int row = 0; row < StoredRows; ++row)
             keepHistory(filters[channel].rows[row], blocks, std::make_integer_sequence<int, Filter::History / Lanes>());
     }
 }

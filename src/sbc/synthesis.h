@@ -5,23 +5,24 @@
 
 namespace sbc {
 
-/// Memory of one channel's synthesis filter: the matrix's results, row by row over time. 8 subbands have 16 rows, of
-/// which 12 are distinct and not zero; the window looks back nine blocks, and twelve are kept, a multiple of four.
+/// The state of one channel's synthesis filter. It has the matrix's results by row and time. For 8 subbands the matrix
+/// has 16 rows, and 12 of them are distinct and not zero. The window reads nine blocks back, and the filter keeps
+/// twelve, a multiple of four.
 struct alignas(16) Filter {
     static constexpr int Rows = 12;
     static constexpr int History = 12;
     std::uint32_t rows[Rows][History + MaxBlocks] = {};
 };
 
-/// Turns samples into PCM (A2DP 1.3.2, 12.6.5 and 12.6.6): 16-bit, in this machine's byte order, channels interleaved.
-/// It takes frame.blocks * frame.subbands * frame.channels * 2 bytes at `pcm`, which needs no alignment. Joint subbands
-/// are separated in `samples` itself. Channel n uses filters[n]; a mono frame leaves the second alone.
+/// Converts samples to 16-bit PCM in host byte order, channels interleaved (A2DP 1.3.2, 12.6.5 and 12.6.6). Writes
+/// frame.blocks * frame.subbands * frame.channels * 2 bytes to `pcm`, which needs no alignment. Separates joint
+/// subbands in place in `samples`. Channel n uses filters[n], and a mono frame does not change filters[1].
 using Synthesize = void(const Frame &frame, Samples &samples, Filter *filters, char *pcm);
 
-/// For any processor that this program runs on.
+/// Runs on every processor that the program supports.
 Synthesize synthesize;
 
-/// The fastest for the processor at hand.
+/// Returns the fastest function for the current processor.
 Synthesize *chooseSynthesis();
 
 } // namespace sbc

@@ -1,4 +1,4 @@
 // SPDX-License-Identifier: MIT
-// synthesis.cpp once more, compiled with -mfpu=neon for programs that are to run on 32-bit ARM with and without it.
+// Compiles synthesis.cpp again, with -mfpu=neon, for programs that run on 32-bit ARM with and without NEON.
 #define SBC_SYNTHESIZE synthesizeNeon
 #include "sbc/synthesis.cpp"

@@ -11,9 +11,9 @@
 #define SBC_NEON
 #endif
 
-// Vectors of successive blocks, by the compiler's vector extensions: four lanes with SSE2 or NEON, one lane otherwise.
-// Lanes are unsigned because sums and products may wrap; the numbers in them are signed. Functions are static and types
-// are in unnamed namespaces, because a program may hold this code twice, compiled for two processors.
+// Vectors of successive blocks, with the compiler's vector extensions. A vector has four lanes with SSE2 or NEON and
+// one lane otherwise. The values are signed, and the lanes are unsigned because sums and products may wrap. Functions
+// are static and types are in unnamed namespaces, because a program may contain this code twice, for two processors.
 
 namespace sbc {
 
@@ -27,7 +27,7 @@ static inline Vector splat(std::uint32_t value)
     return Vector{value, value, value, value};
 }
 
-/// Each lane divided by 2^Bits, rounded down.
+/// Returns each lane divided by 2^Bits, rounded down.
 template <int Bits>
 static inline Vector shiftRight(Vector value)
 {

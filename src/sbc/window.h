@@ -5,9 +5,9 @@
 
 namespace sbc {
 
-// The window of the synthesis filter, floor(2^15 D), where D is -N times the prototype filter's coefficients of A2DP
-// 1.3.2, 12.8, for N subbands. Row i holds D[i], D[i + 2N], ... D[i + 8N]. D[i + N], D[i + 3N], ... D[i + 9N] are row
-// N - i read backwards, because D[j] = D[10N - j] unless j is a multiple of 2N.
+// The window of the synthesis filter, floor(2^15 D). For N subbands, D is -N times the coefficients of the prototype
+// filter (A2DP 1.3.2, 12.8). Row i has D[i], D[i + 2N], ... D[i + 8N]. The values D[i + N], D[i + 3N], ... D[i + 9N]
+// are row N - i in reverse order, because D[j] = D[10N - j] unless j is a multiple of 2N.
 
 constexpr int Taps = 5;
 
