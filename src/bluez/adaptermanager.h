@@ -26,7 +26,7 @@ class Transport;
 class AdapterManager : public AbstractManager, public QDBusContext {
     Q_OBJECT
 public:
-    /// Requests the service name (a refusal is a fatal message), opens the local audio socket and starts to search for
+    /// Requests the service name (a refusal is a fatal message), opens the local audio socket and starts the search for
     /// an adapter. If `aacDisabled`, phones are offered SBC only. `player` must outlive the manager.
     AdapterManager(bool aacDisabled, PlayerRequests &player, QObject *parent = nullptr);
     ~AdapterManager() override;

@@ -25,7 +25,7 @@ void ReplyHandler::send(const Call &call)
 {
     QDBusMessage message = QDBusMessage::createMethodCall(Service, call.path, call.interface, call.method);
     message.setArguments(call.arguments);
-    ofProperty_ = call.interface == PropertiesInterface;
+    isPropertyCall_ = call.interface == PropertiesInterface;
     QDBusConnection bus = QDBusConnection::systemBus();
     // Not QDBusPendingCallWatcher, because it is created after the call. A signal sent after the reply could then
     // arrive before the reply.
@@ -51,7 +51,7 @@ void ReplyHandler::failed(const QDBusError &error, const QDBusMessage &call)
 void ReplyHandler::finish(const QDBusMessage &reply)
 {
     deleteLater();
-    if (ofProperty_)
+    if (isPropertyCall_)
         logDebug() << reply.errorName() << reply.errorMessage();
     if (pendingCall_)
         pendingCall_->finish(reply);

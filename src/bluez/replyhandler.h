@@ -35,7 +35,7 @@ private:
 
     Need need_;
     PendingCall *pendingCall_;
-    bool ofProperty_ = false;
+    bool isPropertyCall_ = false;
 };
 
 } // namespace bluez

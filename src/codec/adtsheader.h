@@ -8,7 +8,7 @@
 namespace adts {
 
 constexpr int HeaderSize = 7; ///< bytes
-/// Bytes of the longest frame, because the frame length field has 13 bits and includes the header.
+/// Bytes of the longest frame. The frame length field has 13 bits and includes the header.
 constexpr int MaxFrameSize = 8191;
 constexpr int MaxPayloadSize = MaxFrameSize - HeaderSize;
 

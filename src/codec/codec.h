@@ -44,7 +44,8 @@ protected:
     Codec(const Codec &) = delete;
     Codec &operator=(const Codec &) = delete;
 
-    /// Returns the first of `count` single-bit preferences that is set in `mask`, or the very first if none is set.
+    /// Returns the first of `count` single-bit preferences that is set in `mask`, or the first preference if none is
+    /// set.
     static unsigned pickPreferred(unsigned mask, const unsigned *preferences, int count);
 
     template <std::size_t Count>

@@ -3,7 +3,7 @@
 
 #include "codec/codec.h"
 
-/// The codec MPEG-1,2 audio (A2DP 1.3.2, 4.4). It negotiates with fixed values and drops all packets. It is a base for
+/// The codec MPEG-1,2 audio (A2DP 1.3.2, 4.4). It negotiates with fixed values and drops all packets. It prepares for
 /// players that support mp3. No endpoint offers this codec yet, because a phone that chose it would be silent.
 class CodecMP3 final : public Codec {
 public:

@@ -17,19 +17,19 @@ class QSocketNotifier;
 
 /// The event loop of the main thread. It serves QTimer, QSocketNotifier and events posted by any thread.
 ///
-/// Not Qt's event dispatcher, because the wake-up dominates the cost of a packet once the decoder is fast. A packet
-/// takes 700 user instructions besides the decoder's with this class and a DirectNotifier, and 4,100 with Qt's
-/// dispatcher.
+/// Not Qt's event dispatcher, because the wake-up dominates the cost of a packet once the decoder is fast. Besides the
+/// decoder's instructions, a packet takes 700 user instructions with this class and a DirectNotifier. With Qt's
+/// dispatcher it takes 4,100.
 ///
-/// An iteration is one epoll_wait() for one event. It handles posted events only after wakeUp(), which Qt calls for
-/// each posted event. Qt's own dispatchers check for posted events in every iteration, rebuild their poll set from a
-/// hash table and search the set again afterwards.
+/// One iteration of the loop is one epoll_wait() for one event. The loop handles posted events only after wakeUp(),
+/// which Qt calls for each posted event. Qt's own dispatchers check for posted events in every iteration, rebuild their
+/// poll set from a hash table and search the set again afterwards.
 ///
 /// wakeUp() blocks QtDBus's thread while that thread posts events faster than the main thread handles them. During a
 /// flood of signals QtDBus then reads no faster than the main thread works, and packets are still handled in between.
-/// The bus daemon queues the remaining signals or drops them at its own limit. Without the block, QtDBus reads until 63
-/// MiB of messages are queued. libdbus then stops reading for good, because it asks for the restart in the main thread,
-/// and QtDBus can restart the reading only in its own thread.
+/// The bus daemon queues the remaining signals or drops them at its own limit. Without this limit, QtDBus reads until
+/// the queued messages take 63 MiB. libdbus then stops reading for good, because it asks for the restart in the main
+/// thread, and QtDBus can restart the reading only in its own thread.
 ///
 /// Timers of every type are accurate to the millisecond. Delete or disable a notifier before closing its descriptor.
 /// Event loops cannot be nested: a handler that starts one ends the process with a fatal message. Process flags other

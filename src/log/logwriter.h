@@ -9,8 +9,8 @@
 /// without a wait until the reader reads again. A line whose write fails is lost.
 class LogWriter {
 public:
-    /// Writes `line`, which has no line feed, and a line feed to standard error. A line longer than PIPE_BUF (4096
-    /// bytes) may be cut when the reader stalls.
+    /// Writes `line` and a line feed to standard error. A line longer than PIPE_BUF (4096 bytes) may be cut when the
+    /// reader stalls.
     void toStderr(const QByteArray &line);
 
     /// Sends `line` to the datagram socket /dev/log with facility user, priority info and the program's name, in the

@@ -17,7 +17,7 @@ class PlayerRequests;
 class csr8675Manager : public AbstractManager {
     Q_OBJECT
 public:
-    /// Opens the serial line, requests the service name and starts to check the module's settings. Ends the process
+    /// Opens the serial line, requests the service name and starts checking the module's settings. Ends the process
     /// with status 1 if the line cannot be opened. A refused service name is a fatal message. `player` must outlive the
     /// manager.
     explicit csr8675Manager(PlayerRequests &player);

@@ -8,8 +8,8 @@
 /// A splitter of serial input into lines that end in CR or LF. Each byte is one Latin-1 character.
 class LineReader {
 public:
-    /// Characters of the longest line that is accepted. The module's lines have about 40 characters, or up to 248 bytes
-    /// more with a phone's name. A command that quotes such a line fits into SerialLine::MaxUnsentBytes.
+    /// Characters of the longest line that is accepted. The module's lines have about 40 characters, and a phone's name
+    /// adds at most 248 bytes. A command that quotes such a line fits into SerialLine::MaxUnsentBytes.
     static constexpr int MaxLineLength = 1024;
 
     /// Appends the bytes of one read up to the first zero byte. Returns the lines that are now complete, including

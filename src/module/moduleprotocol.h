@@ -12,7 +12,7 @@
 struct ModuleReaction {
     QByteArray command;       ///< to write to the module, including carriage returns; may be empty
     bool notify = false;      ///< notify the player when the burst of lines is over
-    bool queryStatus = false; ///< ask the module for its status some time later
+    bool queryStatus = false; ///< ask the module for its status after a delay
 };
 
 /// The text protocol of the CSR8675, independent of the port. It takes lines and returns reactions.

@@ -25,7 +25,7 @@ public:
     explicit AudioClient(FileDescriptor socket);
     ~AudioClient() override;
 
-    /// Returns false after a write has failed because the client has gone.
+    /// Returns false once a send has failed because the client has gone.
     bool isConnected() const { return socket_.isValid(); }
     /// Asks the kernel whether the client has closed the connection.
     bool hasHungUp() const;

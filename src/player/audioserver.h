@@ -18,7 +18,7 @@ public:
     /// dropped.
     static constexpr size_t WaitingLimit = 30;
 
-    /// Removes a stale socket of that name and listens. Logs a failure and retries every second.
+    /// Removes a stale socket of that name and listens. If that fails, logs a warning and retries every second.
     explicit AudioServer(QObject *parent = nullptr);
 
     /// Accepts pending connections now, so that a new client does not miss the current packet.

@@ -20,8 +20,8 @@ constexpr int TimeoutMs = 10'000;
 // One fewer than the connections of QNetworkAccessManager to one host (6), so that each request is sent at once.
 constexpr int MaxUnanswered = 5;
 
-// Beyond this limit the oldest requests are dropped. Each notification has the whole state, and an old request to play
-// is obsolete.
+// Beyond this limit the oldest requests are dropped, because each notification has the whole state and an old request
+// to play is obsolete.
 constexpr int MaxQueued = 64;
 
 } // namespace

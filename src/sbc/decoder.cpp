@@ -11,7 +11,7 @@ namespace sbc {
 
 Decoder::Decoder() : synthesize_(chooseSynthesis()) {}
 
-int Decoder::decode(const std::uint8_t *data, std::size_t size, char *pcm, std::size_t room, std::size_t &written)
+int Decoder::decode(const std::uint8_t *data, std::size_t size, char *pcm, std::size_t capacity, std::size_t &written)
 {
     written = 0;
     Frame frame;
@@ -36,13 +36,13 @@ int Decoder::decode(const std::uint8_t *data, std::size_t size, char *pcm, std::
 
     const auto group = sizeof(std::int16_t) * static_cast<std::size_t>(frame.channels);
     const std::size_t pcmSize = group * static_cast<std::size_t>(frame.blocks * frame.subbands);
-    if (room >= pcmSize) {
+    if (capacity >= pcmSize) {
         synthesize_(frame, samples, filters_, pcm);
         written = pcmSize;
     } else {
         char whole[MaxPcmSize];
         synthesize_(frame, samples, filters_, whole);
-        written = room - room % group;
+        written = capacity - capacity % group;
         if (written > 0)
             std::memcpy(pcm, whole, written);
     }

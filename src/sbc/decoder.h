@@ -27,13 +27,13 @@ public:
     /// frames. No byte beyond `size` is read.
     ///
     /// Returns the number of bytes of the frame. Writes the frame's PCM to `pcm` and the number of PCM bytes to
-    /// `written`. PCM is 16-bit signed samples in host byte order, channels interleaved. If `room` bytes cannot hold
-    /// all PCM, writes as many samples as fit, the same number for each channel. `pcm` needs no alignment and may be
-    /// null if `room` is 0.
+    /// `written`. PCM is 16-bit signed samples in host byte order, channels interleaved. If `capacity` bytes cannot
+    /// hold all PCM, writes as many samples as fit, the same number for each channel. `pcm` needs no alignment and may
+    /// be null if `capacity` is 0.
     ///
     /// For a bad frame, returns a Fault (frame.h), sets `written` to 0 and writes nothing to `pcm`. The next frame
     /// decodes as if the bad frame had not existed, unless the bad frame's header has changed the number of subbands.
-    [[gnu::hot]] int decode(const std::uint8_t *data, std::size_t size, char *pcm, std::size_t room,
+    [[gnu::hot]] int decode(const std::uint8_t *data, std::size_t size, char *pcm, std::size_t capacity,
                             std::size_t &written);
 
 private:

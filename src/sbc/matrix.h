@@ -9,9 +9,9 @@ namespace sbc {
 // 12.6). The entries here are floor(2^13 cos(...)). Of each row's sum, the upper 17 bits are used.
 //
 // With eight subbands the cosines repeat. A row of even k is symmetric, and a row of odd k is antisymmetric. Row 8 - k
-// is row k negated. Rows 13 to 15 equal rows 11 to 9. Row 4 is zero, and every entry of row 12 is -1. Because entries
-// are rounded down, floor(-x) = -1 - floor(x) for a negated entry, which subtracts its sample once more. The code
-// subtracts the sum of these samples from the row. Row k of four subbands is the first half of row 2k of eight.
+// is row k negated. Rows 13 to 15 equal rows 11 to 9. Row 4 is zero, and every entry of row 12 is -1. Entries are
+// rounded down, and floor(-x) = -1 - floor(x), so a negated entry subtracts its sample once more. The code subtracts
+// the sum of these samples from the row. Row k of four subbands is the first half of row 2k of eight.
 
 namespace {
 
