@@ -3,7 +3,6 @@
 include(CheckCXXCompilerFlag)
 include(CheckCXXSourceCompiles)
 include(CheckIPOSupported)
-include(CheckPIESupported)
 
 add_library(kado_flags INTERFACE)
 target_compile_options(kado_flags INTERFACE
@@ -42,9 +41,11 @@ if(KADO_PACKS_RELOCATIONS)
 endif()
 
 if(KADO_HARDENING)
-    check_pie_supported(LANGUAGES CXX)
+    # Not by check_pie_supported(), which also links with -fPIE. The optimizer would then copy Qt's static objects into the
+    # program, and Qt compares their addresses.
     set(CMAKE_POSITION_INDEPENDENT_CODE ON)
-    target_link_options(kado_flags INTERFACE -Wl,-z,relro -Wl,-z,now)
+    target_link_options(kado_flags INTERFACE
+        $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-pie> -Wl,-z,relro -Wl,-z,now)
     # Optimized builds alone: _FORTIFY_SOURCE needs the optimizer, and AddressSanitizer does the same work in debug builds.
     target_compile_options(kado_flags INTERFACE "$<${release}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
     foreach(option -fstack-protector-strong -fstack-clash-protection -fcf-protection -mbranch-protection=standard)
