@@ -43,7 +43,7 @@ QString groupName(gid_t group)
     return entry ? QString::fromLocal8Bit(entry->gr_name) : QString::number(group);
 }
 
-std::optional<uid_t> userNamed(const char *name)
+std::optional<uid_t> findUser(const char *name)
 {
     if (const passwd *entry = ::getpwnam(name))
         return entry->pw_uid;
@@ -58,7 +58,7 @@ bool isMember(uid_t user, const char *group)
     return entry && isAmong(entry->gr_gid, groupsOf(user));
 }
 
-bool mayUse(uid_t user, const struct stat &file, Access access)
+bool hasAccess(uid_t user, const struct stat &file, Access access)
 {
     constexpr int GroupShift = 3;
     constexpr int OwnerShift = 6;

@@ -8,24 +8,26 @@
 
 namespace doctor {
 
-/// The user whom the service's unit names, and the group whose members may use the service.
+/// The user in the shipped unit of the service, and the group whose members may use the service.
 inline constexpr char ServiceUser[] = "kado-bt";
 
-/// The name, or the number of one who has none.
+/// Returns the name of a user, or the number when the account is unknown.
 QString userName(uid_t user);
+/// Returns the name of a group, or the number when the group is unknown.
 QString groupName(gid_t group);
 
-std::optional<uid_t> userNamed(const char *name);
+/// Returns the id of the user of this name, or nothing when the account is unknown.
+std::optional<uid_t> findUser(const char *name);
 
-/// Whether the user is root, or a member of the group of this name.
+/// Returns true for root and for a member of the group of this name.
 bool isMember(uid_t user, const char *group);
 
 enum class Access : mode_t { Read = S_IROTH, Write = S_IWOTH, ReadWrite = S_IROTH | S_IWOTH };
 
-/// Whether owner, group and mode of a file let the user do this with it; the folders on the way are not looked at.
-bool mayUse(uid_t user, const struct stat &file, Access access);
+/// Returns whether owner, group and mode of `file` grant `access` to `user`. Does not check the folders of its path.
+bool hasAccess(uid_t user, const struct stat &file, Access access);
 
-/// Owner, group and mode, for a person.
+/// Returns owner, group and mode as text: "root:dialout, mode 0660".
 QString ownership(const struct stat &file);
 
 } // namespace doctor

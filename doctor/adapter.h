@@ -9,10 +9,11 @@
 
 namespace doctor {
 
-/// BlueZ and the adapter that kado-bt uses, its first: whether phones can find the speaker, as one that plays.
-Findings lookAtAdapter(const Peer &bluez, uid_t caller);
+/// Checks BlueZ and its first adapter, which is the one that kado-bt uses. Finds out whether phones can find the
+/// speaker and see it as an audio device. `caller`: the user who runs this program.
+Findings checkAdapter(const Peer &bluez, uid_t caller);
 
-/// BlueZ's objects; none when it did not tell them.
+/// Returns BlueZ's objects, or nothing when the reply is an error or has other types.
 std::optional<DBusManagerStruct> objectsOf(const Peer &bluez);
 
 } // namespace doctor

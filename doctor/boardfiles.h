@@ -8,13 +8,14 @@
 
 namespace doctor {
 
-/// Whether the device file selects an external module: then there is no BlueZ to look at.
+/// Returns whether the device file selects an external module. Such a board has no BlueZ to check.
 bool boardHasModule();
 
-/// The speaker's name as kado-bt reads it, empty without one; what is no file is left alone.
+/// Returns the speaker's name as kado-bt reads it. Empty without a name, and when the path is not a regular file: such
+/// a file is not opened.
 QString speakerName();
 
-/// The device file and the file of the speaker's name. `serviceUser`, if there is one, has to be able to read them.
-Findings lookAtBoardFiles(std::optional<uid_t> serviceUser);
+/// Checks the device file and the file of the speaker's name. `serviceUser`, if known, must be able to read both.
+Findings checkBoardFiles(std::optional<uid_t> serviceUser);
 
 } // namespace doctor

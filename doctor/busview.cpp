@@ -24,17 +24,17 @@ QDBusMessage call(const QString &service, const QString &path, const QString &in
 QVariant askBus(const QDBusConnection &bus, const char *method, const QVariantList &arguments)
 {
     const QString name = "org.freedesktop.DBus";
-    const QDBusMessage answer = bus.call(call(name, "/org/freedesktop/DBus", name, method, arguments), QDBus::Block,
-                                         static_cast<int>(AnswerLimit.count()));
-    return answer.type() == QDBusMessage::ReplyMessage ? answer.arguments().value(0) : QVariant();
+    const QDBusMessage reply = bus.call(call(name, "/org/freedesktop/DBus", name, method, arguments), QDBus::Block,
+                                        static_cast<int>(CallTimeout.count()));
+    return reply.type() == QDBusMessage::ReplyMessage ? reply.arguments().value(0) : QVariant();
 }
 
-Peer lookAt(const QDBusConnection &bus, const QString &name)
+Peer queryService(const QDBusConnection &bus, const QString &name)
 {
     Peer peer;
     const QString owner = askBus(bus, "GetNameOwner", {name}).toString();
-    peer.isThere = !owner.isEmpty();
-    if (!peer.isThere)
+    peer.hasOwner = !owner.isEmpty();
+    if (!peer.hasOwner)
         return peer;
     if (const QVariant user = askBus(bus, "GetConnectionUnixUser", {owner}); user.isValid())
         peer.user = user.toUInt();
@@ -44,7 +44,7 @@ Peer lookAt(const QDBusConnection &bus, const QString &name)
 
 } // namespace
 
-BusView lookAtBus()
+BusView queryBus()
 {
     BusView view;
     const QDBusConnection bus = QDBusConnection::connectToBus(QDBusConnection::SystemBus, "doctor");
@@ -52,38 +52,38 @@ BusView lookAtBus()
         view.error = bus.lastError().message();
         return view;
     }
-    view.serviceIsStarted = askBus(bus, "ListActivatableNames", {}).toStringList().contains(control::Service);
-    view.service = lookAt(bus, control::Service);
-    view.bluez = lookAt(bus, bluez::Service);
+    view.isActivatable = askBus(bus, "ListActivatableNames", {}).toStringList().contains(control::Service);
+    view.service = queryService(bus, control::Service);
+    view.bluez = queryService(bus, bluez::Service);
 
-    const auto limit = static_cast<int>(AnswerLimit.count());
+    const auto limit = static_cast<int>(CallTimeout.count());
     QDBusPendingCall state = bus.asyncCall(
         call(control::Service, control::ObjectPath, bluez::PropertiesInterface, "GetAll", {"org.kadobt.commands"}),
         limit);
     QDBusPendingCall objects = bus.asyncCall(
         call(bluez::Service, bluez::ObjectManagerPath, bluez::ObjectManagerInterface, "GetManagedObjects"), limit);
     state.waitForFinished();
-    view.service.answer = state.reply();
+    view.service.reply = state.reply();
     objects.waitForFinished();
-    view.bluez.answer = objects.reply();
+    view.bluez.reply = objects.reply();
     return view;
 }
 
-bool isRefusal(const QDBusMessage &answer)
+bool isAccessDenied(const QDBusMessage &reply)
 {
-    return answer.errorName() == QDBusError::errorString(QDBusError::AccessDenied);
+    return reply.errorName() == QDBusError::errorString(QDBusError::AccessDenied);
 }
 
-bool isSilence(const QDBusMessage &answer)
+bool isTimeout(const QDBusMessage &reply)
 {
-    return answer.errorName() == QDBusError::errorString(QDBusError::NoReply);
+    return reply.errorName() == QDBusError::errorString(QDBusError::NoReply);
 }
 
-QString complaint(const QDBusMessage &answer)
+QString errorText(const QDBusMessage &reply)
 {
-    if (answer.type() == QDBusMessage::ErrorMessage)
-        return answer.errorName() + ", " + answer.errorMessage();
-    return QString("answers with unexpected types (%1)").arg(answer.signature());
+    if (reply.type() == QDBusMessage::ErrorMessage)
+        return reply.errorName() + ", " + reply.errorMessage();
+    return QString("the answer has unexpected types (%1)").arg(reply.signature());
 }
 
 } // namespace doctor

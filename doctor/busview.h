@@ -10,33 +10,33 @@
 
 namespace doctor {
 
-/// A service of the system bus, and its answer to one call.
+/// A service of the system bus, and its reply to one call.
 struct Peer {
-    bool isThere = false; ///< somebody owns the name
+    bool hasOwner = false; ///< a process owns the name
     std::optional<uid_t> user;
-    uint process = 0;    ///< 0: unknown
-    QDBusMessage answer; ///< or the error
+    uint process = 0;   ///< its number; 0: unknown
+    QDBusMessage reply; ///< or an error
 };
 
-/// How the system bus looks just now.
+/// The state of the system bus at one moment.
 struct BusView {
-    QString error;                 ///< why nothing could be asked; empty when it could
-    bool serviceIsStarted = false; ///< the bus knows how to start org.kadobt
-    Peer service;                  ///< org.kadobt; its answer has the properties of the control interface (a{sv})
-    Peer bluez;                    ///< org.bluez; its answer has the tree of its objects (a{oa{sa{sv}}})
+    QString error;              ///< why the bus could not be queried; empty when it could
+    bool isActivatable = false; ///< the bus can start org.kadobt
+    Peer service;               ///< org.kadobt; the reply has the properties of the control interface (a{sv})
+    Peer bluez;                 ///< org.bluez; the reply has its tree of objects (a{oa{sa{sv}}})
 };
 
-/// How long a service may take to answer: longer than any healthy one does under load.
-inline constexpr std::chrono::milliseconds AnswerLimit(2000);
+/// Timeout of a call to a service. A healthy service answers sooner even under load.
+inline constexpr std::chrono::milliseconds CallTimeout(2000);
 
-/// Asks the bus and both services. Nothing is started by that, and nothing is changed. It blocks for as long as the bus
-/// does, and up to AnswerLimit for the services together.
-BusView lookAtBus();
+/// Queries the bus and both services. Starts nothing and changes nothing. Blocks as long as the bus blocks, and up to
+/// CallTimeout for both services together.
+BusView queryBus();
 
-bool isRefusal(const QDBusMessage &answer);
-bool isSilence(const QDBusMessage &answer);
+bool isAccessDenied(const QDBusMessage &reply);
+bool isTimeout(const QDBusMessage &reply);
 
-/// The error of an answer that is one, else that its types are unexpected.
-QString complaint(const QDBusMessage &answer);
+/// Describes a bad reply: returns name and text of an error, otherwise says that the types are unexpected.
+QString errorText(const QDBusMessage &reply);
 
 } // namespace doctor

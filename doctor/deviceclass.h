@@ -5,7 +5,7 @@
 
 namespace doctor {
 
-/// Whether a class of device (Bluetooth Assigned Numbers, 2.8) is of the major class audio/video.
+/// Returns whether the major device class is audio/video (Bluetooth Assigned Numbers, 2.8).
 inline bool isAudioClass(const uint &deviceClass)
 {
     constexpr uint MajorMask = 0x1F00;

@@ -7,17 +7,17 @@
 namespace doctor {
 
 enum class Level {
-    Ok,    ///< as it should be
-    Wrong, ///< keeps a speaker silent, or some phones from finding or pairing it
-    Note,  ///< worth knowing, or hidden from this user
+    Ok,    ///< correct
+    Wrong, ///< prevents sound, or prevents some phones from finding or pairing the speaker
+    Note,  ///< useful to know, or hidden from this user
 };
 
-/// One thing that was looked at.
+/// The result of one check.
 struct Finding {
     Level level;
-    QString about;  ///< the thing, in a word or two
-    QString seen;   ///< its state; may hold text of phones and other processes
-    QString advice; ///< what to do about it; may be empty unless it is wrong
+    QString about;  ///< the checked thing, in a word or two
+    QString seen;   ///< its state; may hold text from phones and other processes
+    QString advice; ///< the remedy; never empty at Level::Wrong
 };
 using Findings = QList<Finding>;
 

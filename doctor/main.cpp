@@ -9,9 +9,9 @@
 #include "doctor/player.h"
 #include "doctor/report.h"
 #include "doctor/rfkill.h"
+#include "doctor/runwithtimeout.h"
 #include "doctor/service.h"
 #include "doctor/soundservers.h"
-#include "doctor/within.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -29,37 +29,37 @@ namespace {
 using namespace doctor;
 using std::chrono::milliseconds;
 
-// Together less than the 5 s that a person, or a script, waits for.
-constexpr milliseconds BusLimit = AnswerLimit + milliseconds(1000);
-constexpr milliseconds FilesLimit(1500);
+// Together less than 5 s, which is the promised duration of a run.
+constexpr milliseconds BusTimeout = CallTimeout + milliseconds(1000);
+constexpr milliseconds FilesTimeout(1500);
 
 constexpr int UsageStatus = 2;
 
 struct Step {
     QString about;
-    std::function<Findings()> look;
+    std::function<Findings()> check;
 };
 
 std::vector<Step> stepsOf(bool module, const BusView &bus)
 {
-    const std::optional<uid_t> serviceUser = bus.service.user ? bus.service.user : userNamed(ServiceUser);
+    const std::optional<uid_t> serviceUser = bus.service.user ? bus.service.user : findUser(ServiceUser);
     std::vector<Step> steps{
-        {"board's files", [=] { return lookAtBoardFiles(serviceUser); }},
-        {"bus", [&] { return lookAtService(bus, ::getuid()); }},
+        {"board's files", [=] { return checkBoardFiles(serviceUser); }},
+        {"bus", [&] { return checkService(bus, ::getuid()); }},
     };
     if (module) {
-        steps.push_back({"module", [&bus, serviceUser] { return lookAtModule(bus.service, serviceUser); }});
+        steps.push_back({"module", [&bus, serviceUser] { return checkModule(bus.service, serviceUser); }});
     } else {
         if (bus.error.isEmpty())
-            steps.push_back({"BlueZ", [&] { return lookAtAdapter(bus.bluez, ::getuid()); }});
-        steps.push_back({"rfkill", lookAtRfkill});
-        steps.push_back({"other sound servers", lookAtSoundServers});
-        steps.push_back({"main.conf", lookAtMainConf});
+            steps.push_back({"BlueZ", [&] { return checkAdapter(bus.bluez, ::getuid()); }});
+        steps.push_back({"rfkill", checkRfkill});
+        steps.push_back({"other sound servers", checkSoundServers});
+        steps.push_back({"main.conf", checkMainConf});
     }
-    steps.push_back({"player", [=] { return lookAtPlayer(serviceUser); }});
+    steps.push_back({"player", [=] { return checkPlayer(serviceUser); }});
     if (const auto state = stateOf(bus.service))
         steps.push_back({"phone", [&bus, state, module] {
-                             return lookAtPhone(*state, module ? std::nullopt : objectsOf(bus.bluez), audioClients());
+                             return checkPhone(*state, module ? std::nullopt : objectsOf(bus.bluez), audioClients());
                          }});
     return steps;
 }
@@ -72,7 +72,8 @@ int main(int argc, char **argv)
     QCoreApplication::setApplicationName("kado-bt-doctor");
     QCoreApplication::setApplicationVersion(KADO_VERSION);
     QCommandLineParser parser;
-    parser.setApplicationDescription("Tells why kado-bt is silent, or is not found. Changes nothing.");
+    parser.setApplicationDescription(
+        "Tells why kado-bt plays no sound, or why phones do not find it. Changes nothing.");
     const QCommandLineOption json("json", "Print one JSON object instead of lines.");
     const QCommandLineOption help = parser.addHelpOption();
     const QCommandLineOption version = parser.addVersionOption();
@@ -82,26 +83,26 @@ int main(int argc, char **argv)
         return UsageStatus;
     }
     if (parser.isSet(help) || parser.isSet(version))
-        parser.process(app); // prints it and ends
+        parser.process(app); // prints the text and exits
 
-    BusView unheard;
-    unheard.error = QString("no answer for %1 s").arg(BusLimit.count() / 1000);
-    const BusView bus = within(BusLimit, lookAtBus).value_or(unheard);
+    BusView timedOut;
+    timedOut.error = QString("no answer within %1 s").arg(BusTimeout.count() / 1000);
+    const BusView bus = runWithTimeout(BusTimeout, queryBus).value_or(timedOut);
 
-    const QDeadlineTimer deadline(FilesLimit);
+    const QDeadlineTimer deadline(FilesTimeout);
     Findings findings;
-    const bool module = within(FilesLimit, boardHasModule).value_or(false);
+    const bool module = runWithTimeout(FilesTimeout, boardHasModule).value_or(false);
     for (const Step &step : stepsOf(module, bus)) {
-        const std::optional<Findings> found = within(milliseconds(std::max<qint64>(deadline.remainingTime(), 0)),
-                                                     step.look);
-        findings += found
-            ? *found
-            : Findings{wrong(step.about, "the system does not tell in time", "Is a file system or a disk stuck?")};
+        const milliseconds remaining(std::max<qint64>(deadline.remainingTime(), 0));
+        const std::optional<Findings> found = runWithTimeout(remaining, step.check);
+        findings += found ? *found
+                          : Findings{wrong(step.about, "the check did not end in time",
+                                           "Check for a file system or disk that hangs")};
     }
 
     const QByteArray report = parser.isSet(json) ? asJson(findings) : asLines(findings);
     std::fwrite(report.constData(), 1, static_cast<size_t>(report.size()), stdout);
     std::fflush(stdout);
-    // At once: a thread that still waits for something would hold up an orderly end.
+    // Skip destructors and exit handlers, because a thread of runWithTimeout() may still run and use this stack.
     std::_Exit(isHealthy(findings) ? EXIT_SUCCESS : EXIT_FAILURE);
 }

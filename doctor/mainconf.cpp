@@ -17,30 +17,30 @@ namespace {
 
 struct Setting {
     const char *key;
-    const char *byDefault;
+    const char *defaultValue;
     bool (*isGood)(const QString &value);
-    Level otherwise;
+    Level badLevel; ///< level of the finding when the value is not good
     const char *advice;
 };
 
 const Setting Settings[] = {
     {"General/JustWorksRepairing", "never",
      [](const QString &value) { return value == "confirm" || value == "always"; }, Level::Wrong,
-     "A phone whose owner has deleted the speaker cannot pair again: set it to confirm"},
+     "A phone that has forgotten the speaker cannot pair again. Set it to confirm"},
     {"General/Class", "0x000000", [](const QString &value) { return isAudioClass(value.toUInt(nullptr, 0)); },
-     Level::Note, "0x000414 is a loudspeaker; the class on the air counts"},
+     Level::Note, "0x000414 is a loudspeaker. Phones see the class in the line \"device class\""},
     {"General/FastConnectable", "false", [](const QString &value) { return value == "true"; }, Level::Note,
-     "true lets phones connect faster, and takes more power"},
+     "true lets phones connect faster, but takes more power"},
     {"General/PairableTimeout", "0", [](const QString &value) { return value == "0"; }, Level::Wrong,
-     "After that time no new phone can pair: leave it at 0"},
+     "New phones cannot pair after that many seconds. Set it to 0"},
     {"General/ControllerMode", "dual", [](const QString &value) { return value != "le"; }, Level::Wrong,
-     "Without the classic radio there is no speaker: dual or bredr"},
+     "A speaker needs classic Bluetooth. Set it to dual or bredr"},
     {"Policy/ReconnectAttempts", "7", [](const QString &value) { return value != "0"; }, Level::Note,
-     "Who walks out of range and back has to connect by hand"},
+     "A phone that was out of range does not reconnect by itself"},
 };
 
-/// The settings by "Group/Key"; none when a line is not one, where BlueZ gives up as well. QSettings would be one line,
-/// but knows no comments that begin with "#".
+/// Returns the settings by "Group/Key", or nothing when a line is not a setting, because BlueZ then ignores the file.
+/// Does not use QSettings, because it knows no comments that begin with "#".
 std::optional<QMap<QString, QString>> settingsIn(const QByteArray &text)
 {
     QMap<QString, QString> settings;
@@ -62,28 +62,30 @@ std::optional<QMap<QString, QString>> settingsIn(const QByteArray &text)
 
 } // namespace
 
-Findings lookAtMainConf()
+Findings checkMainConf()
 {
     const QString path = "/etc/bluetooth/main.conf";
     const QFileInfo info(path);
     if (info.exists() && !info.isFile())
-        return {wrong("main.conf", path + " is no file", "BlueZ uses its defaults: replace it")};
+        return {wrong("main.conf", path + " is not a regular file", "BlueZ uses its defaults. Replace it by a file")};
     if (info.exists() && !info.isReadable())
-        return {note("main.conf", QString("%1: %2 may not read it").arg(path, userName(::getuid())), "Ask as root")};
+        return {note("main.conf", QString("%1: the user %2 may not read it").arg(path, userName(::getuid())),
+                     "Run kado-bt-doctor as root")};
     QFile file(path);
     const auto settings = settingsIn(file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray());
     if (!settings)
-        return {wrong("main.conf", path + " has lines that are no settings", "BlueZ ignores all of it: mend it")};
+        return {wrong("main.conf", path + " has a line that is not a setting",
+                      "BlueZ ignores the whole file. Correct that line")};
 
     Findings findings;
     for (const Setting &setting : Settings) {
         const QString about = QString("main.conf, ") + setting.key;
-        const QString value = settings->value(setting.key, setting.byDefault);
+        const QString value = settings->value(setting.key, setting.defaultValue);
         const QString seen = settings->contains(setting.key) ? value : value + ", the default";
         if (setting.isGood(value))
             findings << ok(about, seen);
         else
-            findings << Finding{setting.otherwise, about, seen, setting.advice};
+            findings << Finding{setting.badLevel, about, seen, setting.advice};
     }
     return findings;
 }

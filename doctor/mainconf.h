@@ -5,7 +5,7 @@
 
 namespace doctor {
 
-/// BlueZ's settings in /etc/bluetooth/main.conf that make a difference to a speaker.
-Findings lookAtMainConf();
+/// Checks the settings in BlueZ's /etc/bluetooth/main.conf that matter to a speaker.
+Findings checkMainConf();
 
 } // namespace doctor

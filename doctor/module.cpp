@@ -22,17 +22,17 @@ Finding line(std::optional<uid_t> serviceUser)
     struct stat status = {};
     if (::stat(ModuleLine, &status) != 0)
         return wrong(about, QString("%1: %2").arg(ModuleLine, qt_error_string(errno)),
-                     "Does the device tree enable that line?");
+                     "Check that the device tree enables this serial line");
     const QString seen = QString("%1, %2").arg(ModuleLine, ownership(status));
     if (!S_ISCHR(status.st_mode))
-        return wrong(about, seen + ", is no device", "Remove it, and see what has made it");
-    if (serviceUser && !mayUse(*serviceUser, status, Access::ReadWrite))
-        return wrong(about, seen + ": " + userName(*serviceUser) + " may not use it",
-                     "Install 70-kado-bt-module.rules");
+        return wrong(about, seen + ", is not a device", "Remove it, and find the process that created it");
+    if (serviceUser && !hasAccess(*serviceUser, status, Access::ReadWrite))
+        return wrong(about, seen + ": the user " + userName(*serviceUser) + " may not read and write it",
+                     "Install the udev rules 70-kado-bt-module.rules");
     return ok(about, seen);
 }
 
-/// Who has the line open.
+/// Finds the processes that have the line open.
 Findings holders(const Peer &service)
 {
     const QString about = "users of the line";
@@ -57,12 +57,13 @@ Findings holders(const Peer &service)
     }
     others.removeDuplicates();
     if (!others.isEmpty())
-        return {wrong(about, others.join(", "), "Take getty and all others off the line")};
+        return {wrong(about, others.join(", "), "Keep getty and all other programs off the line")};
     if (isOurs)
-        return {ok(about, "kado-bt alone")};
+        return {ok(about, "only kado-bt")};
     if (someAreHidden)
-        return {note(about, "the files of others are hidden from this user", "Ask as root")};
-    return {wrong(about, "nobody, not even kado-bt", "The line ended or failed, see its log: restart kado-bt")};
+        return {note(about, "this user cannot see the open files of other users", "Run kado-bt-doctor as root")};
+    return {wrong(about, "no process has it open",
+                  "kado-bt is not running, or the line failed (see its log). Restart kado-bt")};
 }
 
 Finding console()
@@ -73,8 +74,8 @@ Finding console()
     const QByteArray consoles = file.open(QIODevice::ReadOnly) ? file.readAll().trimmed() : QByteArray();
     if (consoles.split(' ').contains(QFile::encodeName(QFileInfo(ModuleLine).fileName())))
         return wrong(about, active + ": " + QString::fromLatin1(consoles),
-                     "Take console= with that line off the kernel's command line");
-    return ok(about, "is not on the line");
+                     "Remove the console= entry of that line from the kernel's command line");
+    return ok(about, "does not use the line");
 }
 
 Finding i2sSwitch(std::optional<uid_t> serviceUser)
@@ -83,11 +84,11 @@ Finding i2sSwitch(std::optional<uid_t> serviceUser)
     struct stat status = {};
     if (::stat(I2sSwitchFile, &status) != 0)
         return wrong(about, QString("%1: %2").arg(I2sSwitchFile, qt_error_string(errno)),
-                     "The device tree needs a LED of that name");
+                     "Add an LED of that name to the device tree");
     const QString seen = QString("%1, %2").arg(I2sSwitchFile, ownership(status));
-    if (serviceUser && !mayUse(*serviceUser, status, Access::Write))
-        return wrong(about, seen + ": " + userName(*serviceUser) + " may not write it",
-                     "Install 70-kado-bt-module.rules");
+    if (serviceUser && !hasAccess(*serviceUser, status, Access::Write))
+        return wrong(about, seen + ": the user " + userName(*serviceUser) + " may not write it",
+                     "Install the udev rules 70-kado-bt-module.rules");
     QFile file(I2sSwitchFile);
     if (!S_ISREG(status.st_mode) || !file.open(QIODevice::ReadOnly))
         return note(about, seen);
@@ -97,7 +98,7 @@ Finding i2sSwitch(std::optional<uid_t> serviceUser)
 
 } // namespace
 
-Findings lookAtModule(const Peer &service, std::optional<uid_t> serviceUser)
+Findings checkModule(const Peer &service, std::optional<uid_t> serviceUser)
 {
     return Findings{line(serviceUser)} + holders(service) + Findings{console(), i2sSwitch(serviceUser)};
 }

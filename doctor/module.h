@@ -6,8 +6,8 @@
 
 namespace doctor {
 
-/// On a board with an external module: its serial line, who has it open, and the switch of its I2S audio.
-/// `serviceUser`, if there is one, has to be able to use both.
-Findings lookAtModule(const Peer &service, std::optional<uid_t> serviceUser);
+/// Checks a board with an external module: the serial line, the processes that have it open, the kernel's console, and
+/// the switch of the module's I2S audio. `serviceUser`, if known, must have access to line and switch.
+Findings checkModule(const Peer &service, std::optional<uid_t> serviceUser);
 
 } // namespace doctor

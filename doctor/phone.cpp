@@ -7,7 +7,7 @@ namespace doctor {
 
 namespace {
 
-/// The interfaces of this name in BlueZ's tree.
+/// Returns the properties of every object with this interface.
 QList<QVariantMap> allOf(const std::optional<DBusManagerStruct> &objects, const QString &interface)
 {
     QList<QVariantMap> found;
@@ -27,11 +27,11 @@ Finding phone(const QVariantMap &state, const QList<QVariantMap> &devices)
         return ok(about, '"' + state.value("Name").toString() + "\" is connected");
     for (const QVariantMap &device : devices) {
         if (device.value(bluez::ConnectedProperty).toBool())
-            return wrong(about,
-                         '"' + device.value(bluez::AliasProperty).toString() + "\" is connected, but not kado-bt's",
-                         "It came while another one was there: disconnect it and connect it again");
+            return wrong(
+                about, '"' + device.value(bluez::AliasProperty).toString() + "\" is connected, but kado-bt ignores it",
+                "It connected while another phone was connected. Disconnect it and connect it again");
     }
-    return note(about, "none is connected");
+    return note(about, "no phone is connected");
 }
 
 QString codecText(const QVariantMap &transport)
@@ -45,7 +45,7 @@ QString codecText(const QVariantMap &transport)
         return "SBC";
     if (codec.value<uchar>() == Aac)
         return "AAC";
-    return QString("codec %1, not kado-bt's").arg(codec.value<uchar>());
+    return QString("codec %1, unknown to kado-bt").arg(codec.value<uchar>());
 }
 
 Finding stream(const QVariantMap &state, const std::optional<DBusManagerStruct> &objects)
@@ -56,21 +56,22 @@ Finding stream(const QVariantMap &state, const std::optional<DBusManagerStruct> 
         return streaming ? ok(about, "the phone plays") : note(about, "the phone does not play");
     const QList<QVariantMap> transports = allOf(objects, bluez::MediaTransportInterface);
     if (transports.isEmpty())
-        return note(about, "none is configured", "If the phone wants to play, see the log for SetConfiguration");
+        return note(about, "no stream is configured",
+                    "If the phone is trying to play, look for SetConfiguration in kado-bt's log");
     const QString bluezState = transports.constFirst().value(bluez::StateProperty).toString();
     const QString seen = codecText(transports.constFirst()) + ", " + bluezState;
     if (streaming)
         return ok(about, seen);
     if (bluezState == QLatin1String("active"))
-        return wrong(
-            about, seen + ", but not kado-bt's",
-            "Another process has it, or kado-bt was started while it played: let the phone pause and play again");
-    return note(about, seen, "It does not play");
+        return wrong(about, seen + ", but kado-bt does not receive it",
+                     "Another process has acquired the stream, or kado-bt was started while the phone was playing. "
+                     "Pause the phone and play again");
+    return note(about, seen, "The phone does not play");
 }
 
 } // namespace
 
-Findings lookAtPhone(const QVariantMap &state, const std::optional<DBusManagerStruct> &objects, int audioClients)
+Findings checkPhone(const QVariantMap &state, const std::optional<DBusManagerStruct> &objects, int audioClients)
 {
     Findings findings{phone(state, allOf(objects, bluez::DeviceInterface))};
     if (!state.value("Connected").toBool())
@@ -79,8 +80,8 @@ Findings lookAtPhone(const QVariantMap &state, const std::optional<DBusManagerSt
     if (!state.value("Streaming").toBool())
         return findings;
     if (audioClients == 0)
-        return findings << wrong("listener", "the phone plays, and nobody is connected to the audio socket",
-                                 "Call SelectBluetooth(); the player has to connect when it gets /Play");
+        return findings << wrong("listener", "the phone plays, but no client is connected to the audio socket",
+                                 "Call SelectBluetooth(). The player must connect when it receives /Play");
     return findings << ok("listener", "the player is connected to the audio socket");
 }
 

@@ -8,8 +8,8 @@
 
 namespace doctor {
 
-/// The phone, its stream and codec just now. `state`: the properties of the control interface; `objects`: BlueZ's, none
-/// with a module; `audioClients`: how many are connected to the audio socket.
-Findings lookAtPhone(const QVariantMap &state, const std::optional<DBusManagerStruct> &objects, int audioClients);
+/// Checks the phone, its stream and its codec. `state`: the properties of the control interface. `objects`: BlueZ's
+/// objects, none with a module. `audioClients`: the number of clients that are connected to the audio socket.
+Findings checkPhone(const QVariantMap &state, const std::optional<DBusManagerStruct> &objects, int audioClients);
 
 } // namespace doctor

@@ -18,15 +18,15 @@ namespace doctor {
 namespace {
 
 constexpr quint16 Port = 11000;
-// On the board itself a connection is made, or refused, at once; without an answer the player's backlog is full.
-constexpr int ConnectMs = 500;
+// On the loopback interface a connect succeeds or fails at once, unless the player's accept queue is full.
+constexpr int ConnectTimeoutMs = 500;
 
 QString audioSocketPath()
 {
     return QDir::tempPath() + "/bluetooth";
 }
 
-/// The lines of a table of the kernel, each a list of words, without the heading.
+/// Returns the lines of a kernel table as lists of words, without the heading.
 QList<QByteArrayList> tableOf(const char *path)
 {
     QList<QByteArrayList> lines;
@@ -39,7 +39,8 @@ QList<QByteArrayList> tableOf(const char *path)
     return lines;
 }
 
-/// The user of the process that listens on the player's port, as the kernel tells everybody.
+/// Returns the user of the process that listens on the player's port. Every user may read this from the kernel's
+/// tables.
 std::optional<uid_t> playerUser()
 {
     constexpr int LocalAddress = 1;
@@ -47,13 +48,13 @@ std::optional<uid_t> playerUser()
     constexpr int User = 7;
     const QByteArray port = ':' + QByteArray::number(Port, 16).toUpper();
     for (const QByteArrayList &line : tableOf("/proc/net/tcp") + tableOf("/proc/net/tcp6")) {
-        if (line.size() > User && line.at(LocalAddress).endsWith(port) && line.at(State) == "0A") // it listens
+        if (line.size() > User && line.at(LocalAddress).endsWith(port) && line.at(State) == "0A") // TCP_LISTEN
             return line.at(User).toUInt();
     }
     return {};
 }
 
-/// 0, or the error of the attempt to connect.
+/// Connects to the player and closes the connection. Returns 0 or the error number.
 int connectToPlayer()
 {
     const FileDescriptor fd(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
@@ -66,7 +67,7 @@ int connectToPlayer()
     if (errno != EINPROGRESS)
         return errno;
     pollfd connecting{fd.get(), POLLOUT, 0};
-    if (::poll(&connecting, 1, ConnectMs) != 1)
+    if (::poll(&connecting, 1, ConnectTimeoutMs) != 1)
         return ETIMEDOUT;
     int error = 0;
     socklen_t size = sizeof error;
@@ -80,8 +81,8 @@ Finding port(std::optional<uid_t> user)
     const QString place = QString("127.0.0.1:%1").arg(Port);
     if (const int error = connectToPlayer())
         return wrong(about, place + ": " + qt_error_string(error),
-                     "Start the media player: it has to listen there, see player.md");
-    return ok(about, place + " is listened on" + (user ? " by the user " + userName(*user) : QString()));
+                     "Start the media player. It must listen there, see player.md");
+    return ok(about, (user ? "the user " + userName(*user) : QString("a process")) + " listens on " + place);
 }
 
 Finding audioSocket(std::optional<uid_t> serviceUser, std::optional<uid_t> player)
@@ -91,24 +92,25 @@ Finding audioSocket(std::optional<uid_t> serviceUser, std::optional<uid_t> playe
     struct stat status = {};
     if (::stat(QFile::encodeName(path).constData(), &status) != 0)
         return wrong(about, path + ": " + qt_error_string(errno),
-                     "Is kado-bt running, in the same /tmp (TMPDIR, PrivateTmp)? See \"No audio socket\" in its log");
+                     "Check that kado-bt is running and has the same /tmp (TMPDIR, PrivateTmp). "
+                     "Look for \"No audio socket\" in its log");
     const QString seen = path + ", " + ownership(status);
     if (!S_ISSOCK(status.st_mode))
-        return wrong(about, seen + ", is no socket", "Remove it: kado-bt makes its own within a second");
+        return wrong(about, seen + ", is not a socket", "Remove it. kado-bt creates its socket within a second");
     if (serviceUser && status.st_uid != *serviceUser)
-        return wrong(about, seen + ", is not of kado-bt's user " + userName(*serviceUser),
-                     "Remove it: kado-bt makes its own within a second");
-    if (player && !mayUse(*player, status, Access::Write))
+        return wrong(about, seen + ", does not belong to kado-bt's user " + userName(*serviceUser),
+                     "Remove it. kado-bt creates its socket within a second");
+    if (player && !hasAccess(*player, status, Access::Write))
         return wrong(about, seen + ": the player's user " + userName(*player) + " may not connect",
-                     QString("Make it a member of the group %1, start kado-bt with the umask 0007").arg(ServiceUser));
-    if (mayUse(static_cast<uid_t>(-1), status, Access::Write))
-        return note(about, seen + ": everybody may listen", "Start kado-bt with the umask 0007");
+                     QString("Add that user to the group %1, and start kado-bt with the umask 0007").arg(ServiceUser));
+    if (hasAccess(static_cast<uid_t>(-1), status, Access::Write))
+        return note(about, seen + ": every user may connect", "Start kado-bt with the umask 0007");
     return ok(about, seen);
 }
 
 } // namespace
 
-Findings lookAtPlayer(std::optional<uid_t> serviceUser)
+Findings checkPlayer(std::optional<uid_t> serviceUser)
 {
     const std::optional<uid_t> player = playerUser();
     return {port(player), audioSocket(serviceUser, player)};

@@ -8,11 +8,12 @@
 
 namespace doctor {
 
-/// The media player on 127.0.0.1:11000, and the audio socket: whether kado-bt's user made it, and the player's user may
-/// connect. The player sees a connection that ends at once; the socket is only looked at.
-Findings lookAtPlayer(std::optional<uid_t> serviceUser);
+/// Checks the media player on 127.0.0.1:11000 and the audio socket: kado-bt's user must own the socket, and the
+/// player's user must be able to connect to it. Opens a connection to the player and closes it at once. Does not
+/// connect to the audio socket.
+Findings checkPlayer(std::optional<uid_t> serviceUser);
 
-/// How many clients are connected to the audio socket.
+/// Counts the clients that are connected to the audio socket.
 int audioClients();
 
 } // namespace doctor

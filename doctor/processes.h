@@ -8,13 +8,13 @@ namespace doctor {
 
 struct Process {
     QString folder; ///< below /proc
-    QString name;   ///< its first 15 bytes, as the kernel keeps it
+    QString name;   ///< the first 15 bytes, because the kernel keeps no more
 };
 
-/// The processes that this user can see.
+/// Returns the processes that this user can see.
 QList<Process> processes();
 
-/// Whether /proc hides those of other users.
+/// Returns whether /proc hides the processes of other users.
 bool othersAreHidden();
 
 } // namespace doctor

@@ -7,14 +7,15 @@
 
 namespace doctor {
 
-/// Whether nothing is wrong.
+/// Returns true unless a finding has Level::Wrong.
 bool isHealthy(const Findings &findings);
 
-/// A line for each finding: level, thing, state, advice. Control characters, of a phone's name for instance, become
-/// "?".
+/// Returns one line for each finding: level, thing, state, advice. Control characters, for example in a phone's name,
+/// become "?".
 QByteArray asLines(const Findings &findings);
 
-/// One object: "healthy", a boolean, and "findings", a list of objects with "level", "about", "seen" and "advice".
+/// Returns one object: "healthy", a boolean, and "findings", a list of objects with "level", "about", "seen" and
+/// "advice".
 QByteArray asJson(const Findings &findings);
 
 } // namespace doctor

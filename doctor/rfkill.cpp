@@ -16,7 +16,7 @@ QByteArray contentOf(const QString &path)
 
 } // namespace
 
-Findings lookAtRfkill()
+Findings checkRfkill()
 {
     const QString about = "rfkill";
     Findings blocks;
@@ -26,9 +26,9 @@ Findings lookAtRfkill()
         if (contentOf(folder + "/type") != "bluetooth")
             continue;
         if (contentOf(folder + "/hard") == "1")
-            blocks << wrong(about, folder + " is blocked by a switch of the hardware", "Turn it on");
+            blocks << wrong(about, folder + " is blocked by a hardware switch", "Turn the radio on at that switch");
         else if (contentOf(folder + "/soft") == "1")
-            blocks << wrong(about, folder + " is blocked by software", "rfkill unblock bluetooth");
+            blocks << wrong(about, folder + " is blocked by software", "Run rfkill unblock bluetooth");
     }
     return blocks.isEmpty() ? Findings{ok(about, "nothing blocks Bluetooth")} : blocks;
 }

@@ -5,7 +5,7 @@
 
 namespace doctor {
 
-/// Whether the kernel blocks the radio, by the switches in /sys/class/rfkill.
-Findings lookAtRfkill();
+/// Checks in /sys/class/rfkill whether the kernel blocks the radio.
+Findings checkRfkill();
 
 } // namespace doctor

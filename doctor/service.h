@@ -8,10 +8,10 @@
 
 namespace doctor {
 
-/// The bus, the name org.kadobt, its owner's user, and whether `caller` may call it.
-Findings lookAtService(const BusView &bus, uid_t caller);
+/// Checks the bus, the owner of the name org.kadobt and its user, and whether `caller` may call it.
+Findings checkService(const BusView &bus, uid_t caller);
 
-/// The properties of the control interface; none when it did not tell them.
+/// Returns the properties of the control interface, or nothing when the reply is an error or has other types.
 std::optional<QVariantMap> stateOf(const Peer &service);
 
 } // namespace doctor

@@ -11,21 +11,22 @@ namespace {
 
 struct SoundServer {
     const char *process;
-    const char *plugin; ///< in the name of a library that it loads to talk to BlueZ; null: it does nothing else
+    const char
+        *plugin; ///< part of the name of the library with which it talks to BlueZ; null: it always talks to BlueZ
     const char *advice;
 };
 
-const char *const WirePlumberAdvice = "Turn WirePlumber's monitor for bluez5 off";
+const char *const WirePlumberAdvice = "Turn off WirePlumber's monitor for bluez5";
 const SoundServer SoundServers[] = {
     {"bluealsa", nullptr, "Disable BlueALSA: systemctl disable --now bluealsa"},
     {"bluealsad", nullptr, "Disable BlueALSA: systemctl disable --now bluealsa"},
     {"wireplumber", "libspa-bluez5", WirePlumberAdvice},
     {"pipewire", "libspa-bluez5", WirePlumberAdvice},
-    {"pipewire-media-", "libspa-bluez5", "Turn the bluez5 module of pipewire-media-session off"},
-    {"pulseaudio", "bluez5", "Leave PulseAudio's module-bluetooth-discover out"},
+    {"pipewire-media-", "libspa-bluez5", "Turn off the bluez5 module of pipewire-media-session"},
+    {"pulseaudio", "bluez5", "Do not load PulseAudio's module-bluetooth-discover"},
 };
 
-/// The finding about a running sound server; none when it leaves BlueZ alone.
+/// Returns the finding about a running sound server; empty when the server does not talk to BlueZ.
 Findings judge(const Process &process, const SoundServer &server)
 {
     const QString about = "other sound servers";
@@ -34,7 +35,7 @@ Findings judge(const Process &process, const SoundServer &server)
         return {wrong(about, seen, server.advice)};
     QFile maps(process.folder + "/maps");
     if (!maps.open(QIODevice::ReadOnly))
-        return {note(about, seen, "Whether it talks to BlueZ only root can see")};
+        return {note(about, seen, "Run kado-bt-doctor as root to see whether it talks to BlueZ")};
     if (maps.readAll().contains(server.plugin))
         return {wrong(about, seen + " and talks to BlueZ", server.advice)};
     return {};
@@ -42,7 +43,7 @@ Findings judge(const Process &process, const SoundServer &server)
 
 } // namespace
 
-Findings lookAtSoundServers()
+Findings checkSoundServers()
 {
     Findings findings;
     for (const Process &process : processes()) {
@@ -54,7 +55,8 @@ Findings lookAtSoundServers()
     if (!findings.isEmpty())
         return findings;
     if (othersAreHidden())
-        return {note("other sound servers", "the processes of others are hidden from this user", "Ask as root")};
+        return {note("other sound servers", "this user cannot see the processes of other users",
+                     "Run kado-bt-doctor as root")};
     return {ok("other sound servers", "none talks to BlueZ")};
 }
 

@@ -5,7 +5,7 @@
 
 namespace doctor {
 
-/// Whether another sound server talks to BlueZ: its endpoints take phones away from kado-bt's.
-Findings lookAtSoundServers();
+/// Checks whether another sound server talks to BlueZ. Phones may then choose its endpoints instead of kado-bt's.
+Findings checkSoundServers();
 
 } // namespace doctor
