@@ -10,7 +10,7 @@ namespace bench {
 
 namespace {
 
-/// The count that alloccounter.cpp keeps.
+/// The counter that alloccounter.cpp shares with this process.
 class Counter {
 public:
     Counter()
@@ -38,7 +38,7 @@ Allocations countAllocations(const Material &material, int realTimePackets, int 
     KadoBt daemon(material, {"LD_PRELOAD=" KADO_ALLOCCOUNTER, "KADO_BENCH_ALLOCATIONS=" + counter.path()});
     daemon.warmUp();
     if (counter.value() == 0)
-        fail(QStringLiteral("allocations are not counted"));
+        fail(QStringLiteral("the preloaded counter counts no allocations"));
 
     const auto during = [&](Pump::Pace pace, int packets) {
         const quint64 before = counter.value();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// To be preloaded: counts the heap allocations of a process, of all its threads and libraries, in a file shared with
-// whoever set KADO_BENCH_ALLOCATIONS to its path. `operator new` is counted as the malloc() that it calls.
+// A library for LD_PRELOAD. Counts the heap allocations of all threads and libraries of a process, in a shared file.
+// The environment variable KADO_BENCH_ALLOCATIONS has the file's path. `operator new` counts as the malloc() that it
+// calls.
 
 #include <atomic>
 #include <cerrno>
@@ -10,7 +11,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-// glibc's own, below the names that are replaced here. Looking those up at run time would allocate.
+// glibc's functions behind the replaced names. Do not use dlsym(), because it allocates.
 extern "C" {
 void *__libc_malloc(size_t size);                     // NOLINT(bugprone-reserved-identifier)
 void *__libc_calloc(size_t count, size_t size);       // NOLINT(bugprone-reserved-identifier)
@@ -20,7 +21,7 @@ void *__libc_memalign(size_t alignment, size_t size); // NOLINT(bugprone-reserve
 
 namespace {
 
-std::atomic<std::uint64_t> uncounted; // what is allocated before the file is there
+std::atomic<std::uint64_t> uncounted; // allocations before the file is mapped
 std::atomic<std::uint64_t> *counter = &uncounted;
 
 __attribute__((constructor)) void openCounter()

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// The least that a sink can do, in a process of its own: packets from standard input, a SOCK_SEQPACKET socket, one
-// blocking read each; their PCM, by the daemon's decoder, to standard output, a stream socket, in one write a packet.
+// The minimal sink, as the baseline of the daemon. Reads packets from standard input (a SOCK_SEQPACKET socket) with one
+// blocking read each, decodes them with the daemon's decoder, and writes the PCM to standard output (a stream socket)
+// with one write per packet.
 
 #include "bench/sbcloop.h"
 #include "sbc/decoder.h"

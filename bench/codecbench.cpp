@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Without sockets and event loop: the SBC decoder against libsbc, CodecSBC into a device that drops its PCM against the
-// bare loop, and CodecAAC. The tail of the table that kado-bench begins.
+// Measures the codecs without sockets and event loop: the SBC decoder against libsbc, CodecSBC (into a device that
+// drops the PCM) against the bare loop, and CodecAAC alone. Prints the last part of the table that kado-bench begins.
 
 #include "bench/material.h"
 #include "bench/sbc/configurations.h"
@@ -35,7 +35,7 @@ protected:
     }
 };
 
-/// Hands packets or frames to `take` over and over.
+/// Passes packets or frames to `take` in a loop.
 template <typename Inputs, typename Take>
 void feed(benchmark::State &state, const Inputs &inputs, Take take)
 {
@@ -82,7 +82,7 @@ template <typename Decoder>
 void runDecoder(benchmark::State &state, const SbcConfiguration &configuration)
 {
     constexpr int Frames = 100;
-    frames::Random random(1); // NOLINT: the same sound every time
+    frames::Random random(1); // NOLINT: fixed seed, for the same sound in every run
     const auto ready = frames::encode(random, configuration.fields, configuration.bitpool, Frames);
     Decoder decoder;
     char pcm[sbc::Decoder::MaxPcmSize];
@@ -93,7 +93,7 @@ void runDecoder(benchmark::State &state, const SbcConfiguration &configuration)
     });
 }
 
-/// Collects the repetitions and prints them as rows of the table.
+/// Collects the times of all repetitions.
 class Rows final : public benchmark::BenchmarkReporter {
 public:
     bool ReportContext(const Context &) override { return true; }
@@ -106,7 +106,7 @@ public:
         }
     }
 
-    /// Times of a benchmark; none when it did not run.
+    /// Returns the times of a benchmark. Empty when it did not run.
     std::vector<double> timesOf(const std::string &name) const
     {
         const auto found = times_.find(name);
@@ -117,41 +117,41 @@ private:
     std::map<std::string, std::vector<double>> times_;
 };
 
-/// A section of the table: benchmarks in pairs, the second of each the measure of the first.
+/// A section of the table: pairs of a benchmark and its baseline.
 class Section {
 public:
     Section(const char *title, benchmark::TimeUnit unit) : title_(title), unit_(unit) {}
 
-    template <typename Function, typename Rival, typename Argument>
-    void add(const std::string &name, Function *function, Rival *rival, const Argument &argument)
+    template <typename Function, typename Baseline, typename Argument>
+    void add(const std::string &name, Function *function, Baseline *baseline, const Argument &argument)
     {
         names_.push_back(name);
         benchmark::RegisterBenchmark(name.c_str(), function, argument)->Unit(unit_);
-        benchmark::RegisterBenchmark((Measure + name).c_str(), rival, argument)->Unit(unit_);
+        benchmark::RegisterBenchmark((BaselinePrefix + name).c_str(), baseline, argument)->Unit(unit_);
     }
 
-    /// Whether everything was measured.
+    /// Prints the rows. Returns false when a benchmark did not run.
     bool print(const Rows &rows) const
     {
         table::section(title_);
         for (const std::string &name : names_) {
             const Figure figure = figureOf(rows.timesOf(name));
-            const Figure measure = figureOf(rows.timesOf(Measure + name));
-            if (figure.median == 0 || measure.median == 0)
+            const Figure baseline = figureOf(rows.timesOf(BaselinePrefix + name));
+            if (figure.median == 0 || baseline.median == 0)
                 return false;
-            table::row(name, figure, measure, ratio(figure, measure));
+            table::row(name, figure, baseline, ratio(figure, baseline));
         }
         return true;
     }
 
 private:
-    const std::string Measure = "measure of ";
+    const std::string BaselinePrefix = "baseline of ";
     const char *title_;
     benchmark::TimeUnit unit_;
     std::vector<std::string> names_;
 };
 
-const std::string AacName = "AAC, payload of 500 bytes: ns a packet";
+const std::string AacName = "AAC, payload of 500 bytes: ns per packet";
 
 } // namespace
 
@@ -173,10 +173,11 @@ int main(int argc, char *argv[])
     auto count = static_cast<int>(pointers.size());
     benchmark::Initialize(&count, pointers.data());
 
-    Section decoders("decoder alone: ns a frame, beside libsbc", benchmark::kNanosecond);
+    Section decoders("decoder alone: ns per frame, compared with libsbc", benchmark::kNanosecond);
     for (const SbcConfiguration &configuration : SbcConfigurations)
         decoders.add(configuration.name, runDecoder<sbc::Decoder>, runDecoder<Libsbc>, configuration);
-    Section codecs("codec alone: us a packet, beside a bare loop with the same decoder", benchmark::kMicrosecond);
+    Section codecs("codec alone: us per packet, compared with a bare loop with the same decoder",
+                   benchmark::kMicrosecond);
     for (const int bitpool : {53, 35}) {
         for (const int mtu : {672, 1017}) {
             sim::SbcFormat format;

@@ -18,35 +18,35 @@ namespace {
 
 const QString PhonePath = QStringLiteral("/org/bluez/hci0/dev_00_AA_01_01_00_42");
 
-// BlueALSA's audio thread notices an opened PCM some time after the answer, and drops what is decoded before.
+// BlueALSA's audio thread sees an opened PCM some time after the reply, and drops earlier audio.
 constexpr int SettleMs = 300;
 
-void insist(bool holds, const char *what)
+void require(bool holds, const char *what)
 {
     if (!holds)
         fail(QString::fromLatin1(what));
 }
 
-/// A socket pair: the first end returned, the second in `other`.
+/// Creates a socket pair. Returns one end and puts the other into `other`.
 FileDescriptor socketPair(int type, FileDescriptor &other)
 {
     int ends[2];
-    insist(::socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, ends) == 0, "no socket pair");
+    require(::socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, ends) == 0, "no socket pair");
     other = FileDescriptor(ends[1]);
     return FileDescriptor(ends[0]);
 }
 
-/// A new client of the daemon's local audio socket.
+/// Connects a new client to the daemon's local audio socket.
 FileDescriptor connectAudio()
 {
     FileDescriptor client(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     const QByteArray path = QFile::encodeName(QDir::temp().filePath(QStringLiteral("bluetooth")));
-    insist(static_cast<std::size_t>(path.size()) < sizeof address.sun_path, "the temporary folder's path is too long");
+    require(static_cast<std::size_t>(path.size()) < sizeof address.sun_path, "the temporary folder's path is too long");
     std::memcpy(address.sun_path, path.constData(), static_cast<std::size_t>(path.size()));
-    insist(::connect(client.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0,
-           "the audio socket cannot be connected to");
+    require(::connect(client.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0,
+            "cannot connect to the audio socket");
     return client;
 }
 
@@ -84,13 +84,13 @@ KadoBt::KadoBt(const Material &material, const QList<QByteArray> &environment)
     const auto notified = [this](int times) {
         return sim::waitFor([&] { return board_.player.requests().size() >= times; });
     };
-    insist(notified(1), "the daemon does not start");
+    require(notified(1), "the daemon does not start");
     phone_.connect();
-    insist(notified(2) && phone_.authorize() && phone_.configure(material.format), "the phone is not accepted");
+    require(notified(2) && phone_.authorize() && phone_.configure(material.format), "the phone is not accepted");
     pcm_ = connectAudio();
-    insist(phone_.start(static_cast<quint16>(material.mtu)) && notified(3), "the stream is not acquired");
-    // The player's answer leaves with the event loop, which does not run while packets do.
-    insist(board_.control.property(QStringLiteral("Streaming")).toBool(), "the daemon does not stream");
+    require(phone_.start(static_cast<quint16>(material.mtu)) && notified(3), "the stream is not acquired");
+    // Run the event loop once more, so that the player answers now: the loop does not run while packets are measured.
+    require(board_.control.property(QStringLiteral("Streaming")).toBool(), "the daemon does not stream");
     pump_ = std::make_unique<Pump>(process_, phone_.socket(), pcm_.get(), material);
 }
 
@@ -101,17 +101,17 @@ BlueAlsa::BlueAlsa(const Material &material)
       process_({"bluealsa", "-p", "a2dp-sink"}, {"DBUS_SYSTEM_BUS_ADDRESS=" + bus_.address().toUtf8()})
 {
     bluez_.addAdapter();
-    insist(sim::waitFor([this] { return !bluez_.endpoints().isEmpty(); }), "BlueALSA does not start");
+    require(sim::waitFor([this] { return !bluez_.endpoints().isEmpty(); }), "BlueALSA does not start");
     phone_.connect();
-    insist(phone_.configure(material.format) && phone_.start(static_cast<quint16>(material.mtu)),
-           "BlueALSA does not accept the phone");
+    require(phone_.configure(material.format) && phone_.start(static_cast<quint16>(material.mtu)),
+            "BlueALSA does not accept the phone");
     const QString pcm = QStringLiteral("/org/bluealsa/hci0/%1/a2dpsnk/source").arg(PhonePath.section(u'/', -1));
     const QVariantList fds = bluez_
                                  .call(QDBusMessage::createMethodCall(QStringLiteral("org.bluealsa"), pcm,
                                                                       QStringLiteral("org.bluealsa.PCM1"),
                                                                       QStringLiteral("Open")))
                                  .arguments();
-    insist(fds.size() == 2, "BlueALSA does not open the PCM");
+    require(fds.size() == 2, "BlueALSA does not open the PCM");
     const auto own = [&fds](int index) {
         return FileDescriptor(
             ::fcntl(qvariant_cast<QDBusUnixFileDescriptor>(fds[index]).fileDescriptor(), F_DUPFD_CLOEXEC, 0));

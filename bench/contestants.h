@@ -8,10 +8,10 @@
 
 namespace bench {
 
-/// The binary to measure: the environment variable KADO_BT, else the one of this build.
+/// Returns the binary to measure: that of the environment variable KADO_BT, or of this build when KADO_BT is not set.
 QByteArray daemonProgram();
 
-/// A process with a stream running through it, ready for pump(). The material outlives it.
+/// A process to measure, with an active stream. Use pump() to send packets through it. The material must outlive it.
 class Contestant {
 public:
     virtual ~Contestant() = default;
@@ -20,14 +20,14 @@ public:
 
     virtual const Process &process() const = 0;
     virtual Pump &pump() = 0;
-    /// Streams a while, until the process does the same for every packet.
+    /// Streams packets until the process is in steady state.
     void warmUp();
 
 protected:
     Contestant() = default;
 };
 
-/// The bare loop on two socket pairs.
+/// The bare loop (see bareloop.cpp) on two socket pairs.
 class BareLoop final : public Contestant {
 public:
     explicit BareLoop(const Material &material);
@@ -42,8 +42,8 @@ private:
     std::unique_ptr<Pump> pump_;
 };
 
-/// The daemon on a board of its own, with a phone that streams to it and a client of the local audio socket. There can
-/// be one at a time.
+/// The daemon on its own board, with a streaming phone and a client of the local audio socket. Only one may exist at a
+/// time.
 class KadoBt final : public Contestant {
 public:
     explicit KadoBt(const Material &material, const QList<QByteArray> &environment = {});
@@ -59,7 +59,7 @@ private:
     std::unique_ptr<Pump> pump_;
 };
 
-/// BlueALSA as Debian packages it, with a bus and a BlueZ of its own. Its PCM leaves by a pipe.
+/// Debian's BlueALSA with its own bus and BlueZ. It writes its PCM to a pipe.
 class BlueAlsa final : public Contestant {
 public:
     explicit BlueAlsa(const Material &material);

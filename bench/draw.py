@@ -1,23 +1,23 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""Draws what scripts/bench printed: CPU and latency of the bare loop, BlueALSA and kado-bt side by side, as SVG.
+"""Draws the output of scripts/bench as SVG: CPU time and latency of the bare loop, BlueALSA and kado-bt.
 Usage: scripts/bench | tee FILE; bench/draw.py FILE > docs/performance.svg"""
 import re
 import sys
 
-# Title, and the row of the table that it is drawn from.
+# Title of each chart, and its row in the table.
 CHARTS = [
-    ("CPU time of a packet, in real time", "real time: CPU us a packet"),
-    ("CPU time of a packet, back to back", "back to back: CPU us a packet"),
-    ("Packet sent to its last byte heard, median", "latency to the last byte, p50 us"),
+    ("CPU time per packet, in real time", "real time: CPU us per packet"),
+    ("CPU time per packet, back to back", "back to back: CPU us per packet"),
+    ("Time from sending a packet to receiving its last byte, median", "latency to the last byte, p50 us"),
 ]
 COLOURS = {"bare loop": "#9aa5b1", "BlueALSA": "#d98e48", "kado-bt": "#2f7f79"}
 WIDTH, LABEL, BAR, GAP, MARGIN = 720, 90, 22, 8, 24
-SCALE = WIDTH - LABEL - 2 * MARGIN - 130  # the longest bar; its figure stands behind it
+SCALE = WIDTH - LABEL - 2 * MARGIN - 130  # the longest bar, with room for its figure on the right
 
 
 def rows(lines):
-    """The first row of each name: kado-bt's median, the other's, their ratio."""
+    """Returns kado-bt's median, the other median and their ratio, from the first row of each name."""
     figures = {}
     for line in lines:
         match = re.match(r" +(\S.*?)  +" + r" +".join([r"([\d.]+) ± *\d+ %"] * 3), line)
@@ -27,7 +27,7 @@ def rows(lines):
 
 
 def contestants(row, bare, peer):
-    """Microseconds of each. The bare loop ran beside another daemon than BlueALSA did, so its ratio counts."""
+    """Returns the microseconds of each. Uses the bare loop's ratio, because it ran beside another daemon process."""
     ours, bluealsa, _ = peer[row]
     return {"bare loop": ours / bare[row][2], "BlueALSA": bluealsa, "kado-bt": ours}
 
@@ -48,10 +48,10 @@ def main():
     if len(sys.argv) != 2:
         sys.exit(__doc__.splitlines()[1])
     with open(sys.argv[1], encoding="utf-8") as file:
-        before, marker, behind = file.read().partition("beside BlueALSA")
+        before, marker, after = file.read().partition("compared with BlueALSA")
     if not marker:
-        sys.exit("bench/draw.py: the benchmark has not run beside BlueALSA")
-    bare, peer = rows(before.splitlines()), rows(behind.splitlines())
+        sys.exit("bench/draw.py: the file has no comparison with BlueALSA")
+    bare, peer = rows(before.splitlines()), rows(after.splitlines())
     height = len(CHARTS) * (3 * (BAR + GAP) + 48) + MARGIN
     print(f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {WIDTH} {height}" width="{WIDTH}" height="{height}" '
           'font-family="system-ui, sans-serif" font-size="14" fill="#1f2933">')

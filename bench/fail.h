@@ -8,12 +8,12 @@
 
 namespace bench {
 
-/// Ends the program: a measurement that went wrong is none.
+/// Prints the reason and ends the program, because a failed measurement has no result.
 [[noreturn]] inline void fail(const QString &what)
 {
     std::fflush(stdout);
     std::fprintf(stderr, "kado-bench: %s\n", qPrintable(what));
-    std::_Exit(EXIT_FAILURE); // the processes that are under way end with the sandbox
+    std::_Exit(EXIT_FAILURE); // child processes end with the sandbox
 }
 
 } // namespace bench

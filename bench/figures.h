@@ -5,18 +5,18 @@
 
 namespace bench {
 
-/// What was measured, and how far it spread.
+/// A measured value and its spread.
 struct Figure {
     double median = 0;
-    double noise = 0; ///< half the interquartile range over the median
+    double noise = 0; ///< half the interquartile range, divided by the median
 };
 
-/// The value below which the part `share` (0 to 1) of the values lies; 0 of none.
+/// Returns the value below which the fraction `share` (0 to 1) of the values lies, or 0 without values.
 double quantile(std::vector<double> values, double share);
 Figure figureOf(const std::vector<double> &values);
-/// Of the ratios taken round by round; as many rounds as the shorter has.
+/// Returns the figure of the ratios of each round. Ignores excess rounds of the longer list.
 Figure pairedRatio(const std::vector<double> &values, const std::vector<double> &others);
-/// Of rounds that were not taken in pairs; the noise is that of both together.
+/// Returns the ratio of two figures whose rounds were not paired. Combines the noise of both.
 Figure ratio(const Figure &value, const Figure &other);
 
 } // namespace bench

@@ -18,22 +18,21 @@ using namespace bench;
 
 namespace {
 
-/// How much of everything is measured.
-struct Extent {
+struct Workload {
     int realTimeRounds;
-    double realTimeSeconds; ///< a round
+    double realTimeSeconds; ///< per round
     int backToBackRounds;
-    int backToBackPackets; ///< a round
-    int tracedPackets;
-    int countedPackets;
+    int backToBackPackets; ///< per round
+    int tracedPackets;     ///< for system calls
+    int countedPackets;    ///< for allocations, back to back
     int starts;
 };
-constexpr Extent Full{16, 1.5, 30, 1500, 100, 5000, 25};
-constexpr Extent Quick{2, 1, 4, 500, 50, 2000, 5};
+constexpr Workload Full{16, 1.5, 30, 1500, 100, 5000, 25};
+constexpr Workload Quick{2, 1, 4, 500, 50, 2000, 5};
 
-// The read, the write and the wait in between.
+// Read, write and wait.
 constexpr double MaxSystemCalls = 3;
-// Something that has to do with no packet may fall into the count: not in every tenth, though.
+// Tolerance for system calls that do not belong to a packet: one in ten packets.
 constexpr double StraySystemCalls = 0.1;
 
 struct Rounds {
@@ -49,8 +48,9 @@ struct Rounds {
     }
 };
 
-/// Rounds of the daemon and the bare loop in turns, either first every other time.
-std::pair<Rounds, Rounds> takeTurns(Contestant &daemon, Contestant &bare, Pump::Pace pace, int rounds, int packets)
+/// Measures rounds of the daemon and the bare loop alternately. The daemon is first in every other pair.
+std::pair<Rounds, Rounds> measureAlternately(Contestant &daemon, Contestant &bare, Pump::Pace pace, int rounds,
+                                             int packets)
 {
     std::pair<Rounds, Rounds> taken;
     for (int i = 0; i < rounds; ++i) {
@@ -73,47 +73,47 @@ int packetsIn(double seconds, const Material &material)
     return static_cast<int>(seconds / material.seconds);
 }
 
-void measureRealTime(Contestant &daemon, Contestant &bare, const Material &material, const Extent &extent)
+void measureRealTime(Contestant &daemon, Contestant &bare, const Material &material, const Workload &workload)
 {
-    const auto [kado, loop] = takeTurns(daemon, bare, Pump::Pace::RealTime, extent.realTimeRounds,
-                                        packetsIn(extent.realTimeSeconds, material));
-    pairedRow("real time: CPU us a packet", kado.cpuUs, loop.cpuUs);
+    const auto [kado, loop] = measureAlternately(daemon, bare, Pump::Pace::RealTime, workload.realTimeRounds,
+                                                 packetsIn(workload.realTimeSeconds, material));
+    pairedRow("real time: CPU us per packet", kado.cpuUs, loop.cpuUs);
     pairedRow("  latency to the last byte, p50 us", kado.latencyP50, loop.latencyP50);
-    pairedRow("  p99 us, of a round", kado.latencyP99, loop.latencyP99);
+    pairedRow("  p99 us, per round", kado.latencyP99, loop.latencyP99);
 }
 
-void measureBackToBack(Contestant &daemon, Contestant &bare, const Extent &extent)
+void measureBackToBack(Contestant &daemon, Contestant &bare, const Workload &workload)
 {
-    const auto [kado, loop] = takeTurns(daemon, bare, Pump::Pace::BackToBack, extent.backToBackRounds,
-                                        extent.backToBackPackets);
-    pairedRow("back to back: CPU us a packet", kado.cpuUs, loop.cpuUs);
+    const auto [kado, loop] = measureAlternately(daemon, bare, Pump::Pace::BackToBack, workload.backToBackRounds,
+                                                 workload.backToBackPackets);
+    pairedRow("back to back: CPU us per packet", kado.cpuUs, loop.cpuUs);
 }
 
 void measureMemory(const Contestant &daemon, const Contestant &bare)
 {
-    constexpr double KibAMib = 1024;
+    constexpr double KibPerMib = 1024;
     const auto mib = [](const Contestant &contestant, const char *key) {
-        return contestant.process().memoryKib(key) / KibAMib;
+        return contestant.process().memoryKib(key) / KibPerMib;
     };
     table::counts("memory: resident MiB", mib(daemon, "Rss"), mib(bare, "Rss"));
     table::counts("  private dirty MiB", mib(daemon, "Private_Dirty"), mib(bare, "Private_Dirty"));
 }
 
-bool measureSystemCalls(Contestant &daemon, Contestant &bare, const Extent &extent)
+bool measureSystemCalls(Contestant &daemon, Contestant &bare, const Workload &workload)
 {
-    const double calls = countSystemCalls(daemon, extent.tracedPackets);
-    table::counts("system calls a packet, real time", calls, countSystemCalls(bare, extent.tracedPackets));
+    const double calls = countSystemCalls(daemon, workload.tracedPackets);
+    table::counts("system calls per packet, real time", calls, countSystemCalls(bare, workload.tracedPackets));
     const bool good = calls <= MaxSystemCalls + StraySystemCalls;
     if (!good)
-        std::printf("! more than %.0f system calls a packet\n", MaxSystemCalls);
+        std::printf("! more than %.0f system calls per packet\n", MaxSystemCalls);
     return good;
 }
 
-bool measureAllocations(const Material &material, const Extent &extent)
+bool measureAllocations(const Material &material, const Workload &workload)
 {
-    const Allocations allocations = countAllocations(material, packetsIn(extent.realTimeSeconds, material),
-                                                     extent.countedPackets);
-    table::count("heap allocations a packet, real time", allocations.realTime);
+    const Allocations allocations = countAllocations(material, packetsIn(workload.realTimeSeconds, material),
+                                                     workload.countedPackets);
+    table::count("heap allocations per packet, real time", allocations.realTime);
     table::count("  back to back", allocations.backToBack);
     const bool good = allocations.realTime == 0 && allocations.backToBack == 0;
     if (!good)
@@ -121,12 +121,12 @@ bool measureAllocations(const Material &material, const Extent &extent)
     return good;
 }
 
-bool measureStreams(const Extent &extent)
+bool measureStreams(const Workload &workload)
 {
     bool good = true;
     for (const int mtu : {672, 1017}) {
         const Material material = makeMaterial({}, mtu);
-        table::section(QStringLiteral("stream of 44.1 kHz joint stereo, bitpool 53, MTU %1: %2 ms a packet")
+        table::section(QStringLiteral("stream of 44.1 kHz joint stereo, bitpool 53, MTU %1: %2 ms per packet")
                            .arg(mtu)
                            .arg(material.seconds * 1000, 0, 'f', 1)
                            .toStdString());
@@ -134,38 +134,38 @@ bool measureStreams(const Extent &extent)
         BareLoop bare(material);
         daemon.warmUp();
         bare.warmUp();
-        measureBackToBack(daemon, bare, extent);
+        measureBackToBack(daemon, bare, workload);
         if (mtu != 672)
             continue;
-        measureRealTime(daemon, bare, material, extent);
+        measureRealTime(daemon, bare, material, workload);
         measureMemory(daemon, bare);
-        good = measureSystemCalls(daemon, bare, extent) && good;
+        good = measureSystemCalls(daemon, bare, workload) && good;
     }
     return good;
 }
 
-void measureBesideBlueAlsa(const Extent &extent)
+void compareWithBlueAlsa(const Workload &workload)
 {
     const Material material = makeMaterial({}, 672);
-    table::section("the same stream beside BlueALSA, which stands in the place of the bare loop");
+    table::section("the same stream compared with BlueALSA instead of the bare loop");
     KadoBt daemon(material);
     BlueAlsa peer(material);
     daemon.warmUp();
     peer.warmUp();
-    measureBackToBack(daemon, peer, extent);
-    measureRealTime(daemon, peer, material, extent);
+    measureBackToBack(daemon, peer, workload);
+    measureRealTime(daemon, peer, material, workload);
     measureMemory(daemon, peer);
 }
 
-void measureStartUp(const Extent &extent)
+void measureStartUp(const Workload &workload)
 {
-    const Starts starts = measureStarts(extent.starts);
+    const Starts starts = measureStarts(workload.starts);
     table::section("start");
     table::row("exec to all endpoints registered, ms", figureOf(starts.registered));
     table::row("  exec to the end of --version, ms", figureOf(starts.version));
 }
 
-/// "Intel(R) Xeon(R) Processor", or what stands for it.
+/// Returns the processor's name, for example "Intel(R) Xeon(R) Processor", or the architecture when it is unknown.
 QByteArray processorName()
 {
     QFile file(QStringLiteral("/proc/cpuinfo"));
@@ -185,17 +185,17 @@ int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
     const bool quick = QCoreApplication::arguments().contains(QStringLiteral("--quick"));
-    const Extent &extent = quick ? Quick : Full;
+    const Workload &workload = quick ? Quick : Full;
 
     std::printf("%s on %d x %s, Linux %s, %s%s\n", daemonProgram().constData(), QThread::idealThreadCount(),
                 processorName().constData(), qPrintable(QSysInfo::kernelVersion()),
                 qPrintable(QDateTime::currentDateTimeUtc().toString(Qt::ISODate)),
-                quick ? "; too quick for its times to mean much" : "");
+                quick ? "; quick run, times are not significant" : "");
     table::header();
-    bool good = measureStreams(extent);
-    good = measureAllocations(makeMaterial({}, 672), extent) && good;
-    measureStartUp(extent);
+    bool good = measureStreams(workload);
+    good = measureAllocations(makeMaterial({}, 672), workload) && good;
+    measureStartUp(workload);
     if (!quick)
-        measureBesideBlueAlsa(extent);
+        compareWithBlueAlsa(workload);
     return good ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -28,7 +28,7 @@ std::int64_t read(clockid_t clock)
     return time.tv_sec * NsPerSecond + time.tv_nsec;
 }
 
-/// What execve() takes; valid as long as the strings.
+/// Returns a null-terminated array for execve(). The strings must outlive it.
 std::vector<char *> pointers(QList<QByteArray> &strings)
 {
     std::vector<char *> pointers;
@@ -58,7 +58,7 @@ Process::Process(const QList<QByteArray> &command, const QList<QByteArray> &envi
     }
 
     QList<QByteArray> arguments = command;
-    QList<QByteArray> variables = environment; // the first of a name counts
+    QList<QByteArray> variables = environment; // at the front, because getenv() finds the first of a name
     for (char **variable = ::environ; *variable; ++variable)
         variables.append(*variable);
     const std::vector<char *> argumentPointers = pointers(arguments);

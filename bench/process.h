@@ -9,20 +9,21 @@
 
 namespace bench {
 
-/// CLOCK_MONOTONIC.
+/// Reads CLOCK_MONOTONIC.
 std::int64_t nowNs();
 
-/// A child process, ended with SIGKILL at the latest with this object. It is started by posix_spawn(), so the time from
-/// startedNs() to its first instruction does not depend on the size of this process.
+/// A child process. The destructor ends it with SIGKILL. Uses posix_spawn(), so that the time from startedNs() to the
+/// child's first instruction does not depend on the size of this process.
 class Process {
 public:
-    /// Starts `command` (its first word with its path or found in PATH) with `environment` ("NAME=VALUE") added to this
-    /// process's. -1 is /dev/null. A command that cannot be started ends the program.
+    /// Descriptors of the child's standard streams. -1: /dev/null.
     struct Streams {
         int in = -1;
         int out = -1;
         int err = -1;
     };
+    /// Starts `command`, whose first word is a path or a name in PATH. Adds `environment` ("NAME=VALUE") to this
+    /// process's environment. Ends the program when the command cannot be started.
     explicit Process(const QList<QByteArray> &command, const QList<QByteArray> &environment = {},
                      const Streams &streams = {-1, -1, -1});
     ~Process();
@@ -31,12 +32,12 @@ public:
 
     pid_t pid() const { return pid_; }
     std::int64_t startedNs() const { return startedNs_; }
-    /// CPU time of all its threads so far.
+    /// Returns the CPU time of all its threads so far.
     std::int64_t cpuNs() const;
-    /// The line `key` of /proc/PID/smaps_rollup, for instance "Rss".
+    /// Returns the value `key` of /proc/PID/smaps_rollup, for example "Rss".
     int memoryKib(const QByteArray &key) const;
     void signal(int number) const;
-    /// Waits for its end.
+    /// Waits until the process has ended.
     void wait();
 
 private:

@@ -18,12 +18,12 @@ namespace {
 
 constexpr double NsPerUs = 1000;
 constexpr double NsPerSecond = 1e9;
-// So many packets, and their PCM, fit into the sockets: nobody ever waits for room.
-constexpr int MaxUnderWay = 16;
-// A process that takes longer is stuck.
-constexpr timeval Patience{5, 0};
-// What the process does behind a packet's last byte counts too, and is done by then.
-constexpr std::int64_t AfterworkNs = 10'000'000;
+// So many packets and their PCM fit into the sockets, so that no write blocks.
+constexpr int MaxInFlight = 16;
+// A process that takes longer hangs.
+constexpr timeval ReceiveTimeout{5, 0};
+// Wait so long before reading the CPU time, because the process may still work after it has written the last byte.
+constexpr std::int64_t TrailingWorkNs = 10'000'000;
 
 void sleepUntil(std::int64_t ns)
 {
@@ -38,14 +38,14 @@ Pump::Pump(const Process &process, int packetSocket, int pcmSocket, const Materi
     : process_(process), packetSocket_(packetSocket), pcmSocket_(pcmSocket), material_(material)
 {
     ::prctl(PR_SET_TIMERSLACK, 1UL);
-    ::setsockopt(pcmSocket_, SOL_SOCKET, SO_RCVTIMEO, &Patience, sizeof Patience);
+    ::setsockopt(pcmSocket_, SOL_SOCKET, SO_RCVTIMEO, &ReceiveTimeout, sizeof ReceiveTimeout);
 }
 
 Pump::Run Pump::run(Pace pace, int packets)
 {
     Run run;
     run.latencyUs.reserve(static_cast<std::size_t>(packets));
-    expect(packets);
+    prepareExpected(packets);
     const auto pcmSize = static_cast<std::size_t>(material_.pcmSize);
 
     const std::int64_t before = process_.cpuNs();
@@ -55,32 +55,32 @@ Pump::Run Pump::run(Pace pace, int packets)
             sleepUntil(start + static_cast<std::int64_t>(i * material_.seconds * NsPerSecond));
             const std::int64_t sent = nowNs();
             send();
-            hear(static_cast<std::size_t>(i + 1) * pcmSize);
+            receive(static_cast<std::size_t>(i + 1) * pcmSize);
             run.latencyUs.push_back(static_cast<double>(nowNs() - sent) / NsPerUs);
         }
     } else {
         for (int i = 0; i < packets; ++i) {
-            if (i >= MaxUnderWay)
-                hear(static_cast<std::size_t>(i - MaxUnderWay + 1) * pcmSize);
+            if (i >= MaxInFlight)
+                receive(static_cast<std::size_t>(i - MaxInFlight + 1) * pcmSize);
             send();
         }
-        hear(expected_.size());
+        receive(expected_.size());
     }
-    sleepUntil(nowNs() + AfterworkNs);
+    sleepUntil(nowNs() + TrailingWorkNs);
     run.cpuUs = static_cast<double>(process_.cpuNs() - before) / NsPerUs / packets;
 
-    if (heardSize_ != expected_.size() || std::memcmp(heard_.data(), expected_.data(), heardSize_) != 0)
-        fail(QStringLiteral("the PCM is not that of the packets"));
+    if (receivedSize_ != expected_.size() || std::memcmp(received_.data(), expected_.data(), receivedSize_) != 0)
+        fail(QStringLiteral("the PCM differs from the reference"));
     return run;
 }
 
-/// Decodes what will be sent, and makes the room for what will be heard, before anything is measured.
-void Pump::expect(int packets)
+/// Decodes the packets of the next run and allocates the receive buffer, before the measurement.
+void Pump::prepareExpected(int packets)
 {
     const auto size = static_cast<std::size_t>(packets) * static_cast<std::size_t>(material_.pcmSize);
     expected_.assign(size, 0);
-    heard_.assign(size, 1);
-    heardSize_ = 0;
+    received_.assign(size, 1);
+    receivedSize_ = 0;
     std::size_t used = 0;
     for (int i = 0; i < packets; ++i) {
         const QByteArray &packet = material_.packets.at((position_ + i) % material_.packets.size());
@@ -88,7 +88,7 @@ void Pump::expect(int packets)
                              expected_.data() + used, size - used);
     }
     if (used != size)
-        fail(QStringLiteral("the packets differ in their PCM's size"));
+        fail(QStringLiteral("the packets have PCM of different sizes"));
 }
 
 void Pump::send()
@@ -100,15 +100,15 @@ void Pump::send()
         fail(QStringLiteral("packet socket: %1").arg(QString::fromLocal8Bit(std::strerror(errno))));
 }
 
-/// Reads until so many bytes of the run have been heard.
-void Pump::hear(std::size_t bytes)
+/// Reads until `bytes` bytes of the run have been received.
+void Pump::receive(std::size_t bytes)
 {
-    while (heardSize_ < bytes) {
-        const ssize_t size = ::read(pcmSocket_, heard_.data() + heardSize_, heard_.size() - heardSize_);
+    while (receivedSize_ < bytes) {
+        const ssize_t size = ::read(pcmSocket_, received_.data() + receivedSize_, received_.size() - receivedSize_);
         if (size <= 0)
             fail(size == 0 ? QStringLiteral("the PCM ended")
                            : QStringLiteral("no PCM: %1").arg(QString::fromLocal8Bit(std::strerror(errno))));
-        heardSize_ += static_cast<std::size_t>(size);
+        receivedSize_ += static_cast<std::size_t>(size);
     }
 }
 

@@ -10,20 +10,20 @@ namespace bench {
 
 class Process;
 
-/// The phone's and the player's end of a stream at once, in one thread: sends packets to a process and reads its PCM,
-/// every byte of which is held against the bare loop's; one that differs ends the program.
+/// The phone's and the player's end of a stream in one thread. Sends packets to a process, reads its PCM, and compares
+/// every byte with a reference. Ends the program on a difference.
 class Pump {
 public:
     enum class Pace {
-        RealTime,   ///< each packet at its time by the clock of its audio
-        BackToBack, ///< as fast as they are decoded
+        RealTime,   ///< packets at the rate of their audio
+        BackToBack, ///< packets as fast as the process decodes them
     };
     struct Run {
-        double cpuUs = 0;              ///< of the process, a packet
-        std::vector<double> latencyUs; ///< from a packet's sending to its last byte; of RealTime only
+        double cpuUs = 0;              ///< CPU time of the process per packet
+        std::vector<double> latencyUs; ///< from sending a packet to receiving its last byte; only with RealTime
     };
 
-    /// Neither the process nor the sockets are owned. The process has decoded nothing before.
+    /// Owns neither the process nor the sockets. The process must not have decoded anything yet.
     Pump(const Process &process, int packetSocket, int pcmSocket, const Material &material);
     Pump(const Pump &) = delete;
     Pump &operator=(const Pump &) = delete;
@@ -31,19 +31,19 @@ public:
     Run run(Pace pace, int packets);
 
 private:
-    void expect(int packets);
+    void prepareExpected(int packets);
     void send();
-    void hear(std::size_t bytes);
+    void receive(std::size_t bytes);
 
     const Process &process_;
     int packetSocket_;
     int pcmSocket_;
     const Material &material_;
     Libsbc reference_;
-    int position_ = 0; ///< of the next packet in the material
+    int position_ = 0; ///< index of the next packet in the material
     std::vector<char> expected_;
-    std::vector<char> heard_;
-    std::size_t heardSize_ = 0;
+    std::vector<char> received_;
+    std::size_t receivedSize_ = 0;
 };
 
 } // namespace bench

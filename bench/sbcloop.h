@@ -6,12 +6,12 @@
 
 namespace bench {
 
-/// RTP header and frame count before the frames of a media packet.
+/// Size of the RTP header and the frame count before the frames of a media packet.
 constexpr std::size_t SbcPayloadOffset = 13;
 
-/// Decodes the frames of a good media packet one after the other, as little code as can do it: what the daemon is
-/// measured against, and what its PCM has to equal. The decoder is an sbc::Decoder, or has the same decode(). Returns
-/// the bytes of PCM written to `pcm`, which has `room`.
+/// Decodes the frames of a valid media packet with as little code as possible. It is the baseline of the daemon's time
+/// and the reference of its PCM. `decoder` is an sbc::Decoder, or has the same decode(). Returns the number of bytes
+/// written to `pcm`, which has the size `room`.
 template <typename Decoder>
 std::size_t decodePacket(Decoder &decoder, const char *packet, std::size_t length, char *pcm, std::size_t room)
 {

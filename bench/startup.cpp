@@ -20,14 +20,14 @@ double registeredMs(sim::Board &board)
     });
     const auto requestsBefore = board.player.requests().size();
     Process daemon({daemonProgram(), "--stderr"}, {"DBUS_SYSTEM_BUS_ADDRESS=" + board.bus.address().toUtf8()});
-    // The player is told of the adapter after the last endpoint.
+    // The daemon notifies the player after it has registered the last endpoint.
     if (!sim::waitFor([&] { return registered != 0 && board.player.requests().size() > requestsBefore; }))
         fail(QStringLiteral("the daemon does not start"));
     const double ms = static_cast<double>(registered - daemon.startedNs()) / NsPerMs;
     daemon.signal(SIGTERM);
     daemon.wait();
     if (!sim::waitFor([&] { return board.bluez.endpoints().isEmpty(); }))
-        fail(QStringLiteral("the daemon's endpoints stay"));
+        fail(QStringLiteral("the daemon's endpoints are still registered"));
     return ms;
 }
 
@@ -43,7 +43,7 @@ double versionMs()
 Starts measureStarts(int times)
 {
     sim::Board board;
-    registeredMs(board); // the first one loads the files
+    registeredMs(board); // not counted, because it loads the files into the page cache
     Starts starts;
     for (int i = 0; i < times; ++i) {
         starts.registered.push_back(registeredMs(board));

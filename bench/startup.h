@@ -5,11 +5,12 @@
 
 namespace bench {
 
-/// Milliseconds of starts of the daemon, taken in turns.
+/// Start-up times of the daemon, in milliseconds.
 struct Starts {
-    std::vector<double> registered; ///< from exec to the last endpoint registered with BlueZ
-    std::vector<double> version;    ///< `kado-bt --version`, from exec to its end: what loading alone takes
+    std::vector<double> registered; ///< from exec to the registration of the last endpoint with BlueZ
+    std::vector<double> version;    ///< from exec of `kado-bt --version` to its end, the time to load the program
 };
+/// Measures both times alternately.
 Starts measureStarts(int times);
 
 } // namespace bench

@@ -14,7 +14,8 @@ namespace bench {
 
 namespace {
 
-/// The calls in the last line of strace's summary: share, seconds, microseconds a call, calls, and perhaps errors.
+/// Returns the number of calls from the last line of strace's summary. Its columns: percentage, seconds, microseconds
+/// per call, calls, errors (optional).
 long totalOf(const QByteArray &summary)
 {
     const QList<QByteArray> lines = summary.trimmed().split('\n');
@@ -29,7 +30,7 @@ long callsDuring(Contestant &contestant, int packets)
     QTemporaryFile summary;
     int ends[2];
     if (!summary.open() || ::pipe2(ends, O_CLOEXEC) != 0)
-        fail(QStringLiteral("no file for strace"));
+        fail(QStringLiteral("cannot create a file or pipe for strace"));
     const FileDescriptor messages(ends[0]);
     FileDescriptor err(ends[1]);
 

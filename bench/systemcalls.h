@@ -5,8 +5,8 @@ namespace bench {
 
 class Contestant;
 
-/// System calls of the process a packet in real time, of all its threads: the difference between 2 and 1 times
-/// `packets`, counted by strace. The process is slowed down meanwhile.
+/// Counts the system calls of all threads of the process with strace, in real time. Returns the calls per packet: the
+/// difference between a run with twice `packets` and a run with `packets`. strace slows down the process.
 double countSystemCalls(Contestant &contestant, int packets);
 
 } // namespace bench

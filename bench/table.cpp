@@ -9,7 +9,7 @@ namespace {
 
 constexpr double Percent = 100;
 
-/// For instance "12.34 ±  5 %".
+/// Formats a figure, for example "12.34 ±  5 %".
 std::string text(const bench::Figure &figure, int decimals)
 {
     char text[64];
@@ -32,7 +32,7 @@ std::string text(double count)
 
 void print(const std::string &what, const std::string &daemon, const std::string &bare, const std::string &ratio)
 {
-    // The sign ± takes two bytes and one column.
+    // "±" has two bytes and one column.
     const auto width = [](const std::string &cell) { return cell.find("±") == std::string::npos ? 17 : 18; };
     std::printf("%-50s%*s%*s%*s\n", what.c_str(), width(daemon), daemon.c_str(), width(bare), bare.c_str(),
                 width(ratio), ratio.c_str());

@@ -9,8 +9,8 @@
 
 namespace doctor {
 
-/// Checks BlueZ and its first adapter, which is the one that kado-bt uses. Finds out whether phones can find the
-/// speaker and see it as an audio device. `caller`: the user who runs this program.
+/// Checks BlueZ and its first adapter, which kado-bt uses: phones must be able to find the speaker and see it as an
+/// audio device. `caller`: the user who runs this program.
 Findings checkAdapter(const Peer &bluez, uid_t caller);
 
 /// Returns BlueZ's objects, or nothing when the reply is an error or has other types.

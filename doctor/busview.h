@@ -15,7 +15,7 @@ struct Peer {
     bool hasOwner = false; ///< a process owns the name
     std::optional<uid_t> user;
     uint process = 0;   ///< its number; 0: unknown
-    QDBusMessage reply; ///< or an error
+    QDBusMessage reply; ///< reply or error
 };
 
 /// The state of the system bus at one moment.
@@ -36,7 +36,8 @@ BusView queryBus();
 bool isAccessDenied(const QDBusMessage &reply);
 bool isTimeout(const QDBusMessage &reply);
 
-/// Describes a bad reply: returns name and text of an error, otherwise says that the types are unexpected.
+/// Describes a bad reply. Returns name and text of an error. For a reply without an error, returns that its types are
+/// unexpected.
 QString errorText(const QDBusMessage &reply);
 
 } // namespace doctor

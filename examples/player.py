@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""The player's side of kado-bt: is told what happens, and plays what a phone plays.
+"""An example player for kado-bt: receives its notifications and plays the audio of the phone.
 
-Usage: player.py [COMMAND]    COMMAND plays the PCM on its standard input; default: aplay
+Usage: player.py [COMMAND]    COMMAND plays the PCM from its standard input; default: aplay
 """
 import re
 import shlex
@@ -27,7 +27,7 @@ def listen(rate, bits, channels):
 
 
 class Player(BaseHTTPRequestHandler):
-    protocol_version = "HTTP/1.1"  # a connection that is closed with its answer may bring the request a second time
+    protocol_version = "HTTP/1.1"  # keeps the connection open, because closing it with the answer may cause a retry
 
     def do_GET(self):
         self.send_response(200)
@@ -37,11 +37,11 @@ class Player(BaseHTTPRequestHandler):
             connected, name, streaming = state.groups()
             print(f"connected: {connected}, name: {unquote(name)}, streaming: {streaming}", file=sys.stderr)
             if streaming == "true":
-                subprocess.run(shlex.split(SELECT))  # answered by the request below
+                subprocess.run(shlex.split(SELECT))  # kado-bt then sends the /Play request below
         elif play := PLAY.fullmatch(self.path):
             Thread(target=listen, args=play.groups(), daemon=True).start()
 
 
 server = ThreadingHTTPServer(("127.0.0.1", 11000), Player)
-subprocess.run(shlex.split(SELECT))  # a phone may be playing already
+subprocess.run(shlex.split(SELECT))  # because a phone may already be playing
 server.serve_forever()

@@ -4,18 +4,18 @@
 #include "codec/codec.h"
 #include "fuzz/fuzzing.h"
 
-/// What holds for the negotiation of every codec.
+/// Checks for the negotiation of every codec.
 namespace fuzzing {
 
-/// A field of an element that offers its choices as bits and has one of them in a configuration.
+/// A field of a codec element: a bit for each choice in capabilities, exactly one bit in a configuration.
 struct ChoiceField {
-    int octet;         ///< where it is, in the element's octets
-    int octets;        ///< 1, or 2 with the higher first
-    unsigned mask;     ///< within these octets
-    unsigned favorite; ///< for a phone that offers none
+    int octet;          ///< index in the element
+    int octets;         ///< 1, or 2 with the higher first
+    unsigned mask;      ///< within these octets
+    unsigned preferred; ///< the choice when the phone offers none
 };
 
-/// Octets that are not there count as 0.
+/// Returns the field's bits. Missing octets count as 0.
 inline unsigned valueOf(const QByteArray &element, const ChoiceField &field)
 {
     unsigned value = 0;
@@ -24,22 +24,22 @@ inline unsigned valueOf(const QByteArray &element, const ChoiceField &field)
     return value & field.mask;
 }
 
-/// The answer has exactly one choice, one that the phone offered if it offered any.
+/// Requires exactly one choice in `selected`: an offered one, or the preferred one when none is offered.
 inline void checkChoice(const QByteArray &offered, const QByteArray &selected, const ChoiceField &field)
 {
     const unsigned offer = valueOf(offered, field);
     const unsigned choice = valueOf(selected, field);
-    PROMISED(choice != 0 && (choice & (choice - 1)) == 0);
-    PROMISED(offer == 0 ? choice == field.favorite : (choice & offer) == choice);
+    REQUIRE(choice != 0 && (choice & (choice - 1)) == 0);
+    REQUIRE(offer == 0 ? choice == field.preferred : (choice & offer) == choice);
 }
 
-/// Whatever the configuration, the player is told of a stream that can be.
+/// Requires a possible stream format for any configuration, because the player receives this format.
 inline void checkStream(Codec &codec, const QByteArray &configuration)
 {
     codec.setConfiguration(configuration);
-    PROMISED(codec.sampleRate >= 8000 && codec.sampleRate <= 96000);
-    PROMISED(codec.channels == 1 || codec.channels == 2);
-    PROMISED(codec.bitDepth == 16);
+    REQUIRE(codec.sampleRate >= 8000 && codec.sampleRate <= 96000);
+    REQUIRE(codec.channels == 1 || codec.channels == 2);
+    REQUIRE(codec.bitDepth == 16);
 }
 
 } // namespace fuzzing

@@ -12,7 +12,7 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv);
 
 extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/)
 {
-    // Messages are put together, as in the daemon, and then dropped: standard error is libFuzzer's.
+    // Drop messages after they were formatted as in the daemon, because standard error belongs to libFuzzer.
     qInstallMessageHandler([](QtMsgType type, const QMessageLogContext & /*context*/, const QString & /*message*/) {
         if (type == QtFatalMsg)
             std::abort();
@@ -43,8 +43,8 @@ QByteArray fuzzing::Input::bytes(unsigned length)
     return bytes;
 }
 
-void fuzzing::promiseBroken(const char *condition, const char *file, int line)
+void fuzzing::requirementFailed(const char *condition, const char *file, int line)
 {
-    std::fprintf(stderr, "%s:%d: not so: %s\n", file, line, condition);
+    std::fprintf(stderr, "%s:%d: false: %s\n", file, line, condition);
     std::abort();
 }

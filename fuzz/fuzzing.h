@@ -6,23 +6,24 @@
 #include <cstddef>
 #include <cstdint>
 
-/// What the targets have in common. The entry point of each is libFuzzer's LLVMFuzzerTestOneInput.
-///
-/// A condition that holds for every input. One that does not ends the program, which libFuzzer reports with the input.
-#define PROMISED(condition)                                                                                            \
-    ((condition) ? static_cast<void>(0) : fuzzing::promiseBroken(#condition, __FILE__, __LINE__))
+// Common code of the fuzz targets. The entry point of each target is libFuzzer's LLVMFuzzerTestOneInput().
+
+/// Requires a condition that must be true for every input. A false one aborts the program, and libFuzzer reports the
+/// input.
+#define REQUIRE(condition)                                                                                             \
+    ((condition) ? static_cast<void>(0) : fuzzing::requirementFailed(#condition, __FILE__, __LINE__))
 
 namespace fuzzing {
 
-/// Takes an input apart from its beginning, so that a seed can be written down by hand. There is always an answer: what
-/// lies behind the end counts as 0 or as empty.
+/// Reads an input from its beginning, so that a seed can be written by hand. Bytes beyond the end read as 0, byte
+/// arrays as shorter or empty.
 class Input {
 public:
     Input(const std::uint8_t *data, std::size_t size) : data_(data), left_(size) {}
 
     bool atEnd() const { return left_ == 0; }
     unsigned byte();
-    /// Two bytes, the first the higher.
+    /// Reads two bytes, the higher first.
     unsigned word();
     QByteArray bytes(unsigned length);
     QByteArray rest() { return bytes(static_cast<unsigned>(left_)); }
@@ -32,6 +33,6 @@ private:
     std::size_t left_;
 };
 
-[[noreturn]] void promiseBroken(const char *condition, const char *file, int line);
+[[noreturn]] void requirementFailed(const char *condition, const char *file, int line);
 
 } // namespace fuzzing

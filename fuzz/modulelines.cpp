@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
-// What the serial line brings: bytes into lines, lines into the conversation with the module, and after whatever came a
-// module that answers in order, whose settings must end up right.
+// Input from the serial line: bytes become lines, lines go to the module protocol. After any input, a module that
+// answers correctly must end with the right settings.
 //
-// An input: the speaker's name, then name, audio mode, I2S mode and codec as the module has them, each as length
-// (1 byte) and bytes; one byte of manners (see below); then what comes in, as a row of records: length (1 byte), how
-// often more (1 byte, of which four bits count), bytes.
+// An input has these parts:
+//   speaker's name, then the module's name, audio mode, I2S mode and codec: each length (1 byte) and bytes
+//   the module's faults (1 byte, see below)
+//   received data, a sequence of records: length (1 byte), number of repetitions (1 byte, the lower four bits), bytes
 
 #include "fuzz/fuzzing.h"
 #include "module/linereader.h"
@@ -20,29 +21,29 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
 namespace {
 
-// What the reader and the conversation may keep: the line begun, the phone's name, and some room to grow into.
+// Memory limit of reader and protocol: the unfinished line, the phone's name, and reserve capacity.
 constexpr std::size_t MaxKeptBytes = 64 * 1024;
 
 constexpr int ReadBytes = 1024; // of one read of the line
 
-// What one input brings at most: every line length and state is reached with less, and longer ones take their time.
+// Limit of received data per input. Less is enough for every line length and state, and more costs time.
 constexpr int MaxInputBytes = 8 * LineReader::MaxLineLength;
 
 constexpr int Settings = 4; // name, audio mode, I2S mode, codec
 
-// Bits of a module's manners: it keeps the first 16 bytes of a name; from the second on, it takes no other value of
-// each of its settings.
+// Fault bits of a module. Bit 0: it keeps only the first 16 bytes of a name. Bits 1 to 4: it ignores commands that set
+// setting 0 to 3.
 constexpr unsigned NameShortened = 1;
 constexpr unsigned FirstFixed = 2;
 constexpr unsigned AnyFixed = 0x1E;
 
-/// A setting cannot hold what ends a line, or reading.
+/// Removes the bytes that end a line, and zero bytes, because LineReader drops the rest of a read after one.
 QByteArray asSetting(QByteArray bytes)
 {
     return bytes.replace('\r', "").replace('\n', "").replace('\0', "");
 }
 
-/// A module that knows the commands of the check and answers each.
+/// A module that answers each command of the settings check.
 class Module {
 public:
     explicit Module(fuzzing::Input &input)
@@ -50,7 +51,7 @@ public:
         for (QByteArray &setting : running_)
             setting = asSetting(input.bytes(input.byte()));
         saved_ = running_;
-        manners_ = input.byte();
+        faults_ = input.byte();
     }
 
     QByteArray answer(const QByteArray &command)
@@ -60,10 +61,10 @@ public:
             if (command == "get " + keys[i])
                 return keys[i].toUpper() + '=' + running_[i] + "\r\n";
             const QByteArray set = "set " + keys[i] + '=';
-            if (command.startsWith(set) && (manners_ & FirstFixed << i) == 0)
+            if (command.startsWith(set) && (faults_ & FirstFixed << i) == 0)
                 running_[i] = command.mid(set.size());
         }
-        if ((manners_ & NameShortened) != 0)
+        if ((faults_ & NameShortened) != 0)
             running_[0].truncate(16);
         if (command == "write")
             saved_ = running_;
@@ -74,7 +75,7 @@ public:
         return "Ready\r\n";
     }
 
-    bool takesEverything() const { return (manners_ & AnyFixed) == 0; }
+    bool acceptsAllSettings() const { return (faults_ & AnyFixed) == 0; }
     const QByteArray &running(std::size_t setting) const { return running_[setting]; }
 
     int resets = 0;
@@ -82,7 +83,7 @@ public:
 private:
     std::array<QByteArray, Settings> running_;
     std::array<QByteArray, Settings> saved_;
-    unsigned manners_ = 0;
+    unsigned faults_ = 0;
 };
 
 /// The daemon's side of the line.
@@ -90,19 +91,19 @@ class Daemon {
 public:
     explicit Daemon(const QString &speakerName) : protocol_([speakerName] { return speakerName; }) {}
 
-    /// Takes what one read brought, and returns the commands that it sets off, without their ends.
+    /// Processes the bytes of one read. Returns the resulting commands, without their line ends.
     QList<QByteArray> take(const QByteArray &bytes)
     {
         QList<QByteArray> commands;
         int characters = 0;
         for (const QString &line : reader_.feed(bytes)) {
-            PROMISED(line.size() <= LineReader::MaxLineLength);
+            REQUIRE(line.size() <= LineReader::MaxLineLength);
             for (const QChar character : line)
-                PROMISED(character != '\r' && character != '\n' && !character.isNull() && character.unicode() < 0x100);
+                REQUIRE(character != '\r' && character != '\n' && !character.isNull() && character.unicode() < 0x100);
             characters += static_cast<int>(line.size()) + 1;
             commands += react(line);
         }
-        PROMISED(characters <= LineReader::MaxLineLength + bytes.size());
+        REQUIRE(characters <= LineReader::MaxLineLength + bytes.size());
         return commands;
     }
 
@@ -110,15 +111,15 @@ private:
     QList<QByteArray> react(const QString &line)
     {
         const ModuleReaction reaction = protocol_.process(line);
-        PROMISED(reaction.command.size() <= SerialLine::MaxUnsentBytes); // else it could never be sent
-        PROMISED(!reaction.queryStatus || protocol_.isConnected());
+        REQUIRE(reaction.command.size() <= SerialLine::MaxUnsentBytes); // SerialLine drops longer commands
+        REQUIRE(!reaction.queryStatus || protocol_.isConnected());
         if (reaction.command.isEmpty())
             return {};
-        PROMISED(reaction.command.endsWith('\r'));
+        REQUIRE(reaction.command.endsWith('\r'));
         QList<QByteArray> commands = reaction.command.split('\r');
         commands.removeLast();
         for (const QByteArray &command : commands)
-            PROMISED(isCommand(command));
+            REQUIRE(isCommand(command));
         return commands;
     }
 
@@ -135,13 +136,13 @@ private:
     ModuleProtocol protocol_;
 };
 
-/// Lets the two talk, beginning with a command, until both are silent; returns the last command.
-QByteArray talk(Daemon &daemon, Module &module, const QByteArray &first)
+/// Sends `first` to the module, then passes answers and commands until none is left. Returns the last command.
+QByteArray runDialogue(Daemon &daemon, Module &module, const QByteArray &first)
 {
     QList<QByteArray> commands{first};
     QByteArray last;
     for (int i = 0; !commands.isEmpty(); ++i) {
-        PROMISED(i < 100); // a check has at most ten commands
+        REQUIRE(i < 100); // one check has at most ten commands
         last = commands.takeFirst();
         commands += daemon.take(module.answer(last));
     }
@@ -168,19 +169,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         for (int at = 0; at < bytes.size(); at += ReadBytes)
             daemon.take(bytes.mid(at, ReadBytes));
     }
-    PROMISED(__sanitizer_get_current_allocated_bytes() <= before + MaxKeptBytes);
+    REQUIRE(__sanitizer_get_current_allocated_bytes() <= before + MaxKeptBytes);
 
     daemon.take("\r\n");
-    talk(daemon, module, "get name"); // its name may be taken for that of a phone that was asked for
-    const QByteArray last = talk(daemon, module, "get name");
-    PROMISED(module.resets <= 3);  // for what was left over, for this module's settings, for those found wrong after it
+    runDialogue(daemon, module, "get name"); // the daemon may take this answer as the name of a phone that it asked for
+    const QByteArray last = runDialogue(daemon, module, "get name");
+    REQUIRE(module.resets <= 3);   // for earlier corrections, for this module's settings, for those wrong after a reset
     if (asSetting(name).isEmpty()) // no check without a name
         return 0;
-    PROMISED(last == "status");
-    if (module.takesEverything()) {
-        PROMISED(module.running(1).split(' ').constFirst() == "3");
-        PROMISED(module.running(2).split(' ').constFirst() == "0202");
-        PROMISED(module.running(3).startsWith("7 44100") || module.running(3).startsWith("7=44100"));
+    REQUIRE(last == "status");
+    if (module.acceptsAllSettings()) {
+        REQUIRE(module.running(1).split(' ').constFirst() == "3");
+        REQUIRE(module.running(2).split(' ').constFirst() == "0202");
+        REQUIRE(module.running(3).startsWith("7 44100") || module.running(3).startsWith("7=44100"));
     }
     return 0;
 }

@@ -1,18 +1,18 @@
 // SPDX-License-Identifier: MIT
-// SBC packets, several for one codec, with the preparations and configurations that come between them; everything heard
-// is held against libsbc.
+// SBC packets for one codec, mixed with calls of prepare() and setConfiguration(). Compares the decoded audio with
+// libsbc.
 //
-// An input is a row of records; their first byte says, by its two lowest bits, what follows:
-//   0  prepare():           the MTU (2 bytes)
+// An input is a sequence of records. The two lowest bits of a record's first byte give its type:
+//   0  prepare():           MTU (2 bytes)
 //   1  setConfiguration():  length (1 byte), element
 //   2  processPacket():     length (2 bytes), packet
-//   3  the same, with the checksum of each frame put right: random bytes would hardly ever get past it
+//   3  processPacket() with corrected frame checksums, because random bytes rarely have correct ones
 //
 // Each packet ends at an unmapped page.
 
 #include "codec/codecsbc.h"
+#include "fuzz/expectedaudio.h"
 #include "fuzz/fuzzing.h"
-#include "fuzz/heard.h"
 #include "tests/packetatpageend.h"
 #include "tests/recordingdevice.h"
 #include "tests/sbc/frames.h"
@@ -25,7 +25,7 @@ namespace {
 constexpr int PayloadOffset = 13;
 constexpr int HeaderSize = 4;
 
-void mendChecksums(QByteArray &packet)
+void fixChecksums(QByteArray &packet)
 {
     Reference measure;
     for (int at = PayloadOffset; at + HeaderSize < packet.size();) {
@@ -33,7 +33,7 @@ void mendChecksums(QByteArray &packet)
         const auto size = static_cast<int>(packet.size()) - at;
         if (8 * size < 8 * HeaderSize + frames::scaleFactorBits(frame[1]))
             return;
-        frames::mendChecksum(frame);
+        frames::fixChecksum(frame);
         char pcm[sbc::Decoder::MaxPcmSize];
         std::size_t written = 0;
         const int length = measure.decode(frame, static_cast<std::size_t>(size), pcm, sizeof pcm, written);
@@ -43,13 +43,13 @@ void mendChecksums(QByteArray &packet)
     }
 }
 
-/// A codec, and what libsbc makes of the same packets.
+/// A codec, and libsbc as its reference.
 struct Stream {
     CodecSBC codec;
     Reference reference;
     int mtu = -1; ///< -1: not prepared
 
-    /// A packet, which is cut to the MTU as the socket cuts it.
+    /// Processes a packet, truncated to the MTU as by the socket, and compares the audio.
     void play(QByteArray bytes)
     {
         if (mtu >= 0)
@@ -57,8 +57,8 @@ struct Stream {
         const PacketAtPageEnd packet(bytes);
         RecordingDevice out;
         codec.processPacket(packet.data(), packet.size(), &out);
-        PROMISED(out.writes.size() == (packet.size() < PayloadOffset ? 0 : 1));
-        PROMISED(out.everything() == (mtu < 0 ? QByteArray() : heard::ofSbc(bytes, reference)));
+        REQUIRE(out.writes.size() == (packet.size() < PayloadOffset ? 0 : 1));
+        REQUIRE(out.everything() == (mtu < 0 ? QByteArray() : expectedPcm(bytes, reference)));
     }
 };
 
@@ -78,7 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         } else {
             QByteArray packet = input.bytes(input.word());
             if (record == 3)
-                mendChecksums(packet);
+                fixChecksums(packet);
             stream.play(packet);
         }
     }

@@ -21,12 +21,12 @@ namespace {
 constexpr int LargestPacket = 65'536;
 
 struct Controller {
-    int port = -1;       ///< a stream of H4 packets
-    int device = -1;     ///< /dev/vhci: one H4 packet a read or write
-    QByteArray received; ///< the beginning of a packet from the port
+    int port = -1;       ///< stream of H4 packets
+    int device = -1;     ///< /dev/vhci; one H4 packet per read or write
+    QByteArray received; ///< incomplete packet from the port
 };
 
-/// The device file of the virtio serial port `name`; empty when there is none.
+/// Returns the device file of the virtio serial port `name`, or an empty string.
 QString portFile(const QString &name)
 {
     const QDir ports(QStringLiteral("/sys/class/virtio-ports"));
@@ -38,7 +38,7 @@ QString portFile(const QString &name)
     return {};
 }
 
-/// The length of the H4 packet that `bytes` begin with; -1 while that cannot be told.
+/// Returns the length of the H4 packet at the beginning of `bytes`, or -1 when the packet's header is incomplete.
 int packetLength(const QByteArray &bytes)
 {
     enum Type { Data = 2, Voice = 3, Event = 4, Isochronous = 5 };
@@ -97,7 +97,7 @@ bool open(Controller &controller, const QString &port)
 {
     controller.port = ::open(qPrintable(portFile(port)), O_RDWR | O_CLOEXEC);
     controller.device = ::open("/dev/vhci", O_RDWR | O_CLOEXEC);
-    // Vendor packet: make a BR/EDR controller; the kernel answers with its number.
+    // This vendor packet creates a BR/EDR controller. The kernel answers with its number.
     const char create[] = {'\xFF', 0};
     char answer[16];
     return controller.port >= 0 && ::write(controller.device, create, sizeof create) == sizeof create

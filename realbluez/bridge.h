@@ -5,9 +5,9 @@
 
 namespace realbluez {
 
-/// Gives the kernel a Bluetooth controller, hci0, hci1 and so on, for each of `ports`: the names of virtio serial ports
-/// behind which an emulated controller speaks H4 (Bluetooth Core 5.3, vol. 4, part A). Carries packets both ways until
-/// one side hangs up; returns the exit status.
+/// Creates a Bluetooth controller in the kernel (hci0, hci1 and so on) for each of `ports`, the names of virtio serial
+/// ports. Each port leads to an emulated controller with the H4 protocol (Bluetooth Core 5.3, vol. 4, part A). Forwards
+/// packets in both directions until one side closes. Returns the exit status.
 int bridge(const QStringList &ports);
 
 } // namespace realbluez

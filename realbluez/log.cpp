@@ -7,7 +7,7 @@
 
 namespace realbluez {
 
-void say(const QString &who, const QString &text)
+void logLine(const QString &who, const QString &text)
 {
     std::printf("%.3f %-8s | %s\n", static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 1000, qPrintable(who),
                 qPrintable(text));

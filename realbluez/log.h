@@ -5,10 +5,10 @@
 
 namespace realbluez {
 
-/// The folder that host and machines share.
+/// The folder that the host shares with the virtual machines.
 inline const QString Share = QStringLiteral("/lab/share");
 
-/// One line on standard output: seconds of the clock, who, what.
-void say(const QString &who, const QString &text);
+/// Prints one line on standard output: wall-clock time in seconds, actor, text.
+void logLine(const QString &who, const QString &text);
 
 } // namespace realbluez

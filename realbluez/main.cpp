@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-// What the machines of scripts/realbluez run, and what compares their results.
+// The program that scripts/realbluez runs in its virtual machines, and on the host to compare the results.
 int main(int argc, char *argv[])
 {
     const QCoreApplication application(argc, argv);

@@ -23,21 +23,23 @@ using bluez::AgentManagerInterface;
 using bluez::DeviceInterface;
 using bluez::RootPath;
 
-// The machines' processors are emulated, ten to twenty times slower than real ones. bluetoothd gives up by itself.
-constexpr int CallMs = 60'000;
-constexpr int DiscoveryMs = 120'000; // with the time in which the speaker boots
-constexpr int LookMs = 500;
-// bluetoothd answers Connect with the first service that is there, and the stream comes later.
-constexpr int ConfigurationMs = 10'000;
-// A phone that was hung up on, or a bluetoothd that crashed.
-constexpr int GoneMs = 30'000;
-// bluetoothd tries to bring back a link that was lost after 1, 2, 4 s and so on.
-constexpr int ReconnectionMs = 60'000;
-// A player that stops goes on with silence for a while; the last packets have left the phone by then.
+// The virtual machines' processors are emulated, ten to twenty times slower than real ones. bluetoothd's own timeouts
+// end earlier.
+constexpr int CallTimeoutMs = 60'000;
+constexpr int DiscoveryTimeoutMs = 120'000; // includes the time in which the speaker boots
+constexpr int PollMs = 500;
+// bluetoothd answers Connect after the first service is connected. The stream is configured later.
+constexpr int ConfigurationTimeoutMs = 10'000;
+// For the end of a connection that the phone hung up, or that ended with a crash of bluetoothd.
+constexpr int DisconnectTimeoutMs = 30'000;
+// bluetoothd tries to restore a lost link after 1, 2, 4 s and so on.
+constexpr int ReconnectionTimeoutMs = 60'000;
+// A phone's player sends silence for a while after it stops. Wait so long, so that the last packets have left the
+// phone.
 constexpr int SilenceMs = 500;
-constexpr int SendMs = 5;
+constexpr int SendIntervalMs = 5;
 
-/// The only one that these phones have, so that either side chooses it.
+/// Returns the only format that these phones offer, so that both sides choose it.
 sim::SbcFormat format()
 {
     return {};
@@ -48,15 +50,15 @@ void pause(int ms)
     sim::waitFor([] { return false; }, ms);
 }
 
-/// Looks now and then until `condition` holds; false when it does not within `ms`.
-bool eventually(int ms, const std::function<bool()> &condition)
+/// Evaluates `condition` every PollMs until it is true. Returns false when it is still false after `ms`.
+bool pollUntil(int ms, const std::function<bool()> &condition)
 {
     QElapsedTimer clock;
     clock.start();
     while (!condition()) {
         if (clock.elapsed() > ms)
             return false;
-        pause(LookMs);
+        pause(PollMs);
     }
     return true;
 }
@@ -70,9 +72,9 @@ Phone::Phone(int number)
     QDBusConnection::systemBus().registerVirtualObject(own_, this);
     QObject::connect(&timer_, &QTimer::timeout, this, &Phone::sendDue);
     step(QStringLiteral("is switched on"),
-         eventually(CallMs, [this] { return set(adapter_, AdapterInterface, "Powered", true); })
+         pollUntil(CallTimeoutMs, [this] { return set(adapter_, AdapterInterface, "Powered", true); })
              && set(adapter_, AdapterInterface, "Alias", name_));
-    if (number == 1) { // for all phones of this machine
+    if (number == 1) { // one agent for all phones of this machine
         const QVariant agent = QVariant::fromValue(QDBusObjectPath(own_));
         call(RootPath, AgentManagerInterface, "RegisterAgent", {agent, QStringLiteral("DisplayYesNo")});
         call(RootPath, AgentManagerInterface, "RequestDefaultAgent", {agent});
@@ -90,8 +92,8 @@ bool Phone::discover()
     call(adapter_, AdapterInterface, "SetDiscoveryFilter",
          {QVariantMap{{QStringLiteral("Transport"), QStringLiteral("bredr")}}});
     call(adapter_, AdapterInterface, "StartDiscovery");
-    const bool found = eventually(
-        DiscoveryMs, [this] { return get(device_, DeviceInterface, "Name") == QStringLiteral("Kitchen BT"); });
+    const bool found = pollUntil(
+        DiscoveryTimeoutMs, [this] { return get(device_, DeviceInterface, "Name") == QStringLiteral("Kitchen BT"); });
     call(adapter_, AdapterInterface, "StopDiscovery");
     return step(QStringLiteral("finds \"Kitchen BT\""), found);
 }
@@ -105,36 +107,37 @@ bool Phone::pair()
 
 bool Phone::connect()
 {
-    // Let in, it may still get no stream: bluetoothd 5.66 gives an answer the label of whatever it was asked last.
+    // Retry an accepted connection without a stream, because bluetoothd 5.66 may label an answer with the label of a
+    // later request.
     constexpr int Tries = 3;
     bool configured = false;
-    letIn_ = true;
-    for (int i = 0; i < Tries && letIn_ && !configured; ++i)
+    accepted_ = true;
+    for (int i = 0; i < Tries && accepted_ && !configured; ++i)
         configured = tryToConnect();
     return step(QStringLiteral("connects"), configured);
 }
 
-bool Phone::connectAgainAndAgain()
+bool Phone::connectWithRetries()
 {
-    return step(QStringLiteral("connects"), eventually(GoneMs, [this] { return tryToConnect(); }));
+    return step(QStringLiteral("connects"), pollUntil(DisconnectTimeoutMs, [this] { return tryToConnect(); }));
 }
 
-bool Phone::connectInVain()
+bool Phone::connectWithoutStream()
 {
-    return step(QStringLiteral("connects and gets no stream"), !tryToConnect());
+    return step(QStringLiteral("connects without a stream"), !tryToConnect());
 }
 
 bool Phone::tryToConnect()
 {
-    letIn_ = false;
+    accepted_ = false;
     call(device_, DeviceInterface, "Connect");
-    return sim::waitFor([this] { return !transport_.isEmpty(); }, ConfigurationMs);
+    return sim::waitFor([this] { return !transport_.isEmpty(); }, ConfigurationTimeoutMs);
 }
 
 bool Phone::awaitReconnection()
 {
     return step(QStringLiteral("is connected by the speaker"),
-                sim::waitFor([this] { return !transport_.isEmpty(); }, ReconnectionMs));
+                sim::waitFor([this] { return !transport_.isEmpty(); }, ReconnectionTimeoutMs));
 }
 
 bool Phone::disconnect()
@@ -145,8 +148,8 @@ bool Phone::disconnect()
 
 bool Phone::awaitDisconnected()
 {
-    return step(QStringLiteral("is no longer connected"),
-                eventually(GoneMs, [this] { return !isConnected() && transport_.isEmpty(); }));
+    return step(QStringLiteral("is disconnected"),
+                pollUntil(DisconnectTimeoutMs, [this] { return !isConnected() && transport_.isEmpty(); }));
 }
 
 bool Phone::start(int seconds)
@@ -157,7 +160,7 @@ bool Phone::start(int seconds)
         packets_ = sim::encodeSbc(sound(seconds, nextSound()), format(), reply.arguments().value(2).toInt());
         sent_ = 0;
         playing_.start();
-        timer_.start(SendMs);
+        timer_.start(SendIntervalMs);
     }
     return step(QStringLiteral("plays a sound of %1 s").arg(seconds), descriptor_ >= 0 && !packets_.isEmpty());
 }
@@ -170,7 +173,7 @@ bool Phone::keepPlaying(int seconds)
 
 bool Phone::finish()
 {
-    const bool played = sim::waitFor([this] { return sent_ == packets_.size() || descriptor_ < 0; }, CallMs)
+    const bool played = sim::waitFor([this] { return sent_ == packets_.size() || descriptor_ < 0; }, CallTimeoutMs)
         && descriptor_ >= 0;
     pause(SilenceMs);
     if (played) {
@@ -180,17 +183,17 @@ bool Phone::finish()
     return step(QStringLiteral("plays to the end and pauses"), played);
 }
 
-bool Phone::awaitCut()
+bool Phone::awaitStreamCut()
 {
-    return step(QStringLiteral("finds its stream cut off"), sim::waitFor([this] { return descriptor_ < 0; }, CallMs));
+    return step(QStringLiteral("loses its stream"), sim::waitFor([this] { return descriptor_ < 0; }, CallTimeoutMs));
 }
 
 bool Phone::handleMessage(const QDBusMessage &message, const QDBusConnection &connection)
 {
-    say(name_, QStringLiteral("is asked for ") + message.member());
+    logLine(name_, QStringLiteral("is asked for ") + message.member());
     QDBusMessage reply = message.createReply();
     if (message.member() == QLatin1String("SelectConfiguration")) {
-        letIn_ = true;
+        accepted_ = true;
         reply << format().configuration();
     } else if (message.member() == QLatin1String("SetConfiguration")) {
         transport_ = message.arguments().value(0).value<QDBusObjectPath>().path();
@@ -210,11 +213,11 @@ QDBusMessage Phone::call(const QString &path, QLatin1String interface, const cha
 {
     QDBusMessage message = QDBusMessage::createMethodCall(bluez::Service, path, interface, QLatin1String(method));
     message.setArguments(arguments);
-    const QDBusPendingCallWatcher watcher(QDBusConnection::systemBus().asyncCall(message, CallMs));
-    sim::waitFor([&] { return watcher.isFinished(); }, 2 * CallMs);
+    const QDBusPendingCallWatcher watcher(QDBusConnection::systemBus().asyncCall(message, CallTimeoutMs));
+    sim::waitFor([&] { return watcher.isFinished(); }, 2 * CallTimeoutMs);
     const QDBusMessage reply = watcher.reply();
     if (reply.type() == QDBusMessage::ErrorMessage && QLatin1String(method) != QLatin1String("Get"))
-        say(name_, QStringLiteral("%1: %2 %3").arg(QLatin1String(method), reply.errorName(), reply.errorMessage()));
+        logLine(name_, QStringLiteral("%1: %2 %3").arg(QLatin1String(method), reply.errorName(), reply.errorMessage()));
     return reply;
 }
 
@@ -237,7 +240,7 @@ QVariant Phone::get(const QString &path, QLatin1String interface, const char *pr
 
 bool Phone::step(const QString &text, bool done)
 {
-    say(name_, done ? text : QStringLiteral("FAILED: ") + text);
+    logLine(name_, done ? text : QStringLiteral("FAILED: ") + text);
     return done;
 }
 
@@ -260,12 +263,12 @@ void Phone::sendDue()
     }
 }
 
-void Phone::endStream(bool whole)
+void Phone::endStream(bool complete)
 {
     timer_.stop();
     ::close(descriptor_);
     descriptor_ = -1;
-    saveSent({packets_.mid(0, sent_), whole});
+    saveSent({packets_.mid(0, sent_), complete});
 }
 
 } // namespace realbluez

@@ -14,37 +14,37 @@
 
 namespace realbluez {
 
-/// A phone: an A2DP source that plays through an adapter of this machine's bluetoothd. Each of its steps waits until it
-/// is done, says so in the log, and returns false when it failed.
+/// A phone: an A2DP source that uses an adapter of this machine's bluetoothd. Each step waits until it has completed,
+/// logs the result, and returns false on failure.
 class Phone : public QDBusVirtualObject {
 public:
-    /// The phone with the adapter hci`number - 1`.
+    /// Uses the adapter hci`number - 1`.
     explicit Phone(int number);
 
-    /// Looks for the speaker until it is there under its name, which may take until it has booted.
+    /// Runs discovery until the speaker appears under its name. Allows for the time in which the speaker boots.
     bool discover();
     bool pair();
-    /// Connects: the speaker has to let it in at once, and a stream gets configured.
+    /// Connects. The speaker must accept the first attempt, and a stream must be configured.
     bool connect();
-    /// The same, as often as it takes while the speaker's bluetoothd is away.
-    bool connectAgainAndAgain();
-    /// Tries to connect once, and must get no stream.
-    bool connectInVain();
-    /// Waits until the speaker's bluetoothd has brought back a link that was lost, with its stream.
+    /// Connects, and retries while the speaker's bluetoothd is not running.
+    bool connectWithRetries();
+    /// Tries to connect once. Fails when a stream is configured.
+    bool connectWithoutStream();
+    /// Waits until the speaker's bluetoothd has restored a lost link and its stream.
     bool awaitReconnection();
     bool disconnect();
     bool awaitDisconnected();
 
-    /// Starts to play a sound `seconds` long, unlike any other of this run, in real time.
+    /// Starts to play a sound of `seconds` in real time. Every sound of a run is different.
     bool start(int seconds);
-    /// Goes on playing for so long.
+    /// Continues to play for `seconds`.
     bool keepPlaying(int seconds);
     /// Plays to the end of the sound and suspends the stream.
     bool finish();
-    /// Waits until the stream is cut off.
-    bool awaitCut();
+    /// Waits until the speaker, or a lost link, has ended the stream.
+    bool awaitStreamCut();
 
-    /// bluetoothd calls the phone: its agent, which says yes to everything, and its endpoint.
+    /// Handles calls from bluetoothd, to the phone's agent (which accepts everything) and to its endpoint.
     bool handleMessage(const QDBusMessage &message, const QDBusConnection &connection) override;
     QString introspect(const QString &path) const override;
 
@@ -57,17 +57,17 @@ private:
     bool tryToConnect();
     bool isConnected();
     void sendDue();
-    void endStream(bool whole);
+    void endStream(bool complete);
 
     QString name_;
     QString adapter_;
     QString device_;
-    QString own_;        ///< the object that bluetoothd calls
-    QString transport_;  ///< empty while no stream is configured
-    bool letIn_ = false; ///< the speaker let the last connection in, as far as to tell what streams it takes
+    QString own_;           ///< path of the object that bluetoothd calls
+    QString transport_;     ///< empty while no stream is configured
+    bool accepted_ = false; ///< the speaker accepted the last connection at least as far as its stream capabilities
     QList<QByteArray> packets_;
     int sent_ = 0;
-    int descriptor_ = -1; ///< of the stream, while it plays
+    int descriptor_ = -1; ///< of the stream while it plays
     QTimer timer_;
     QElapsedTimer playing_;
 };

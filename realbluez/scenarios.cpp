@@ -10,15 +10,14 @@ namespace realbluez {
 
 namespace {
 
-/// Asks host or speaker for something that a phone cannot do.
-bool ask(const QString &request)
+/// Requests an action of the host ("drop") or the speaker ("crash") by creating a file in the shared folder.
+bool request(const QString &name)
 {
-    QFile file(Share + QLatin1Char('/') + request);
+    QFile file(Share + QLatin1Char('/') + name);
     return file.open(QIODevice::WriteOnly);
 }
 
-/// The usual beginning, the usual end, and a sound from beginning to end.
-bool meet(Phone &phone)
+bool pairAndConnect(Phone &phone)
 {
     return phone.discover() && phone.pair() && phone.connect();
 }
@@ -28,7 +27,7 @@ bool play(Phone &phone, int seconds)
     return phone.start(seconds) && phone.finish();
 }
 
-bool leave(Phone &phone)
+bool hangUp(Phone &phone)
 {
     return phone.disconnect() && phone.awaitDisconnected();
 }
@@ -36,38 +35,40 @@ bool leave(Phone &phone)
 bool pairAndPlay()
 {
     Phone phone(1);
-    return meet(phone) && play(phone, 6) && leave(phone);
+    return pairAndConnect(phone) && play(phone, 6) && hangUp(phone);
 }
 
 bool suspendAndResume()
 {
     Phone phone(1);
-    return meet(phone) && play(phone, 4) && play(phone, 3) && play(phone, 3) && leave(phone);
+    return pairAndConnect(phone) && play(phone, 4) && play(phone, 3) && play(phone, 3) && hangUp(phone);
 }
 
 bool hangUpAndLoseLink()
 {
     Phone phone(1);
-    return meet(phone) && phone.start(20) && phone.keepPlaying(3) && leave(phone) && phone.awaitCut() && phone.connect()
-        && phone.start(20) && phone.keepPlaying(3) && ask(QStringLiteral("drop")) && phone.awaitCut()
-        && phone.awaitDisconnected() && phone.awaitReconnection() && play(phone, 4) && leave(phone);
+    return pairAndConnect(phone) && phone.start(20) && phone.keepPlaying(3) && hangUp(phone) && phone.awaitStreamCut()
+        && phone.connect() && phone.start(20) && phone.keepPlaying(3) && request(QStringLiteral("drop"))
+        && phone.awaitStreamCut() && phone.awaitDisconnected() && phone.awaitReconnection() && play(phone, 4)
+        && hangUp(phone);
 }
 
-/// A second phone pairs, but gets no stream until the first one has left.
+/// A second phone pairs, but gets no stream until the first phone has disconnected.
 bool secondPhone()
 {
     Phone first(1);
     Phone second(2);
-    return meet(first) && first.start(20) && first.keepPlaying(1) && second.discover() && second.pair()
-        && second.connectInVain() && first.finish() && leave(first) && second.connect() && play(second, 4)
-        && leave(second);
+    return pairAndConnect(first) && first.start(20) && first.keepPlaying(1) && second.discover() && second.pair()
+        && second.connectWithoutStream() && first.finish() && hangUp(first) && second.connect() && play(second, 4)
+        && hangUp(second);
 }
 
 bool bluetoothdCrashes()
 {
     Phone phone(1);
-    return meet(phone) && phone.start(20) && phone.keepPlaying(3) && ask(QStringLiteral("crash")) && phone.awaitCut()
-        && phone.awaitDisconnected() && phone.connectAgainAndAgain() && play(phone, 4) && leave(phone);
+    return pairAndConnect(phone) && phone.start(20) && phone.keepPlaying(3) && request(QStringLiteral("crash"))
+        && phone.awaitStreamCut() && phone.awaitDisconnected() && phone.connectWithRetries() && play(phone, 4)
+        && hangUp(phone);
 }
 
 const QMap<QString, bool (*)()> Scenarios{

@@ -8,7 +8,7 @@ namespace realbluez {
 
 QStringList scenarioNames();
 
-/// Plays a scenario with the phones of this machine; false when a step of it failed.
+/// Runs a scenario with the phones of this machine. Returns false when a step failed.
 bool playScenario(const QString &name);
 
 } // namespace realbluez

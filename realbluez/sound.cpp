@@ -20,9 +20,9 @@ namespace realbluez {
 namespace {
 
 constexpr int Rate = 44'100;
-constexpr int BytesAFrame = 4; // two channels of 16 bits
-// Of a stream that is cut off: the packets that the kernels and the radio have between phone and speaker.
-constexpr double LostAtMostSeconds = 0.5;
+constexpr int BytesPerFrame = 4; // two channels of 16 bits
+// Audio that a cut stream may lose: the packets in the kernels and on the radio between phone and speaker.
+constexpr double MaxLostSeconds = 0.5;
 
 QString fileName(const char *kind, int number)
 {
@@ -43,12 +43,12 @@ QByteArray load(const QString &path)
 
 double seconds(const QByteArray &pcm)
 {
-    return static_cast<double>(pcm.size()) / (Rate * BytesAFrame);
+    return static_cast<double>(pcm.size()) / (Rate * BytesPerFrame);
 }
 
-/// The end of what was heard, `size` bytes of the PCM of `packets`. The daemon's decoder still has it in its filters
-/// when the next stream begins, unless BlueZ has come anew in between.
-QList<QByteArray> lastHeard(const QList<QByteArray> &packets, qsizetype size)
+/// Returns the last packets whose PCM is within the first `size` bytes. The daemon's decoder still has them in its
+/// filters when the next stream begins, unless BlueZ was restarted in between.
+QList<QByteArray> decoderHistory(const QList<QByteArray> &packets, qsizetype size)
 {
     constexpr int FilterPackets = 2;
     QList<QByteArray> heard = packets;
@@ -57,8 +57,8 @@ QList<QByteArray> lastHeard(const QList<QByteArray> &packets, qsizetype size)
     return heard.mid(std::max(0, static_cast<int>(heard.size()) - FilterPackets));
 }
 
-/// How often the sound that was heard goes on elsewhere than it should: something is lost, doubled or altered there.
-int jumps(const QByteArray &decoded, const QByteArray &heard)
+/// Counts the places where audio is lost, repeated or altered.
+int discontinuities(const QByteArray &decoded, const QByteArray &heard)
 {
     constexpr int Block = 512;
     int count = 0;
@@ -83,7 +83,7 @@ QByteArray sound(int seconds, int number)
 {
     constexpr double Amplitude = 10'000;
     constexpr double TwoPi = 6.283185307179586;
-    constexpr double RiseHz = 40; // in a second
+    constexpr double RiseHz = 40; // per second
     std::vector<std::int16_t> samples;
     for (int i = 0; i < seconds * Rate; ++i) {
         const double time = static_cast<double>(i) / Rate;
@@ -101,12 +101,12 @@ int nextSound()
     return static_cast<int>(QDir(Share).entryList({QStringLiteral("sent-*")}).size());
 }
 
-void saveSent(const Sent &sent)
+void saveSent(const SentStream &sent)
 {
     QByteArray bytes;
     QDataStream stream(&bytes, QIODevice::WriteOnly);
     stream.setVersion(QDataStream::Qt_5_15);
-    stream << sent.whole << sent.packets;
+    stream << sent.complete << sent.packets;
     save(fileName("sent", nextSound()), bytes);
 }
 
@@ -122,25 +122,25 @@ bool compareStreams(const QString &folder)
     int number = 0;
     QList<QByteArray> before;
     for (; dir.exists(fileName("sent", number)) || dir.exists(fileName("heard", number)); ++number) {
-        Sent sent;
+        SentStream sent;
         QDataStream stream(load(dir.filePath(fileName("sent", number))));
         stream.setVersion(QDataStream::Qt_5_15);
-        stream >> sent.whole >> sent.packets;
+        stream >> sent.complete >> sent.packets;
         const QByteArray heard = load(dir.filePath(fileName("heard", number)));
 
         QByteArray fresh = sim::decodeSbc(sent.packets);
         QByteArray continued = sim::decodeSbc(before + sent.packets).mid(sim::decodeSbc(before).size());
         const double sentSeconds = seconds(fresh);
-        if (!sent.whole) {
+        if (!sent.complete) {
             fresh.truncate(heard.size());
             continued.truncate(heard.size());
         }
-        const bool same = (heard == continued || heard == fresh) && seconds(heard) > sentSeconds - LostAtMostSeconds;
+        const bool same = (heard == continued || heard == fresh) && seconds(heard) > sentSeconds - MaxLostSeconds;
         good = good && same;
-        std::printf("stream %d%s: %.2f s sent, %.2f s heard, %s, %d jumps\n", number + 1, sent.whole ? "" : ", cut off",
-                    sentSeconds, seconds(heard), same ? "bit-exact" : "NOT as sent",
-                    same ? 0 : jumps(continued, heard));
-        before = lastHeard(sent.packets, heard.size());
+        std::printf("stream %d%s: %.2f s sent, %.2f s heard, %s, %d discontinuities\n", number + 1,
+                    sent.complete ? "" : ", cut off", sentSeconds, seconds(heard), same ? "bit-exact" : "NOT as sent",
+                    same ? 0 : discontinuities(continued, heard));
+        before = decoderHistory(sent.packets, heard.size());
     }
     return good && number > 0;
 }

@@ -8,23 +8,24 @@
 namespace realbluez {
 
 /// The packets that a phone sent in one stream.
-struct Sent {
-    QList<QByteArray> packets; ///< of sim::encodeSbc
-    bool whole = true;         ///< false: the stream was cut off, so that only its beginning was heard
+struct SentStream {
+    QList<QByteArray> packets; ///< from sim::encodeSbc()
+    bool complete = true;      ///< false when the stream was cut off, so that the player received only its beginning
 };
 
-/// 16-bit stereo PCM of 44100 Hz, `seconds` of it: tones that rise all the time, so that no two moments of one sound,
-/// and no two sounds of different `number`, are alike.
+/// Returns `seconds` of 16-bit stereo PCM at 44100 Hz. The tones rise all the time, so that no two sections of a sound
+/// are the same. Sounds with different `number` differ as well.
 QByteArray sound(int seconds, int number);
 
-/// The streams of a run, in the order in which they were played and heard, lie in the shared folder. These give the
-/// number that comes next, from 0 on, and put a stream there.
+/// Returns the number of the next stream, from 0. The streams of a run are in the shared folder, in playing order.
 int nextSound();
-void saveSent(const Sent &sent);
+/// Saves the packets of a stream in the shared folder, under the next number.
+void saveSent(const SentStream &sent);
+/// Saves the audio that the player received.
 void saveHeard(const QByteArray &pcm, int number);
 
-/// Prints for each stream in `folder` how much was sent, how much heard, and whether that is the same; false when
-/// something is missing, wrong, or more than was sent.
+/// Compares the sent and received audio of each stream in `folder`, and prints both durations and the result. Returns
+/// false when audio is missing, wrong or in excess, or when there is no stream.
 bool compareStreams(const QString &folder);
 
 } // namespace realbluez

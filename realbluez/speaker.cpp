@@ -16,22 +16,22 @@ namespace realbluez {
 
 namespace {
 
-constexpr int LookMs = 200;
-// systemd waits 100 ms before it starts a service that crashed again. Here it is long enough for phones to give up.
-constexpr int BluetoothdAwayMs = 3000;
-// BlueZ reports a phone that hung up as much as 2.5 s later.
-constexpr int PhoneGoneMs = 15'000;
+constexpr int PollMs = 200;
+// Longer than systemd's 100 ms before the restart of a crashed service, so that the phones lose their connections.
+constexpr int BluetoothdRestartMs = 3000;
+// BlueZ reports a disconnected phone up to 2.5 s later.
+constexpr int DisconnectTimeoutMs = 15'000;
 
 class Speaker {
 public:
     Speaker();
-    /// The exit status.
+    /// Returns the exit status.
     int run();
 
 private:
     void startBluetoothd();
-    void look();
-    void saveWhatWasHeard();
+    void poll();
+    void saveStream();
 
     sim::ChildProcess bluetoothd_;
     sim::Daemon daemon_;
@@ -43,11 +43,11 @@ private:
 Speaker::Speaker()
 {
     QObject::connect(&daemon_, &sim::Daemon::logLine,
-                     [](const QString &line) { say(QStringLiteral("kado-bt"), line); });
+                     [](const QString &line) { logLine(QStringLiteral("kado-bt"), line); });
     QObject::connect(&player_, &sim::Player::requested, [](const sim::PlayerRequest &request) {
-        say(QStringLiteral("player"), QStringLiteral("is told ") + request.target);
+        logLine(QStringLiteral("player"), QStringLiteral("is told ") + request.target);
     });
-    QObject::connect(&timer_, &QTimer::timeout, [this] { look(); });
+    QObject::connect(&timer_, &QTimer::timeout, [this] { poll(); });
     bluetoothd_.setStandardErrorFile(Share + QStringLiteral("/bluetoothd"), QIODevice::Append);
 }
 
@@ -57,25 +57,25 @@ void Speaker::startBluetoothd()
                       {QStringLiteral("-n"), QStringLiteral("-d")});
 }
 
-void Speaker::saveWhatWasHeard()
+void Speaker::saveStream()
 {
     if (player_.heard().isEmpty())
         return;
-    say(QStringLiteral("player"), QStringLiteral("has heard %1 bytes").arg(player_.heard().size()));
+    logLine(QStringLiteral("player"), QStringLiteral("has heard %1 bytes").arg(player_.heard().size()));
     saveHeard(player_.heard(), streams_++);
-    player_.forgetHeard();
+    player_.clearHeard();
 }
 
-void Speaker::look()
+void Speaker::poll()
 {
     if (!player_.audioConnected()) {
-        saveWhatWasHeard();
+        saveStream();
         player_.connectAudio();
     }
     if (QFile::remove(Share + QStringLiteral("/crash"))) {
-        say(QStringLiteral("speaker"), QStringLiteral("kills bluetoothd"));
+        logLine(QStringLiteral("speaker"), QStringLiteral("kills bluetoothd"));
         bluetoothd_.kill();
-        QTimer::singleShot(BluetoothdAwayMs, &bluetoothd_, [this] { startBluetoothd(); });
+        QTimer::singleShot(BluetoothdRestartMs, &bluetoothd_, [this] { startBluetoothd(); });
     }
 }
 
@@ -86,23 +86,24 @@ int Speaker::run()
     startBluetoothd();
     daemon_.start(QStringLiteral("unix:path=/run/dbus/system_bus_socket"),
                   {QStringLiteral("--stderr"), QStringLiteral("--debug"), QStringLiteral("9")});
-    timer_.start(LookMs);
+    timer_.start(PollMs);
 
     const QString end = Share + QStringLiteral("/end");
     while (!QFile::exists(end) && daemon_.process().state() == QProcess::Running)
-        sim::waitFor([] { return false; }, LookMs);
+        sim::waitFor([] { return false; }, PollMs);
 
     const QString gone = QStringLiteral(
         "/BTPropertyChange?type=USB?adapter=true&connected=false&name=&streaming=false");
     const bool told = sim::waitFor([&] { return player_.targets().value(player_.targets().size() - 1) == gone; },
-                                   PhoneGoneMs);
+                                   DisconnectTimeoutMs);
     const bool runs = daemon_.process().state() == QProcess::Running;
     if (!told)
-        say(QStringLiteral("speaker"), QStringLiteral("FAILED: the player was not told that the phone has left"));
+        logLine(QStringLiteral("speaker"),
+                QStringLiteral("FAILED: the player was not told that the phone disconnected"));
     if (!runs)
-        say(QStringLiteral("speaker"), QStringLiteral("FAILED: kado-bt has ended"));
+        logLine(QStringLiteral("speaker"), QStringLiteral("FAILED: kado-bt has ended"));
     daemon_.stop();
-    saveWhatWasHeard();
+    saveStream();
     return told && runs ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 

@@ -3,8 +3,8 @@
 
 namespace realbluez {
 
-/// The speaker: bluetoothd, the daemon and the media player, until the phones' machine has ended. Logs what the daemon
-/// says, and what the player is told and hears; returns the exit status.
+/// Runs the speaker (bluetoothd, the daemon and the media player) until the phones' machine has ended. Logs the
+/// daemon's lines, the requests to the player and the size of the received audio. Returns the exit status.
 int runSpeaker();
 
 } // namespace realbluez

@@ -12,20 +12,20 @@ namespace {
 const QString DeviceInfoPath = QStringLiteral("/etc/kado_info.xml");
 const QString PlayerNamePath = QStringLiteral("/var/data/player_name");
 
-// What a start with sanitizers takes on a busy machine, several times over.
-constexpr int SetUpMs = 15'000;
+// Several times longer than a start with sanitizers takes on a busy machine.
+constexpr int SetUpTimeoutMs = 15'000;
 
-void insistOnSandbox()
+void requireSandbox()
 {
     if (qgetenv("KADO_SANDBOX") != "1")
-        qFatal("A board writes files of a speaker in /etc and /var: it runs in scripts/sandbox only.");
+        qFatal("A board writes files in /etc and /var. Run it in scripts/sandbox.");
 }
 
 } // namespace
 
 void writeFile(const QString &path, const QByteArray &content)
 {
-    insistOnSandbox();
+    requireSandbox();
     QDir().mkpath(QFileInfo(path).path());
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
@@ -39,7 +39,7 @@ void writeDeviceInfo(const QByteArray &xml)
 
 void removeDeviceInfo()
 {
-    insistOnSandbox();
+    requireSandbox();
     QFile::remove(DeviceInfoPath);
 }
 
@@ -50,12 +50,12 @@ void writePlayerName(const QByteArray &content)
 
 void removePlayerName()
 {
-    insistOnSandbox();
+    requireSandbox();
     QFile::remove(PlayerNamePath);
 }
 
 Board::Board(const QString &busSocketPath)
-    : bus((insistOnSandbox(), busSocketPath)), bluez(bus.address()), control(bus.address())
+    : bus((requireSandbox(), busSocketPath)), bluez(bus.address()), control(bus.address())
 {
     writeDeviceInfo("<?xml version=\"1.0\"?>\n<device>\n  <settings>\n    <bt>bluez</bt>\n  </settings>\n</device>\n");
     writePlayerName("Kitchen\n");
@@ -74,7 +74,7 @@ bool Board::startDaemon(const QStringList &arguments, const QString &redirection
     daemon.start(bus.address(), arguments, redirection);
     waitFor(
         [&] { return player.requests().size() > requestsBefore || daemon.process().state() == QProcess::NotRunning; },
-        SetUpMs);
+        SetUpTimeoutMs);
     return player.requests().size() > requestsBefore;
 }
 

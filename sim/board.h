@@ -13,25 +13,26 @@
 
 namespace sim {
 
-/// The files of a board as the daemon reads them. To be used only in the sandbox (see scripts/sandbox): the paths are
-/// the real ones, so the functions refuse, ending the program, unless the environment says KADO_SANDBOX=1.
-void writeFile(const QString &path, const QByteArray &content); ///< makes its folder where there is none
+/// Write and remove the board's files at the real paths that the daemon reads. Call only in scripts/sandbox: without
+/// KADO_SANDBOX=1 in the environment these functions end the program.
+void writeFile(const QString &path, const QByteArray &content); ///< creates missing folders
 void writeDeviceInfo(const QByteArray &xml);                    ///< /etc/kado_info.xml
 void removeDeviceInfo();
 void writePlayerName(const QByteArray &content); ///< /var/data/player_name
 void removePlayerName();
 
-/// A speaker with one BlueZ adapter: bus, BlueZ, player and daemon together.
+/// A speaker with one BlueZ adapter: bus, BlueZ, player, daemon and a caller of the control interface.
 class Board {
 public:
-    /// Writes the device file (BlueZ variant) and the name file ("Kitchen"), starts bus, BlueZ with the adapter
-    /// /org/bluez/hci0, and the player's service. The daemon is not started.
+    /// Writes the device file (BlueZ variant) and the name file ("Kitchen"). Starts the bus, BlueZ with the adapter
+    /// /org/bluez/hci0, and the player's HTTP service. Does not start the daemon.
     explicit Board(const QString &busSocketPath = {});
     ~Board();
     Board(const Board &) = delete;
     Board &operator=(const Board &) = delete;
 
-    /// Starts the daemon (see Daemon) and waits until it has set up the adapter (the first notification has arrived).
+    /// Starts the daemon (see Daemon). Waits for its first request to the player, which it sends when the adapter is
+    /// set up. Returns false when none arrives.
     bool startDaemon(const QStringList &arguments = {QStringLiteral("--stderr")}, const QString &redirection = {});
 
     Bus bus;

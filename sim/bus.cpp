@@ -12,9 +12,9 @@ namespace sim {
 
 namespace {
 
-constexpr int StartMs = 5000;
+constexpr int StartTimeoutMs = 5000;
 
-// Of the type that the daemon is made for, but without the policy of a real system bus: anybody may do anything.
+// A system bus, but with a policy that permits everything to everybody.
 const char *const Configuration = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
@@ -31,7 +31,7 @@ const char *const Configuration = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop/
 </busconfig>
 )";
 
-// The user that the package names may not be there.
+// Sets the user root, because the user in the packaged configuration may be missing here.
 const char *const PolicedConfiguration = R"(<busconfig>
   <include>/usr/share/dbus-1/system.conf</include>
   <user>root</user>
@@ -69,17 +69,17 @@ Bus::Bus(const QString &socketPath)
         fail(configuration.errorString());
     configuration.write(configurationFor(address_).toUtf8());
     configuration.close();
-    // As on a board, where anybody may connect.
+    // Let every user connect, as on a board.
     QFile::setPermissions(dir_.path(), QFile::permissions(dir_.path()) | QFile::ReadOther | QFile::ExeOther);
 
     process_.start(QStringLiteral("dbus-daemon"),
                    {QStringLiteral("--config-file=") + configuration.fileName(), QStringLiteral("--nofork"),
                     QStringLiteral("--nopidfile"), QStringLiteral("--nosyslog"), QStringLiteral("--print-address"),
                     QStringLiteral("--address=") + address_});
-    if (!process_.waitForStarted(StartMs))
+    if (!process_.waitForStarted(StartTimeoutMs))
         fail(process_.errorString());
-    while (!process_.canReadLine()) { // the address, printed when it listens
-        if (!process_.waitForReadyRead(StartMs))
+    while (!process_.canReadLine()) { // dbus-daemon prints its address when it listens
+        if (!process_.waitForReadyRead(StartTimeoutMs))
             fail(QString::fromLocal8Bit(process_.readAllStandardError()));
     }
 }

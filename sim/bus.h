@@ -8,22 +8,22 @@
 
 namespace sim {
 
-/// A private message bus: a dbus-daemon of its own, as a child process, in which everybody may own and send
-/// everything. It ends with this object. With folders in the environment's KADO_BUS_POLICY, separated by colons, it is
-/// the system bus as its package configures it, with the policy files in these folders.
+/// A private message bus: a dbus-daemon that runs as a child process and ends with this object. Its policy permits
+/// everything, unless the environment's KADO_BUS_POLICY lists folders, separated by colons. The bus then has the
+/// configuration of the packaged system bus and the policy files of these folders.
 class Bus {
 public:
-    /// Starts the bus and waits until it listens. `socketPath` is where its socket is made; empty: in a temporary
-    /// directory. A bus that does not start within 5 s ends the program with a message.
+    /// Starts the bus and waits until it listens. Creates its socket at `socketPath`, or in a temporary folder when the
+    /// path is empty. Ends the program with a message when the bus does not start within 5 s.
     explicit Bus(const QString &socketPath = {});
     ~Bus();
     Bus(const Bus &) = delete;
     Bus &operator=(const Bus &) = delete;
 
-    /// Kills the bus, and with it every connection.
+    /// Kills the bus, which closes every connection.
     void kill();
 
-    /// "unix:path=...", for DBUS_SYSTEM_BUS_ADDRESS and FakeBluez.
+    /// Returns "unix:path=...", for DBUS_SYSTEM_BUS_ADDRESS and FakeBluez.
     QString address() const { return address_; }
 
 private:

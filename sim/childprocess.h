@@ -9,8 +9,8 @@
 
 namespace sim {
 
-/// A child process that the kernel ends with this process, however this one ends. It has a process group of its own:
-/// Ctrl-C in the terminal is for this process, which ends its children in order.
+/// A child process that the kernel kills when this process ends, even after a crash. It has its own process group,
+/// because Ctrl-C in the terminal must reach only this process, which then ends its children in order.
 class ChildProcess : public QProcess {
 public:
     ChildProcess()

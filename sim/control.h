@@ -8,10 +8,11 @@
 
 namespace sim {
 
-/// Another process of the speaker: a caller of org.kadobt.commands on /kadobt. The event loop runs during every call.
+/// A caller of the interface org.kadobt.commands on /kadobt, as other processes of the speaker are. The event loop runs
+/// during every call.
 class Control {
 public:
-    /// On the bus at `address`.
+    /// Connects to the bus at `address`.
     explicit Control(const QString &address);
     ~Control();
     Control(const Control &) = delete;

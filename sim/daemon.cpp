@@ -14,7 +14,7 @@ namespace sim {
 
 namespace {
 
-constexpr int StopMs = 5000;
+constexpr int StopTimeoutMs = 5000;
 
 QString defaultProgram()
 {
@@ -27,7 +27,7 @@ QByteArray readProc(const QProcess &process, const char *name)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-/// The number behind "KEY:" in smaps_rollup, KiB; 0 when there is none.
+/// Returns the number after "KEY:" in smaps_rollup, in KiB, or 0 when the file cannot be read.
 int memoryKib(const QProcess &process, const QByteArray &key)
 {
     const QByteArray fields = readProc(process, "smaps_rollup").simplified();
@@ -74,7 +74,7 @@ void Daemon::stop()
     if (process_.state() == QProcess::NotRunning)
         return;
     process_.terminate();
-    if (!waitFor([this] { return process_.state() == QProcess::NotRunning; }, StopMs)) {
+    if (!waitFor([this] { return process_.state() == QProcess::NotRunning; }, StopTimeoutMs)) {
         process_.kill();
         process_.waitForFinished();
     }
@@ -97,13 +97,13 @@ bool Daemon::logged(const QString &line, int from) const
     return false;
 }
 
-bool Daemon::hold()
+bool Daemon::pause()
 {
-    const auto stands = [this] { return readProc(process_, "stat").contains(") T "); };
-    return ::kill(static_cast<pid_t>(process_.processId()), SIGSTOP) == 0 && waitFor(stands);
+    const auto isStopped = [this] { return readProc(process_, "stat").contains(") T "); };
+    return ::kill(static_cast<pid_t>(process_.processId()), SIGSTOP) == 0 && waitFor(isStopped);
 }
 
-bool Daemon::letGo()
+bool Daemon::resume()
 {
     return ::kill(static_cast<pid_t>(process_.processId()), SIGCONT) == 0;
 }
@@ -126,7 +126,8 @@ int Daemon::privateDirtyKib() const
 
 int Daemon::cpuMs() const
 {
-    // Behind the name, which may hold anything, in brackets: state is the first field, utime and stime 12th and 13th.
+    // Skip the process name, which is in brackets and may contain anything. After it, state is the first field, utime
+    // the 12th, stime the 13th.
     const QByteArray stat = readProc(process_, "stat");
     const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
     if (fields.size() < 13)
@@ -148,7 +149,7 @@ void Daemon::readLog()
         const QString text = QString::fromUtf8(partial_.left(end));
         partial_.remove(0, end + 1);
         if (text.startsWith(QLatin1String("qemu: uncaught target signal ")))
-            continue; // not the daemon's words: a binary of another architecture, run under qemu, has aborted
+            continue; // printed by qemu, not by the daemon, when a binary of another architecture has aborted
         log_.append({clock_.elapsed(), text});
         Q_EMIT logLine(text);
     }
@@ -156,14 +157,14 @@ void Daemon::readLog()
 
 int settledDescriptors(const Daemon &daemon)
 {
-    constexpr int Looks = 15; // waitFor looks every 10 ms at least
+    constexpr int SameReadings = 15; // waitFor() reads at least every 10 ms
     int count = -1;
     int same = 0;
     waitFor([&] {
         const int now = daemon.openDescriptors();
         same = now == count ? same + 1 : 0;
         count = now;
-        return same == Looks;
+        return same == SameReadings;
     });
     return count;
 }

@@ -11,46 +11,46 @@
 
 namespace sim {
 
-/// The shipped binary as a child process, on a board's own bus.
+/// The shipped daemon, run as a child process on the bus of a board.
 class Daemon : public QObject {
     Q_OBJECT
 public:
     struct LogLine {
         qint64 ms;    ///< since start()
-        QString text; ///< without the line feed, trailing blank kept
+        QString text; ///< without the line feed, with trailing blanks
     };
 
-    /// `program` is the binary; empty: the environment variable KADO_BT, else the one of this build.
+    /// `program` is the binary. Empty: that of the environment variable KADO_BT, or of this build when KADO_BT is not
+    /// set.
     explicit Daemon(const QString &program = {}, QObject *parent = nullptr);
     ~Daemon() override;
 
-    /// Starts it with DBUS_SYSTEM_BUS_ADDRESS set to `busAddress` and waits until the process runs, or prints why
-    /// it does not. An earlier run's log and output are forgotten. `redirection` is the shell's, "2>/dev/full" for
-    /// instance.
+    /// Clears log and output, starts the daemon with DBUS_SYSTEM_BUS_ADDRESS set to `busAddress`, and waits until the
+    /// process runs. Prints the reason when it cannot start. `redirection` is shell syntax, for example "2>/dev/full".
     void start(const QString &busAddress, const QStringList &arguments = {QStringLiteral("--stderr")},
                const QString &redirection = {});
-    /// Ends it with SIGTERM and waits, with the event loop running; one that stays for 5 s is killed.
+    /// Sends SIGTERM and runs the event loop until the daemon has ended. Kills it after 5 s.
     void stop();
 
-    /// Stops it in its tracks, returns when it stands; and lets it go on. What reaches it meanwhile is there all at
-    /// once.
-    bool hold();
-    bool letGo();
+    /// Stops the process with SIGSTOP and waits until the kernel reports it as stopped. After resume() the daemon finds
+    /// all events of that time at once.
+    bool pause();
+    bool resume();
 
-    /// Signals the lines that the daemon has written by now; waits for none.
+    /// Emits logLine() for the lines that the daemon has written so far. Does not wait.
     void collectLog() { process_.waitForReadyRead(0); }
 
     QProcess &process() { return process_; }
-    /// Standard error so far, a line each.
+    /// Returns the lines on standard error so far.
     const QList<LogLine> &log() const { return log_; }
     QStringList logTexts() const;
-    void forgetLog() { log_.clear(); }
-    /// Whether a line stands in the log, from line `from` on, blanks around it not counted.
+    void clearLog() { log_.clear(); }
+    /// Returns whether the log has this line at index `from` or later. Ignores blanks at both ends.
     bool logged(const QString &line, int from = 0) const;
-    /// Standard output so far.
+    /// Returns standard output so far.
     QByteArray output() const { return output_; }
 
-    /// Open descriptors, resident and private dirty memory (KiB) and CPU time (ms) of the process, from /proc.
+    /// Figures of the process from /proc: open descriptors, resident memory, private dirty memory, CPU time.
     int openDescriptors() const;
     int residentKib() const;
     int privateDirtyKib() const;
@@ -61,7 +61,7 @@ Q_SIGNALS:
 
 private:
     void readLog();
-    /// Ends this program: what a sanitizer found in the daemon must not pass for a daemon that ended.
+    /// Ends this program when the log has a sanitizer's report, because a test could mistake it for a normal exit.
     void failOnSanitizerReport() const;
 
     QString program_;
@@ -72,10 +72,12 @@ private:
     QElapsedTimer clock_;
 };
 
-/// The sockets that QNetworkAccessManager may keep for its next connections to the player.
+/// Number of sockets to the player that the daemon may keep open between requests, because QNetworkAccessManager
+/// reuses them.
 inline constexpr int SparePlayerSockets = 6;
 
-/// The daemon's open descriptors once requests that are under way have ended: the same number for a while.
+/// Returns the number of the daemon's open descriptors as soon as it has not changed for a while, when no request is
+/// in progress.
 int settledDescriptors(const Daemon &daemon);
 
 } // namespace sim

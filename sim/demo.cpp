@@ -3,10 +3,10 @@
 
 #include "bluez/names.h"
 #include "sim/board.h"
+#include "sim/demoreport.h"
 #include "sim/heardcheck.h"
 #include "sim/recording.h"
 #include "sim/sbcstream.h"
-#include "sim/story.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -25,14 +25,14 @@ namespace {
 const QString PhonePath = QStringLiteral("/org/bluez/hci0/dev_00_AA_01_01_00_42");
 const QString PhoneName = QStringLiteral("Anna's phone");
 
-// A phone's encoder takes about as long from the stream's start to its first packet. It does not wait for a player.
+// A phone's encoder needs about this time from the stream's start to its first packet. It does not wait for a player.
 constexpr int EncoderStartMs = 300;
-// What the daemon, the local socket and the player have between them when the last packet has been sent.
+// Time for the last packets to reach the player.
 constexpr int LastAudioMs = 2000;
 
 volatile std::sig_atomic_t interrupted = 0;
 
-/// The board with its phone, and the story that they tell. A step that does not come out as it should stops the story.
+/// The demo on a board with a phone. The first failed check ends it.
 class Demo {
 public:
     Demo(const DemoOptions &options, const Recording &recording);
@@ -53,21 +53,21 @@ private:
     SbcFormat format_;
     QList<QByteArray> packets_;
     Board board_;
-    Story story_;
+    DemoReport report_;
     Phone phone_;
     QList<BluezCall> callsAtStart_;
-    bool inTime_ = false; ///< the player connected before the first packet
+    bool inTime_ = false; ///< set when the player connected before the first packet
 };
 
 Demo::Demo(const DemoOptions &options, const Recording &recording)
-    : options_(options), recording_(recording), board_(options.busSocketPath), story_(board_.daemon, board_.player),
+    : options_(options), recording_(recording), board_(options.busSocketPath), report_(board_.daemon, board_.player),
       phone_(board_.bluez, PhonePath, PhoneName)
 {
-    constexpr int Mtu = 672; // what BlueZ and a phone agree on
+    constexpr int Mtu = 672; // the usual result of BlueZ's negotiation with a phone
     format_.sampleRate = recording.sampleRate;
     packets_ = encodeSbc(recording.pcm, format_, Mtu);
 
-    board_.player.connectWhenTold(true);
+    board_.player.connectOnPlay(true);
 }
 
 int Demo::run()
@@ -81,72 +81,72 @@ int Demo::run()
     return sumUp();
 }
 
-/// From the start of the daemon to the phone's first packet, which is on its way when this returns true.
+/// Starts the daemon, connects the phone and starts its stream. After true, the phone is playing.
 bool Demo::stream()
 {
-    story_.say("board", QStringLiteral("kado-bt starts"));
-    if (!story_.insist(board_.startDaemon(), QStringLiteral("kado-bt did not set the adapter up")))
+    report_.log("board", QStringLiteral("kado-bt starts"));
+    if (!report_.expect(board_.startDaemon(), QStringLiteral("kado-bt did not set the adapter up")))
         return false;
     callsAtStart_ = board_.bluez.calls();
     if (!awaitStatus(false, false)
-        || !story_.insist(isAdapterSetUp(), QStringLiteral("the adapter is not as it should be")))
+        || !report_.expect(isAdapterSetUp(), QStringLiteral("the adapter is not set up correctly")))
         return false;
-    story_.say("board",
-               QStringLiteral("the adapter is \"%1\", discoverable without end, with %2 endpoints and an agent")
-                   .arg(board_.bluez.property("/org/bluez/hci0", bluez::AdapterInterface, "Alias").toString())
-                   .arg(board_.bluez.endpoints().size()));
+    report_.log("board",
+                QStringLiteral("the adapter is \"%1\", discoverable without end, with %2 endpoints and an agent")
+                    .arg(board_.bluez.property("/org/bluez/hci0", bluez::AdapterInterface, "Alias").toString())
+                    .arg(board_.bluez.endpoints().size()));
 
-    story_.say("phone", PhoneName + QStringLiteral(" pairs and connects"));
+    report_.log("phone", PhoneName + QStringLiteral(" pairs and connects"));
     phone_.connect();
     if (!awaitStatus(true, false))
         return false;
-    if (!story_.insist(phone_.authorize(), QStringLiteral("the phone was not authorised"))
-        || !story_.insist(phone_.configure(format_), QStringLiteral("the configuration was refused")))
+    if (!report_.expect(phone_.authorize(), QStringLiteral("the phone was not authorised"))
+        || !report_.expect(phone_.configure(format_), QStringLiteral("the configuration was refused")))
         return false;
-    story_.say("phone",
-               QStringLiteral("is authorised for audio and has configured SBC: %1 Hz, joint stereo, %2 blocks, %3 "
-                              "subbands, loudness, bitpool %4")
-                   .arg(format_.sampleRate)
-                   .arg(format_.blocks)
-                   .arg(format_.subbands)
-                   .arg(format_.bitpool));
+    report_.log("phone",
+                QStringLiteral("is authorised for audio and has configured SBC: %1 Hz, joint stereo, %2 blocks, %3 "
+                               "subbands, loudness, bitpool %4")
+                    .arg(format_.sampleRate)
+                    .arg(format_.blocks)
+                    .arg(format_.subbands)
+                    .arg(format_.bitpool));
 
-    if (!story_.insist(phone_.start(), QStringLiteral("the stream was not acquired")))
+    if (!report_.expect(phone_.start(), QStringLiteral("the stream was not acquired")))
         return false;
     QElapsedTimer sinceActive;
     sinceActive.start();
-    story_.say("phone", QStringLiteral("has started the stream"));
-    if (!awaitStatus(true, true) || !story_.selectBluetooth(board_.control, format_.sampleRate, PhoneName))
+    report_.log("phone", QStringLiteral("has started the stream"));
+    if (!awaitStatus(true, true) || !report_.selectBluetooth(board_.control, format_.sampleRate, PhoneName))
         return false;
     waitFor([this] { return board_.player.audioConnected(); },
             std::max(0, EncoderStartMs - static_cast<int>(sinceActive.elapsed())));
     inTime_ = board_.player.audioConnected();
-    story_.say("player",
-               inTime_ ? QStringLiteral("is connected to \"bluetooth\"")
-                       : QStringLiteral("is late: not connected to \"bluetooth\" yet"));
-    story_.say("phone", QStringLiteral("plays %1 s").arg(recording_.seconds(), 0, 'f', 2));
+    report_.log("player",
+                inTime_ ? QStringLiteral("is connected to \"bluetooth\"")
+                        : QStringLiteral("is late: not connected to \"bluetooth\" yet"));
+    report_.log("phone", QStringLiteral("plays %1 s").arg(recording_.seconds(), 0, 'f', 2));
     phone_.play(packets_, format_);
     return true;
 }
 
-/// From the first packet to a phone that is gone.
+/// Waits until the phone has played everything, then suspends the stream and disconnects the phone.
 bool Demo::stopStreaming()
 {
-    const auto patience = LastAudioMs + static_cast<int>(recording_.seconds() * 1500);
-    if (!story_.insist(waitFor([this] { return !phone_.isPlaying(); }, patience),
-                       QStringLiteral("the daemon did not read the stream to its end")))
+    const auto timeoutMs = LastAudioMs + static_cast<int>(recording_.seconds() * 1500);
+    if (!report_.expect(waitFor([this] { return !phone_.isPlaying(); }, timeoutMs),
+                        QStringLiteral("the daemon did not read the stream to its end")))
         return false;
     const auto all = decodeSbc(packets_).size();
     waitFor([&] { return board_.player.heard().size() >= all; }, LastAudioMs);
 
     const Recording heard{format_.sampleRate, format_.channels(), board_.player.heard()};
-    story_.say("player", QStringLiteral("has heard %1 s").arg(heard.seconds(), 0, 'f', 2));
+    report_.log("player", QStringLiteral("has heard %1 s").arg(heard.seconds(), 0, 'f', 2));
 
-    story_.say("phone", QStringLiteral("suspends the stream"));
+    report_.log("phone", QStringLiteral("suspends the stream"));
     phone_.suspend();
-    if (!awaitStatus(true, false) || !story_.insist(phone_.clear(), QStringLiteral("ClearConfiguration failed")))
+    if (!awaitStatus(true, false) || !report_.expect(phone_.clear(), QStringLiteral("ClearConfiguration failed")))
         return false;
-    story_.say("phone", QStringLiteral("has cleared the configuration and disconnects"));
+    report_.log("phone", QStringLiteral("has cleared the configuration and disconnects"));
     phone_.disconnect();
     return awaitStatus(false, false);
 }
@@ -158,12 +158,12 @@ int Demo::hold()
     QObject::connect(&phone_, &Phone::finished, &board_.player, [this] {
         if (phone_.socket() < 0)
             return;
-        story_.say("phone", QStringLiteral("plays it again"));
-        board_.player.forgetHeard();
+        report_.log("phone", QStringLiteral("plays it again"));
+        board_.player.clearHeard();
         phone_.play(packets_, format_);
     });
     QObject::connect(&board_.bluez, &FakeBluez::disconnectRequested, &phone_,
-                     [this] { story_.say("phone", QStringLiteral("is disconnected by the speaker")); });
+                     [this] { report_.log("phone", QStringLiteral("is disconnected by the speaker")); });
     const QString busctl = QStringLiteral("busctl --address=") + board_.bus.address();
     const QString object = QStringLiteral(" org.kadobt /kadobt");
     const QString interface = object + QStringLiteral(" org.kadobt.commands ");
@@ -183,13 +183,13 @@ int Demo::hold()
         return EXIT_FAILURE;
     }
     board_.daemon.stop();
-    story_.say("board", QStringLiteral("kado-bt is stopped"));
+    report_.log("board", QStringLiteral("kado-bt is stopped"));
     return EXIT_SUCCESS;
 }
 
 bool Demo::awaitStatus(bool connected, bool streaming)
 {
-    return story_.awaitStatus("USB", connected, connected ? PhoneName : QString(), streaming);
+    return report_.awaitStatus("USB", connected, connected ? PhoneName : QString(), streaming);
 }
 
 bool Demo::isAdapterSetUp() const
@@ -205,32 +205,32 @@ int Demo::sumUp()
 {
     const QByteArray &heard = board_.player.heard();
     const HeardCheck check = checkHeard(packets_, heard);
-    if (!story_.failed())
-        story_.insistOnNoMoreRequests();
-    story_.insist(check.exact && (!inTime_ || check.firstPacket == 0),
-                  QStringLiteral("what the player heard is not what the phone sent"));
+    if (!report_.failed())
+        report_.expectNoMoreRequests();
+    report_.expect(check.exact && (!inTime_ || check.firstPacket == 0),
+                   QStringLiteral("the audio that the player heard differs from the audio that the phone sent"));
 
     const QString wav = QDir(options_.outDirectory).absoluteFilePath(QStringLiteral("heard.wav"));
     const Recording heardRecording{format_.sampleRate, format_.channels(), heard};
-    story_.insist(writeWav(wav, heardRecording), wav + QStringLiteral(" could not be written"));
+    report_.expect(writeWav(wav, heardRecording), wav + QStringLiteral(" could not be written"));
 
     double sentSeconds = 0;
     for (const QByteArray &packet : packets_)
         sentSeconds += packetSeconds(packet, format_);
-    Recording original = recording_; // what came before the player is not held against the codec
+    Recording original = recording_; // without the part before the player joined, which must not count as noise
     original.pcm.remove(0, static_cast<int>(decodeSbc(packets_.mid(0, check.firstPacket)).size()));
 
     std::printf("\nCalls to BlueZ at start:\n");
     for (const BluezCall &call : std::as_const(callsAtStart_))
         std::printf("    %s\n", qPrintable(call.text()));
-    story_.listRequests();
+    report_.listRequests();
     std::printf("Audio:\n");
     std::printf("    sent       %.2f s in %d packets\n", sentSeconds, static_cast<int>(packets_.size()));
     std::printf("    heard      %.2f s, %s\n", heardRecording.seconds(), qPrintable(check.text));
     if (check.exact)
         std::printf("    SNR        %.1f dB against the recording\n", snrDb(original, heardRecording));
     std::printf("    to listen  %s\n", qPrintable(wav));
-    return story_.end();
+    return report_.finish();
 }
 
 } // namespace

@@ -7,14 +7,14 @@
 namespace sim {
 
 struct DemoOptions {
-    QString outDirectory;  ///< where heard.wav is written; made when it is not there
-    QString busSocketPath; ///< of the board's bus; empty: somewhere temporary
-    bool hold;             ///< keep streaming until SIGINT or SIGTERM
+    QString outDirectory;  ///< folder for heard.wav; created when it is missing
+    QString busSocketPath; ///< of the board's bus; empty: in a temporary folder
+    bool hold;             ///< play in a loop until SIGINT or SIGTERM
     QStringList files;     ///< recordings, played one after another
 };
 
-/// Shows the daemon at work on a board, telling on standard output what happens, and sums up. Returns the exit status
-/// of the program: 0 when everything was as it should be. Needs a QCoreApplication.
+/// Runs the daemon on a board with a phone that plays. Prints each event and a summary on standard output. Returns the
+/// program's exit status, 0 when every check passed. Needs a QCoreApplication.
 int runDemo(const DemoOptions &options);
 
 } // namespace sim

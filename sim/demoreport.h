@@ -10,45 +10,44 @@
 
 namespace sim {
 
-/// What a demo tells on standard output, and whether it came out as it should: the first thing that did not is the
-/// story's fault.
-class Story {
+/// The output of a demo, and its checks. It prints each event on standard output and keeps the first failed check.
+class DemoReport {
 public:
-    /// Tells each line that the daemon logs, and each request that the player gets.
-    Story(Daemon &daemon, const Player &player);
+    /// Prints each line that the daemon logs, and each request that the player receives, from now on.
+    DemoReport(Daemon &daemon, const Player &player);
 
-    /// One line: seconds since the beginning, who, what. Lines that the daemon has logged before come first.
-    void say(const char *who, const QString &text) const;
+    /// Prints one line: seconds since the start, actor, text. Prints pending log lines of the daemon first.
+    void log(const char *who, const QString &text) const;
 
-    /// Returns `asItShouldBe`; when that is false, `otherwise` is the fault.
-    bool insist(bool asItShouldBe, const QString &otherwise);
+    /// Returns `condition`. When it is false, keeps `fault` as the failure of the demo, unless an earlier check failed.
+    bool expect(bool condition, const QString &fault);
 
-    /// Waits for the player's next request, which has to be `request` once percent-decoded.
+    /// Waits for the player's next request, and expects it to be `request` after percent-decoding.
     bool awaitRequest(const QString &request);
 
-    /// The same for a status notification of an adapter of `type` that is present.
+    /// Waits for a status notification of a present adapter of `type`, with these values.
     bool awaitStatus(const char *type, bool connected, const QString &name, bool streaming);
 
-    /// Calls SelectBluetooth; the player has to be told to play PCM of this rate from the phone of this name.
+    /// Calls SelectBluetooth, and expects a /Play request for PCM of this rate from the phone of this name.
     bool selectBluetooth(Control &control, int sampleRate, const QString &phone);
 
-    /// The player was told nothing that was not awaited.
-    bool insistOnNoMoreRequests();
+    /// Expects that the player has received only the awaited requests.
+    bool expectNoMoreRequests();
 
     bool failed() const { return !fault_.isEmpty(); }
 
-    /// Lists what the player was told.
+    /// Prints the targets of all requests to the player.
     void listRequests() const;
 
-    /// Says how it ended; returns the exit status.
-    int end() const;
+    /// Prints the result. Returns the exit status.
+    int finish() const;
 
 private:
     void print(const char *who, const QString &text) const;
 
     Daemon &daemon_;
     const Player &player_;
-    QObject listener_; ///< to what daemon and player signal
+    QObject receiver_; ///< ends the connections to signals of daemon and player
     QElapsedTimer clock_;
     int awaitedRequests_ = 0;
     QString fault_;

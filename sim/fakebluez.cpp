@@ -18,7 +18,7 @@ namespace {
 const QString AgentInterface = QStringLiteral("org.bluez.Agent1");
 const QString MediaEndpointInterface = QStringLiteral("org.bluez.MediaEndpoint1");
 const QString Uuids = QStringLiteral("UUIDs");
-const QString OwnUuid = QStringLiteral("00001200-0000-1000-8000-00805f9b34fb"); // bluetoothd's, Device Identification
+const QString OwnUuid = QStringLiteral("00001200-0000-1000-8000-00805f9b34fb"); // PnP Information, of bluetoothd itself
 
 QVariant unwrapped(const QVariant &value)
 {
@@ -41,7 +41,7 @@ QString textOf(const QVariant &value)
     switch (value.userType()) {
     case QMetaType::QString:
         return QLatin1Char('"') + value.toString() + QLatin1Char('"');
-    case QMetaType::UChar: // a number here, but a character to QVariant
+    case QMetaType::UChar: // print as a number, because QVariant would return it as a character
         return QString::number(value.value<uchar>());
     case QMetaType::QByteArray:
         return QString::fromLatin1(value.toByteArray().toHex(' ').toUpper());
@@ -75,8 +75,8 @@ FakeBluez::FakeBluez(const QString &address) : address_(address), connection_(QS
     if (!QMetaType::hasRegisteredConverterFunction<QDBusObjectPath, QString>())
         QMetaType::registerConverter(&QDBusObjectPath::path);
     clock_.start();
-    takeName();
-    addObject(bluez::RootPath, {{bluez::AgentManagerInterface, {}}}, Announce::Quietly);
+    acquireName();
+    addObject(bluez::RootPath, {{bluez::AgentManagerInterface, {}}}, Announce::No);
 }
 
 FakeBluez::~FakeBluez()
@@ -84,7 +84,7 @@ FakeBluez::~FakeBluez()
     crash();
 }
 
-void FakeBluez::takeName()
+void FakeBluez::acquireName()
 {
     connection_ = connectToBus(address_);
     connection_.registerVirtualObject(bluez::ObjectManagerPath, this, QDBusConnection::SubPath);
@@ -95,7 +95,7 @@ void FakeBluez::takeName()
     clients_ = std::make_unique<QDBusServiceWatcher>();
     clients_->setConnection(connection_);
     clients_->setWatchMode(QDBusServiceWatcher::WatchForUnregistration);
-    connect(clients_.get(), &QDBusServiceWatcher::serviceUnregistered, this, &FakeBluez::forgetClient);
+    connect(clients_.get(), &QDBusServiceWatcher::serviceUnregistered, this, &FakeBluez::removeClient);
 }
 
 void FakeBluez::storePhones()
@@ -109,7 +109,7 @@ void FakeBluez::storePhones()
     }
 }
 
-void FakeBluez::forgetEverything()
+void FakeBluez::clearState()
 {
     storePhones();
     clients_.reset();
@@ -121,43 +121,43 @@ void FakeBluez::forgetEverything()
 
 void FakeBluez::crash()
 {
-    forgetEverything();
+    clearState();
     const QString name = connection_.name();
-    connection_ = QDBusConnection(QString()); // the last reference but the library's own
+    connection_ = QDBusConnection(QString()); // leaves only the library's reference, which the next line releases
     QDBusConnection::disconnectFromBus(name);
 }
 
 void FakeBluez::restart()
 {
-    takeName();
+    acquireName();
     addObject(bluez::RootPath, {{bluez::AgentManagerInterface, {}}});
 }
 
 void FakeBluez::replace()
 {
-    forgetEverything();
+    clearState();
     const QString oldName = connection_.name();
     restart();
     QDBusConnection::disconnectFromBus(oldName);
 }
 
-void FakeBluez::forgetClient(const QString &service)
+void FakeBluez::removeClient(const QString &service)
 {
     clients_->removeWatchedService(service);
-    forgetEndpoints([&](const RegisteredEndpoint &endpoint) { return endpoint.service == service; });
+    removeEndpoints([&](const RegisteredEndpoint &endpoint) { return endpoint.service == service; });
     if (agent_.service == service)
         agent_ = {};
     const QList<QDBusObjectPath> objects = tree_.keys();
     for (const QDBusObjectPath &object : objects)
-        tellServices(object.path());
+        updateUuids(object.path());
 }
 
-void FakeBluez::forgetEndpoints(const std::function<bool(const RegisteredEndpoint &)> &which)
+void FakeBluez::removeEndpoints(const std::function<bool(const RegisteredEndpoint &)> &which)
 {
     endpoints_.erase(std::remove_if(endpoints_.begin(), endpoints_.end(), which), endpoints_.end());
 }
 
-void FakeBluez::tellServices(const QString &adapter)
+void FakeBluez::updateUuids(const QString &adapter)
 {
     const QVariant before = property(adapter, bluez::AdapterInterface, Uuids);
     QStringList uuids{OwnUuid};
@@ -172,12 +172,12 @@ void FakeBluez::tellServices(const QString &adapter)
 
 // --- The object tree.
 
-void FakeBluez::addObject(const QString &path, const QVariantMapMap &interfaces, Announce how)
+void FakeBluez::addObject(const QString &path, const QVariantMapMap &interfaces, Announce announce)
 {
     QVariantMapMap &object = tree_[QDBusObjectPath(path)];
     for (auto interface = interfaces.begin(); interface != interfaces.end(); ++interface)
         object.insert(interface.key(), interface.value());
-    if (how == Announce::Quietly)
+    if (announce == Announce::No)
         return;
     QDBusMessage signal = QDBusMessage::createSignal(bluez::ObjectManagerPath, bluez::ObjectManagerInterface,
                                                      QStringLiteral("InterfacesAdded"));
@@ -185,7 +185,7 @@ void FakeBluez::addObject(const QString &path, const QVariantMapMap &interfaces,
     connection_.send(signal);
 }
 
-void FakeBluez::removeObject(const QString &path, const QStringList &interfaces, Announce how)
+void FakeBluez::removeObject(const QString &path, const QStringList &interfaces, Announce announce)
 {
     const auto object = tree_.find(QDBusObjectPath(path));
     if (object == tree_.end())
@@ -197,7 +197,7 @@ void FakeBluez::removeObject(const QString &path, const QStringList &interfaces,
         tree_.erase(object);
         withdrawStream(path);
     }
-    if (how == Announce::Quietly)
+    if (announce == Announce::No)
         return;
     QDBusMessage signal = QDBusMessage::createSignal(bluez::ObjectManagerPath, bluez::ObjectManagerInterface,
                                                      QStringLiteral("InterfacesRemoved"));
@@ -205,7 +205,7 @@ void FakeBluez::removeObject(const QString &path, const QStringList &interfaces,
     connection_.send(signal);
 }
 
-void FakeBluez::addAdapter(const QString &path, Announce how)
+void FakeBluez::addAdapter(const QString &path, Announce announce)
 {
     constexpr uint LoudspeakerClass = 0x240414; // rendering, audio; audio/video, loudspeaker
     constexpr uint DiscoverableSeconds = 180;
@@ -224,16 +224,16 @@ void FakeBluez::addAdapter(const QString &path, Announce how)
         {Uuids, QStringList{OwnUuid}},
         {QStringLiteral("Modalias"), QStringLiteral("usb:v1D6Bp0246d0542")},
     };
-    addObject(path, {{bluez::AdapterInterface, adapter}, {bluez::MediaInterface, {}}}, how);
+    addObject(path, {{bluez::AdapterInterface, adapter}, {bluez::MediaInterface, {}}}, announce);
     for (const auto &[phone, properties] : stored_) {
         if (phone.startsWith(path + QLatin1Char('/')))
-            addObject(phone, {{bluez::DeviceInterface, properties}}, how);
+            addObject(phone, {{bluez::DeviceInterface, properties}}, announce);
     }
 }
 
 void FakeBluez::removeAdapter(const QString &path)
 {
-    forgetEndpoints([&](const RegisteredEndpoint &endpoint) {
+    removeEndpoints([&](const RegisteredEndpoint &endpoint) {
         if (endpoint.adapter == path)
             connection_.send(QDBusMessage::createMethodCall(endpoint.service, endpoint.path, MediaEndpointInterface,
                                                             QStringLiteral("Release")));
@@ -241,7 +241,7 @@ void FakeBluez::removeAdapter(const QString &path)
     });
     storePhones();
     const QList<QDBusObjectPath> objects = tree_.keys();
-    for (auto object = objects.rbegin(); object != objects.rend(); ++object) { // what is below comes behind
+    for (auto object = objects.rbegin(); object != objects.rend(); ++object) { // children sort after their parent
         if (object->path() == path || object->path().startsWith(path + QLatin1Char('/')))
             removeObject(object->path());
     }
@@ -276,12 +276,12 @@ void FakeBluez::intercept(const QString &member, const Interceptor &interceptor)
 void FakeBluez::refuse(const QString &member, const QString &errorName, const QString &text)
 {
     intercept(member, [=](const QDBusMessage &call) {
-        refuseCall(call, errorName, text);
+        sendError(call, errorName, text);
         return true;
     });
 }
 
-void FakeBluez::swallow(const QString &member)
+void FakeBluez::neverAnswer(const QString &member)
 {
     intercept(member, [](const QDBusMessage &) { return true; });
 }
@@ -294,7 +294,7 @@ int FakeBluez::countCalls(const QString &member) const
         std::count_if(calls_.begin(), calls_.end(), [&](const BluezCall &call) { return call.member == member; }));
 }
 
-void FakeBluez::remember(const QDBusMessage &message)
+void FakeBluez::recordCall(const QDBusMessage &message)
 {
     BluezCall call{message.path(), message.interface(), message.member(), {}, clock_.elapsed()};
     const QVariantList arguments = message.arguments();

@@ -26,17 +26,17 @@ struct BluezCall {
     QString path;
     QString interface;
     QString member;
-    /// With variants and containers unwrapped to plain values: QVariantMap, QByteArray, QStringList, QDBusObjectPath
-    /// (whose toString() is the path) and so on.
+    /// Plain values without QDBusVariant and QDBusArgument: QVariantMap, QByteArray, QStringList, QDBusObjectPath
+    /// (whose toString() returns the path) and others.
     QVariantList arguments;
-    qint64 ms = 0; ///< since the fake BlueZ was made
+    qint64 ms = 0; ///< since the fake BlueZ was created
 
-    /// One line for a person: member, path and arguments, for instance
+    /// Returns member, path and arguments as one readable line, for example
     /// Set /org/bluez/hci0 "org.bluez.Adapter1" "Powered" true
     QString text() const;
 };
 
-/// An endpoint that was registered with Media1.
+/// An endpoint that a client has registered with Media1.
 struct RegisteredEndpoint {
     QString service; ///< unique bus name of its owner
     QString adapter;
@@ -47,75 +47,77 @@ struct RegisteredEndpoint {
 };
 
 /// BlueZ 5 on a private bus, as a sink daemon sees it: an object tree with ObjectManager, Properties and
-/// introspection, Adapter1, Media1, AgentManager1, Device1 and MediaTransport1. It holds no radio: phones (see
-/// phone.h) and tests move it. Calls to the daemon are made without blocking the loop that serves the daemon's calls.
+/// introspection, Adapter1, Media1, AgentManager1, Device1 and MediaTransport1. It has no radio. Phones (see phone.h)
+/// and tests change its state. Its calls to the daemon run the event loop, so that the daemon can call it meanwhile.
 class FakeBluez : public QDBusVirtualObject {
     Q_OBJECT
 public:
-    /// Answers a call itself (sends a reply, an error, or later, or never) and returns true, or returns false to have
-    /// the fake answer as usual.
+    /// Answers a call itself (with a reply or an error, at once, later or never) and returns true. Returns false to let
+    /// the fake BlueZ answer as usual.
     using Interceptor = std::function<bool(const QDBusMessage &call)>;
 
-    /// Connects to the bus at `address` as "org.bluez" and serves "/org/bluez" (AgentManager1) without an adapter.
+    /// Connects to the bus at `address` as "org.bluez". Serves "/org/bluez" (AgentManager1), without an adapter.
     explicit FakeBluez(const QString &address);
     ~FakeBluez() override;
 
-    // The object tree. Every change is announced as BlueZ does, unless it is made quietly.
-    enum class Announce { Signal, Quietly };
-    void addObject(const QString &path, const QVariantMapMap &interfaces, Announce how = Announce::Signal);
-    /// Removes the interfaces named (all when none is) and the object with its last one.
-    void removeObject(const QString &path, const QStringList &interfaces = {}, Announce how = Announce::Signal);
-    /// An adapter as BlueZ has it at start: Alias "BlueZ 5.66", DiscoverableTimeout 180, with Adapter1 and Media1. It
-    /// is not powered, as with AutoEnable=false in BlueZ's configuration. Pairable follows the agent, as in BlueZ.
-    void addAdapter(const QString &path = QStringLiteral("/org/bluez/hci0"), Announce how = Announce::Signal);
-    /// Removes an adapter and everything below it, the adapter last; releases and forgets the endpoints registered
-    /// there.
+    // The object tree. With Announce::Yes a change emits the signals that BlueZ emits.
+    enum class Announce { Yes, No };
+    void addObject(const QString &path, const QVariantMapMap &interfaces, Announce announce = Announce::Yes);
+    /// Removes the given interfaces (all when the list is empty), and the object when no interface remains.
+    void removeObject(const QString &path, const QStringList &interfaces = {}, Announce announce = Announce::Yes);
+    /// Adds an adapter in BlueZ's initial state: Adapter1 and Media1, Alias "BlueZ 5.66", DiscoverableTimeout 180. It
+    /// is not powered, as with AutoEnable=false in BlueZ's configuration. Pairable is true if an agent is registered,
+    /// as in BlueZ. Also adds the phones that were known below this path.
+    void addAdapter(const QString &path = QStringLiteral("/org/bluez/hci0"), Announce announce = Announce::Yes);
+    /// Removes an adapter after all objects below it. Calls Release on the endpoints registered there, and removes
+    /// them.
     void removeAdapter(const QString &path = QStringLiteral("/org/bluez/hci0"));
     bool hasObject(const QString &path) const { return tree_.contains(QDBusObjectPath(path)); }
     QVariant property(const QString &path, const QString &interface, const QString &name) const;
-    /// Stores a value and emits PropertiesChanged. The object must be there.
+    /// Stores a value and emits PropertiesChanged. The object must exist.
     void setProperty(const QString &path, const QString &interface, const QString &name, const QVariant &value);
     using QObject::setProperty;
-    /// Emits PropertiesChanged with whatever is given and stores nothing.
+    /// Emits PropertiesChanged with any content. Stores nothing.
     void emitPropertiesChanged(const QString &path, const QString &interface, const QVariantMap &changed);
 
-    // Misbehaviour, by the name of the method called. What is set last for a method holds.
+    // Misbehaviour, by method name. A new setting for a method replaces the old one.
     void intercept(const QString &member, const Interceptor &interceptor);
     void stopIntercepting(const QString &member) { interceptors_.remove(member); }
     void refuse(const QString &member, const QString &errorName, const QString &text);
-    void swallow(const QString &member);
-    /// Answers a call as usual, for an interceptor that did so late.
+    void neverAnswer(const QString &member);
+    /// Answers a call as usual. For interceptors that answer late.
     void answer(const QDBusMessage &call);
-    /// Gives up the name "org.bluez" and disconnects without a word, as a crash does. `restart` comes back with an
-    /// empty tree but for "/org/bluez", no agent and no endpoints; an adapter brings back the phones that were known.
+    /// Disconnects from the bus without further signals, as a crash does, and loses the name "org.bluez".
     void crash();
+    /// Takes the name again. The tree has only "/org/bluez", and there is no agent and no endpoint. addAdapter() adds
+    /// the known phones again.
     void restart();
-    /// Another BlueZ, as after restart(), takes the name over before this one is gone: the name has an owner at any
-    /// time.
+    /// Lets a second BlueZ, in the state after restart(), take over the name before the first one disconnects. The name
+    /// has an owner at all times.
     void replace();
 
     // What the daemon did.
     const QList<BluezCall> &calls() const { return calls_; }
     int countCalls(const QString &member) const;
-    void forgetCalls() { calls_.clear(); }
+    void clearCalls() { calls_.clear(); }
     const QList<RegisteredEndpoint> &endpoints() const { return endpoints_; }
-    /// The endpoint registered for `codec`; null when there is none. Good until the next one comes or goes.
+    /// Returns the endpoint registered for `codec`, or null. Valid until an endpoint is added or removed.
     const RegisteredEndpoint *endpointFor(uchar codec) const;
     QString agentPath() const { return agent_.path; }
     bool defaultAgent() const { return agent_.isDefault; }
 
-    /// Hands `fd` out at the next Acquire of the transport at `path` (a duplicate; the caller keeps its own), with
-    /// both MTUs `mtu`; the object of the transport must be in the tree. After the reply has been sent the property
-    /// State becomes "active", as in BlueZ. Acquire fails with NotAvailable while nothing is offered, and with
-    /// NotAuthorized when it was handed out already.
+    /// Returns a duplicate of `fd`, with `mtu` as both MTUs, from the next Acquire of the transport at `path`. The
+    /// caller keeps `fd`. The transport's object must exist. State becomes "active" after the reply, as in BlueZ.
+    /// Acquire fails with NotAvailable before an offer, and with NotAuthorized when the offer has already been
+    /// acquired.
     void offerStream(const QString &path, int fd, quint16 mtu);
     void withdrawStream(const QString &path) { streams_.erase(path); }
 
-    /// Calls a method of the daemon's agent or of the endpoint for `codec`, and returns its reply or error; an error
-    /// "sim.NoEndpoint" or "sim.NoAgent" when there is none. The event loop runs meanwhile; at most 10 s.
+    /// Call a method of the daemon's agent, or of its endpoint for `codec`. Return the reply or error, or the error
+    /// "sim.NoAgent" or "sim.NoEndpoint" when none is registered. Run the event loop meanwhile, for 10 s at most.
     QDBusMessage callAgent(const QString &member, const QVariantList &arguments);
     QDBusMessage callEndpoint(uchar codec, const QString &member, const QVariantList &arguments);
-    /// The same for any object of the daemon's.
+    /// Calls a method of any object of the daemon, under the same conditions.
     QDBusMessage call(const QDBusMessage &message) { return callAndWait(connection_, message); }
 
     QDBusConnection connection() const { return connection_; }
@@ -125,13 +127,13 @@ public:
 
 Q_SIGNALS:
     void called(const sim::BluezCall &call);
-    /// Device1.Disconnect was answered; the phone does the rest.
+    /// Emitted after the reply to Device1.Disconnect. The phone must then disconnect.
     void disconnectRequested(const QString &path);
 
 private:
     struct Method;
     struct Stream {
-        FileDescriptor fd; ///< none once it was handed out
+        FileDescriptor fd; ///< invalid after it was acquired
         quint16 mtu;
     };
     struct Agent {
@@ -142,16 +144,16 @@ private:
 
     static const QList<Method> &methods();
 
-    void takeName();
-    /// As bluetoothd does on disk: the phones that it knows now are there again with their adapter.
+    void acquireName();
+    /// Stores the known phones, as bluetoothd does on disk, so that addAdapter() can add them again.
     void storePhones();
-    void forgetEverything();
-    void forgetClient(const QString &service);
-    void forgetEndpoints(const std::function<bool(const RegisteredEndpoint &)> &which);
-    /// The UUIDs of an adapter follow the endpoints registered there.
-    void tellServices(const QString &adapter);
-    void remember(const QDBusMessage &message);
-    void refuseCall(const QDBusMessage &call, const QString &errorName, const QString &text);
+    void clearState();
+    void removeClient(const QString &service);
+    void removeEndpoints(const std::function<bool(const RegisteredEndpoint &)> &which);
+    /// Sets an adapter's UUIDs to those of the endpoints registered there.
+    void updateUuids(const QString &adapter);
+    void recordCall(const QDBusMessage &message);
+    void sendError(const QDBusMessage &call, const QString &errorName, const QString &text);
     void reply(const QDBusMessage &call, const QVariantList &arguments = {});
 
     void getManagedObjects(const QDBusMessage &call);

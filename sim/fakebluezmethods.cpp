@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The answering half of FakeBluez: the table of its methods, what each does, and the introspection of the tree.
+// The D-Bus methods of FakeBluez and the introspection of its tree.
 
 #include "bluez/names.h"
 #include "sim/fakebluez.h"
@@ -66,10 +66,10 @@ const QList<FakeBluez::Method> &FakeBluez::methods()
 
 bool FakeBluez::handleMessage(const QDBusMessage &message, const QDBusConnection &)
 {
-    remember(message);
+    recordCall(message);
     if (message.interface() == QLatin1String("org.freedesktop.DBus.Introspectable"))
-        return false;                                                      // the library answers, with introspect()
-    const Interceptor interceptor = interceptors_.value(message.member()); // a copy: it may take itself off
+        return false;                                                      // QtDBus answers, with introspect()
+    const Interceptor interceptor = interceptors_.value(message.member()); // a copy, because it may remove itself
     if (!interceptor || !interceptor(message))
         answer(message);
     return true;
@@ -80,7 +80,7 @@ void FakeBluez::answer(const QDBusMessage &call)
     const bool isRoot = call.path() == bluez::ObjectManagerPath;
     const auto object = tree_.constFind(QDBusObjectPath(call.path()));
     if (!isRoot && object == tree_.constEnd()) {
-        refuseCall(call, UnknownObject, QStringLiteral("No object at ") + call.path());
+        sendError(call, UnknownObject, QStringLiteral("No object at ") + call.path());
         return;
     }
     for (const Method &method : methods()) {
@@ -94,12 +94,12 @@ void FakeBluez::answer(const QDBusMessage &call)
             return;
         }
     }
-    refuseCall(call, UnknownMethod,
-               QStringLiteral("Method \"%1\" with signature \"%2\" on interface \"%3\" doesn't exist")
-                   .arg(call.member(), call.signature(), call.interface()));
+    sendError(call, UnknownMethod,
+              QStringLiteral("Method \"%1\" with signature \"%2\" on interface \"%3\" doesn't exist")
+                  .arg(call.member(), call.signature(), call.interface()));
 }
 
-void FakeBluez::refuseCall(const QDBusMessage &call, const QString &errorName, const QString &text)
+void FakeBluez::sendError(const QDBusMessage &call, const QString &errorName, const QString &text)
 {
     connection_.send(call.createErrorReply(errorName, text));
 }
@@ -120,7 +120,7 @@ void FakeBluez::get(const QDBusMessage &call)
     if (value.isValid())
         reply(call, {QVariant::fromValue(QDBusVariant(value))});
     else
-        refuseCall(call, InvalidArgs, QStringLiteral("No such property '%1'").arg(call.arguments().at(1).toString()));
+        sendError(call, InvalidArgs, QStringLiteral("No such property '%1'").arg(call.arguments().at(1).toString()));
 }
 
 void FakeBluez::set(const QDBusMessage &call)
@@ -130,15 +130,15 @@ void FakeBluez::set(const QDBusMessage &call)
     const QVariant value = call.arguments().at(2).value<QDBusVariant>().variant();
     const QVariant old = property(call.path(), interface, name);
     if (!old.isValid()) {
-        refuseCall(call, InvalidArgs, QStringLiteral("No such property '%1'").arg(name));
+        sendError(call, InvalidArgs, QStringLiteral("No such property '%1'").arg(name));
     } else if (!isWritable(name)) {
-        refuseCall(call, PropertyReadOnly, QStringLiteral("Property '%1' is not writable").arg(name));
+        sendError(call, PropertyReadOnly, QStringLiteral("Property '%1' is not writable").arg(name));
     } else if (signatureOf(value) != signatureOf(old)) {
-        refuseCall(call, InvalidSignature, QStringLiteral("Invalid signature for '%1'").arg(name));
+        sendError(call, InvalidSignature, QStringLiteral("Invalid signature for '%1'").arg(name));
     } else if (name == QLatin1String("Discoverable")
                && !property(call.path(), interface, QStringLiteral("Powered")).toBool()
                && property(call.path(), interface, QStringLiteral("DiscoverableTimeout")).toUInt() > 0) {
-        refuseCall(call, QStringLiteral("org.bluez.Error.Failed"), QStringLiteral("Not Powered"));
+        sendError(call, QStringLiteral("org.bluez.Error.Failed"), QStringLiteral("Not Powered"));
     } else {
         reply(call);
         if (value != old)
@@ -149,7 +149,7 @@ void FakeBluez::set(const QDBusMessage &call)
 void FakeBluez::registerAgent(const QDBusMessage &call)
 {
     if (agent_.service == call.service()) {
-        refuseCall(call, QStringLiteral("org.bluez.Error.AlreadyExists"), QStringLiteral("Already Exists"));
+        sendError(call, QStringLiteral("org.bluez.Error.AlreadyExists"), QStringLiteral("Already Exists"));
         return;
     }
     agent_ = {call.service(), call.arguments().at(0).value<QDBusObjectPath>().path(), false};
@@ -165,7 +165,7 @@ void FakeBluez::registerAgent(const QDBusMessage &call)
 void FakeBluez::requestDefaultAgent(const QDBusMessage &call)
 {
     if (agent_.service != call.service()) {
-        refuseCall(call, QStringLiteral("org.bluez.Error.DoesNotExist"), QStringLiteral("Does Not Exist"));
+        sendError(call, QStringLiteral("org.bluez.Error.DoesNotExist"), QStringLiteral("Does Not Exist"));
         return;
     }
     agent_.isDefault = true;
@@ -186,17 +186,17 @@ void FakeBluez::registerEndpoint(const QDBusMessage &call)
         return other.service == endpoint.service && other.path == endpoint.path && other.adapter == endpoint.adapter;
     });
     if (exists) {
-        refuseCall(call, QStringLiteral("org.bluez.Error.AlreadyExists"), QStringLiteral("Already Exists"));
+        sendError(call, QStringLiteral("org.bluez.Error.AlreadyExists"), QStringLiteral("Already Exists"));
     } else if (endpoint.uuid.isEmpty() || endpoint.capabilities.isEmpty()
                || signatureOf(properties.value(QStringLiteral("Codec"))) != QLatin1String("y")
                || signatureOf(properties.value(QStringLiteral("Capabilities"))) != QLatin1String("ay")) {
-        refuseCall(call, QStringLiteral("org.bluez.Error.InvalidArguments"),
-                   QStringLiteral("Invalid arguments in method call"));
+        sendError(call, QStringLiteral("org.bluez.Error.InvalidArguments"),
+                  QStringLiteral("Invalid arguments in method call"));
     } else {
         endpoints_.append(endpoint);
         clients_->addWatchedService(endpoint.service);
         reply(call);
-        tellServices(endpoint.adapter);
+        updateUuids(endpoint.adapter);
     }
 }
 
@@ -204,13 +204,13 @@ void FakeBluez::acquire(const QDBusMessage &call)
 {
     const auto offered = streams_.find(call.path());
     if (offered == streams_.end()) {
-        refuseCall(call, QStringLiteral("org.bluez.Error.NotAvailable"),
-                   QStringLiteral("Operation currently not available"));
+        sendError(call, QStringLiteral("org.bluez.Error.NotAvailable"),
+                  QStringLiteral("Operation currently not available"));
         return;
     }
     Stream &stream = offered->second;
     if (!stream.fd.isValid()) {
-        refuseCall(call, QStringLiteral("org.bluez.Error.NotAuthorized"), QStringLiteral("Operation Not Authorized"));
+        sendError(call, QStringLiteral("org.bluez.Error.NotAuthorized"), QStringLiteral("Operation Not Authorized"));
         return;
     }
     reply(call,
@@ -223,7 +223,7 @@ void FakeBluez::acquire(const QDBusMessage &call)
 void FakeBluez::disconnectDevice(const QDBusMessage &call)
 {
     if (!property(call.path(), bluez::DeviceInterface, QStringLiteral("Connected")).toBool()) {
-        refuseCall(call, QStringLiteral("org.bluez.Error.NotConnected"), QStringLiteral("Not Connected"));
+        sendError(call, QStringLiteral("org.bluez.Error.NotConnected"), QStringLiteral("Not Connected"));
         return;
     }
     reply(call);
@@ -232,7 +232,8 @@ void FakeBluez::disconnectDevice(const QDBusMessage &call)
 
 QString FakeBluez::introspect(const QString &path) const
 {
-    // Only what busctl needs for a tree: Qt adds what it answers itself, and BlueZ's clients know its interfaces.
+    // Return only the child nodes, which "busctl tree" needs. QtDBus adds the interfaces that it answers itself, and
+    // BlueZ's clients know the others.
     const QString prefix = path.endsWith(QLatin1Char('/')) ? path : path + QLatin1Char('/');
     QStringList children;
     for (auto other = tree_.begin(); other != tree_.end(); ++other) {

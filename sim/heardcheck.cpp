@@ -10,7 +10,7 @@ namespace sim {
 HeardCheck checkHeard(const QList<QByteArray> &packets, const QByteArray &heard)
 {
     const QByteArray decoded = decodeSbc(packets);
-    const qsizetype packetSize = decodeSbc(packets.mid(0, 1)).size(); // of all but the last, which may be shorter
+    const qsizetype packetSize = decodeSbc(packets.mid(0, 1)).size(); // only the last packet may be shorter
     HeardCheck check;
     if (heard.isEmpty() || packetSize == 0) {
         check.text = QStringLiteral("nothing at all");
@@ -23,15 +23,15 @@ HeardCheck checkHeard(const QList<QByteArray> &packets, const QByteArray &heard)
     }
 
     if (check.exact && check.firstPacket == 0) {
-        check.text = QStringLiteral("bit-exact to decoding the same frames, without a gap");
+        check.text = QStringLiteral("bit-exact with a reference decoder, without a gap");
     } else if (check.exact) {
-        check.text = QStringLiteral("bit-exact to decoding the same frames from packet %1 on, where the player joined; "
-                                    "no gap after that")
+        check.text = QStringLiteral("bit-exact with a reference decoder from packet %1 on, where the player joined, "
+                                    "without a gap")
                          .arg(check.firstPacket);
     } else {
         const auto *const differing = std::mismatch(heard.begin(), heard.end(), decoded.begin(), decoded.end()).first;
-        check.text = QStringLiteral("NOT the same as decoding the same frames: %1 bytes instead of %2, the first wrong "
-                                    "one in packet %3")
+        check.text = QStringLiteral("DIFFERS from a reference decoder: %1 bytes instead of %2, first wrong byte in "
+                                    "packet %3")
                          .arg(heard.size())
                          .arg(decoded.size())
                          .arg((differing - heard.begin()) / packetSize);

@@ -7,18 +7,18 @@
 
 namespace sim {
 
-/// What a player heard of an SBC stream, held against decoding the same packets.
+/// The result of comparing the player's audio with the decoded packets of an SBC stream.
 struct HeardCheck {
-    /// Every byte is as decoded, without a gap, from packet `firstPacket` to the last; false when nothing was heard.
+    /// True when the audio equals the decoded packets from `firstPacket` to the last. False when there is no audio.
     bool exact = false;
-    /// The packet (from 0) that the player joined at, if `exact`.
+    /// The first packet (from 0) that the player received. Valid if `exact`.
     int firstPacket = 0;
-    /// The result as a sentence for a person.
+    /// The result in words.
     QString text;
 };
 
-/// Compares `heard`, 16-bit PCM, with `packets` of encodeSbc. A player that joins late is recognised whether the
-/// decoder ran before it came or started with it.
+/// Compares `heard`, 16-bit PCM, with `packets` of encodeSbc(). A player may join late: its audio may then begin with a
+/// fresh decoder, or with one that has decoded the earlier packets.
 HeardCheck checkHeard(const QList<QByteArray> &packets, const QByteArray &heard);
 
 } // namespace sim

@@ -9,7 +9,7 @@
 
 int main(int argc, char *argv[])
 {
-    // A sandbox that ignores Ctrl-C, so as to outlive this program, hands that down.
+    // scripts/demo ignores SIGINT, because the sandbox must outlive this program, and this program inherits that.
     std::signal(SIGINT, SIG_DFL);
 
     QCoreApplication application(argc, argv);
@@ -18,12 +18,11 @@ int main(int argc, char *argv[])
         QStringLiteral("A simulated board that shows kado-bt at work. Runs in scripts/sandbox."));
     parser.addHelpOption();
     parser.addOptions({
-        {QStringLiteral("out"), QStringLiteral("Where heard.wav is written."), QStringLiteral("DIR"),
-         QStringLiteral(".")},
-        {QStringLiteral("bus"), QStringLiteral("Where the socket of the board's bus is made."), QStringLiteral("PATH")},
+        {QStringLiteral("out"), QStringLiteral("Folder for heard.wav."), QStringLiteral("DIR"), QStringLiteral(".")},
+        {QStringLiteral("bus"), QStringLiteral("Path of the board's bus socket."), QStringLiteral("PATH")},
         {QStringLiteral("hold"), QStringLiteral("Keep streaming until Ctrl-C.")},
-        {QStringLiteral("silence"), QStringLiteral("How long the player listens to it."), QStringLiteral("SECONDS"),
-         QStringLiteral("10")},
+        {QStringLiteral("silence"), QStringLiteral("Duration of the silence that the player receives."),
+         QStringLiteral("SECONDS"), QStringLiteral("10")},
     });
     parser.addPositionalArgument(QStringLiteral("demo|module"),
                                  QStringLiteral("A board with a BlueZ adapter, or with an external module."));

@@ -21,7 +21,7 @@ Module::Module(QObject *parent) : QObject(parent)
 {
     clock_.start();
     if (qEnvironmentVariable("KADO_SANDBOX") != QLatin1String("1"))
-        qFatal("the simulated module belongs in the sandbox");
+        qFatal("The simulated module creates /dev/ttymxc3. Run it in scripts/sandbox.");
     master_ = FileDescriptor(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
     char name[64];
     if (!master_.isValid() || ::grantpt(master_.get()) != 0 || ::unlockpt(master_.get()) != 0
@@ -34,7 +34,7 @@ Module::Module(QObject *parent) : QObject(parent)
     ::tcsetattr(slave_.get(), TCSANOW, &line);
     QFile::remove(Device);
     if (!QFile::link(QFile::decodeName(name), Device))
-        qFatal("cannot make /dev/ttymxc3");
+        qFatal("cannot create /dev/ttymxc3");
 
     readable_ = std::make_unique<QSocketNotifier>(master_.get(), QSocketNotifier::Read);
     connect(readable_.get(), &QSocketNotifier::activated, this, &Module::readCommands);
@@ -51,20 +51,20 @@ void Module::phoneConnects(const QByteArray &address, const QByteArray &name)
     address_ = address;
     phoneName_ = name;
     playState_ = "STOPPED";
-    say("OPEN_OK A2DP " + address);
-    say("OPEN_OK AVRCP " + address);
+    sendLine("OPEN_OK A2DP " + address);
+    sendLine("OPEN_OK AVRCP " + address);
 }
 
-void Module::phoneDoes(const QByteArray &event, const QByteArray &playState)
+void Module::reportPlayState(const QByteArray &event, const QByteArray &playState)
 {
     playState_ = playState;
-    say(event + ' ' + address_);
+    sendLine(event + ' ' + address_);
 }
 
 void Module::phoneDisconnects()
 {
-    say("CLOSE_OK AVRCP " + address_);
-    say("CLOSE_OK A2DP " + address_);
+    sendLine("CLOSE_OK AVRCP " + address_);
+    sendLine("CLOSE_OK A2DP " + address_);
     address_.clear();
 }
 
@@ -78,7 +78,7 @@ void Module::unplug()
 QList<QByteArray> Module::commands(int from) const
 {
     QList<QByteArray> all;
-    for (const Spoken &spoken : dialogue_) {
+    for (const DialogueLine &spoken : dialogue_) {
         if (spoken.byDaemon)
             all << spoken.line;
     }
@@ -95,12 +95,12 @@ void Module::readCommands()
         const QByteArray command = received_.left(end);
         received_.remove(0, end + 1);
         record(true, command);
-        if (!manner.mute)
-            QTimer::singleShot(manner.delayMs, this, [this, command] { obey(command); });
+        if (!behaviour.mute)
+            QTimer::singleShot(behaviour.delayMs, this, [this, command] { execute(command); });
     }
 }
 
-void Module::obey(const QByteArray &command)
+void Module::execute(const QByteArray &command)
 {
     const struct {
         const char *key;
@@ -113,49 +113,49 @@ void Module::obey(const QByteArray &command)
     };
     for (const auto &[key, value] : keys) {
         if (command == QByteArray("get ") + key) {
-            say(QByteArray(key).toUpper() + '=' + value);
+            sendLine(QByteArray(key).toUpper() + '=' + value);
             return;
         }
         const QByteArray set = QByteArray("set ") + key + '=';
         if (command.startsWith(set)) {
             value = command.mid(set.size());
-            say("OK");
+            sendLine("OK");
             return;
         }
     }
     if (command == "write") {
         saved_ = settings;
-        say("OK");
+        sendLine("OK");
     } else if (command == "reset") {
         settings = saved_;
-        say("Ready");
+        sendLine("Ready");
     } else if (command == "status") {
         if (address_.isEmpty()) {
-            say("STATE CONNECTABLE");
+            sendLine("STATE CONNECTABLE");
         } else {
-            say("STATE CONNECTED");
-            say("LINK 1 CONNECTED A2DP " + address_ + " SBC");
-            say("LINK 2 CONNECTED AVRCP " + address_ + ' ' + playState_);
+            sendLine("STATE CONNECTED");
+            sendLine("LINK 1 CONNECTED A2DP " + address_ + " SBC");
+            sendLine("LINK 2 CONNECTED AVRCP " + address_ + ' ' + playState_);
         }
     } else if (command == "name " + address_) {
-        say("NAME " + address_ + ' ' + phoneName_);
+        sendLine("NAME " + address_ + ' ' + phoneName_);
     } else {
-        say("OK");
+        sendLine("OK");
     }
 }
 
-void Module::say(const QByteArray &line)
+void Module::sendLine(const QByteArray &line)
 {
     record(false, line);
-    if (manner.junk)
-        sendRaw("\x7F?? " + manner.lineEnd + manner.lineEnd + "= =" + manner.lineEnd);
-    sendRaw(line + manner.lineEnd);
+    if (behaviour.junk)
+        sendRaw("\x7F?? " + behaviour.lineEnd + behaviour.lineEnd + "= =" + behaviour.lineEnd);
+    sendRaw(line + behaviour.lineEnd);
 }
 
 void Module::record(bool byDaemon, const QByteArray &line)
 {
-    dialogue_ << Spoken{byDaemon, line, clock_.elapsed()};
-    Q_EMIT spoke(dialogue_.constLast());
+    dialogue_ << DialogueLine{byDaemon, line, clock_.elapsed()};
+    Q_EMIT lineTransferred(dialogue_.constLast());
 }
 
 void Module::sendRaw(const QByteArray &bytes)
@@ -167,14 +167,15 @@ void Module::sendRaw(const QByteArray &bytes)
 
 void Module::sendFragments()
 {
-    const auto size = manner.fragmentBytes > 0 ? qMin(unsent_.size(), decltype(unsent_.size()){manner.fragmentBytes})
-                                               : unsent_.size();
+    const auto size = behaviour.fragmentBytes > 0
+        ? qMin(unsent_.size(), decltype(unsent_.size()){behaviour.fragmentBytes})
+        : unsent_.size();
     const ssize_t sent = ::write(master_.get(), unsent_.constData(), static_cast<size_t>(size));
     if (sent > 0)
         unsent_.remove(0, static_cast<int>(sent));
     sending_ = !unsent_.isEmpty() && master_.isValid();
     if (sending_)
-        QTimer::singleShot(1, this, &Module::sendFragments); // the far side is to see them one by one
+        QTimer::singleShot(1, this, &Module::sendFragments); // lets the daemon read each fragment by itself
 }
 
 } // namespace sim

@@ -14,8 +14,8 @@
 
 namespace sim {
 
-/// A CSR8675 module on the far end of a pseudo terminal, which is put at /dev/ttymxc3 of the sandbox. It keeps settings
-/// of its own, running and saved ones, answers the commands of its text protocol and reports what a phone does.
+/// A CSR8675 module behind a pseudo terminal, which appears in the sandbox as /dev/ttymxc3. It has running and saved
+/// settings, answers the commands of its text protocol, and reports the actions of a phone.
 class Module : public QObject {
     Q_OBJECT
 public:
@@ -26,70 +26,69 @@ public:
         QByteArray codec = "7 48000 1";
     };
 
-    /// How it talks.
-    struct Manner {
+    struct Behaviour {
         QByteArray lineEnd = "\r\n";
-        int fragmentBytes = 0; ///< replies come in pieces of this size, one a turn of the event loop; 0: whole
-        bool junk = false;     ///< lines that mean nothing between the others
+        int fragmentBytes = 0; ///< size of the writes that replies are split into, 1 ms apart; 0: not split
+        bool junk = false;     ///< send meaningless lines between the others
         int delayMs = 0;       ///< before each reply
-        bool mute = false;     ///< reads and says nothing
+        bool mute = false;     ///< read commands, but never reply
     };
 
-    /// A line of the dialogue, without its end.
-    struct Spoken {
+    /// A line in either direction, without its line end.
+    struct DialogueLine {
         bool byDaemon;
         QByteArray line;
-        qint64 ms; ///< since the module was made
+        qint64 ms; ///< since the module was created
     };
 
     explicit Module(QObject *parent = nullptr);
     ~Module() override;
 
-    Settings settings; ///< as they run; what "write" saves, "reset" restores
-    Manner manner;
+    Settings settings; ///< the running ones; "write" saves them, "reset" restores the saved ones
+    Behaviour behaviour;
 
-    // What a phone does.
+    // Actions of a phone.
     void phoneConnects(const QByteArray &address, const QByteArray &name);
-    void phonePlays() { phoneDoes("AVRCP_PLAY", "PLAYING"); }
-    void phonePauses() { phoneDoes("AVRCP_PAUSE", "PAUSED"); }
-    void phoneStops() { phoneDoes("AVRCP_STOP", "STOPPED"); }
+    void phonePlays() { reportPlayState("AVRCP_PLAY", "PLAYING"); }
+    void phonePauses() { reportPlayState("AVRCP_PAUSE", "PAUSED"); }
+    void phoneStops() { reportPlayState("AVRCP_STOP", "STOPPED"); }
     void phoneDisconnects();
 
-    /// Sends bytes as they are.
+    /// Sends bytes without a line end and without recording them.
     void sendRaw(const QByteArray &bytes);
-    /// The daemon's end of the line, to set before the daemon opens it, and to ask for its settings.
+    /// Returns a descriptor of the daemon's end of the line, to change or read its terminal settings.
     int line() const { return slave_.get(); }
-    /// Leaves the line to the daemon alone, which has opened it.
-    void letGoOfLine() { slave_.reset(); }
-    /// The line ends as if the device was pulled out.
+    /// Closes this process's descriptor of the daemon's end. Call after the daemon has opened the line.
+    void closeLine() { slave_.reset(); }
+    /// Closes both ends, so that the line hangs up as if the device was unplugged.
     void unplug();
 
-    const QList<Spoken> &dialogue() const { return dialogue_; }
-    /// The commands of the daemon alone, from number `from` on.
+    const QList<DialogueLine> &dialogue() const { return dialogue_; }
+    /// Returns the daemon's commands from index `from` on.
     QList<QByteArray> commands(int from = 0) const;
 
 Q_SIGNALS:
-    void spoke(const sim::Module::Spoken &line);
+    void lineTransferred(const sim::Module::DialogueLine &line);
 
 private:
     void readCommands();
-    void obey(const QByteArray &command);
-    void phoneDoes(const QByteArray &event, const QByteArray &playState);
-    void say(const QByteArray &line);
+    void execute(const QByteArray &command);
+    void reportPlayState(const QByteArray &event, const QByteArray &playState);
+    void sendLine(const QByteArray &line);
     void record(bool byDaemon, const QByteArray &line);
     void sendFragments();
 
     FileDescriptor master_;
-    FileDescriptor slave_; ///< held open, so that the master has no end of file while the daemon is away
+    FileDescriptor slave_; ///< open, because the master would report a hang-up while no daemon has the line open
     std::unique_ptr<QSocketNotifier> readable_;
     QByteArray received_;
     QByteArray unsent_;
     bool sending_ = false;
     Settings saved_;
-    QByteArray address_; ///< of the connected phone; empty: none
+    QByteArray address_; ///< of the connected phone; empty when no phone is connected
     QByteArray phoneName_;
     QByteArray playState_ = "STOPPED";
-    QList<Spoken> dialogue_;
+    QList<DialogueLine> dialogue_;
     QElapsedTimer clock_;
 };
 

@@ -3,9 +3,9 @@
 
 namespace sim {
 
-/// Runs the shipped daemon on a board with an external module: wrong settings are corrected, a phone comes, plays and
-/// leaves, the speaker is renamed, and the player gets silence for `silenceSeconds`. Tells all of it on standard
-/// output; returns the exit status, 0 when everything was as it should be.
+/// Runs the shipped daemon on a board with an external module. The daemon corrects wrong settings; a phone connects,
+/// plays and disconnects; the speaker is renamed; the player receives silence for `silenceSeconds`. Prints each event
+/// on standard output. Returns the exit status, 0 when every check passed.
 int runModuleDemo(int silenceSeconds);
 
 } // namespace sim

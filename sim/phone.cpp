@@ -16,14 +16,14 @@ const QString Connected = QStringLiteral("Connected");
 const QString State = QStringLiteral("State");
 const QString MediaControlInterface = QStringLiteral("org.bluez.MediaControl1");
 
-// Advanced Audio Distribution (Bluetooth Assigned Numbers, 3.3): what BlueZ asks for, whichever side the phone is.
+// Advanced Audio Distribution (Bluetooth Assigned Numbers, 3.3). BlueZ passes it to the agent for sources and sinks.
 const QString AdvancedAudioUuid = QStringLiteral("0000110d-0000-1000-8000-00805f9b34fb");
 
 constexpr uchar SbcCodec = 0;
 constexpr quint16 FullVolume = 127;
 constexpr uint SmartphoneClass = 0x5A020C;
-constexpr int FullSocketMs = 10'000;
-// How soon a socket that was full is tried again: a fraction of a packet's audio.
+constexpr int FullSocketTimeoutMs = 10'000;
+// Retry interval for a full socket, a fraction of a packet's duration.
 constexpr int RetryMs = 5;
 
 enum class Sent { Yes, Full, Gone };
@@ -37,7 +37,7 @@ Sent trySend(const FileDescriptor &socket, const QByteArray &packet)
     return errno == EAGAIN || errno == EINTR ? Sent::Full : Sent::Gone;
 }
 
-bool agreed(const QDBusMessage &answer)
+bool succeeded(const QDBusMessage &answer)
 {
     return answer.type() == QDBusMessage::ReplyMessage;
 }
@@ -56,7 +56,7 @@ Phone::Phone(FakeBluez &bluez, const QString &path, const QString &alias, QObjec
             if (device == path_)
                 hangUp();
         },
-        Qt::QueuedConnection); // we call the daemon, which waits for the answer first
+        Qt::QueuedConnection); // because hangUp() calls the daemon, which still waits for the reply to Disconnect
 }
 
 Phone::~Phone()
@@ -71,7 +71,7 @@ void Phone::connect()
         bluez_.setProperty(path_, bluez::DeviceInterface, Connected, true);
         return;
     }
-    // The last element is dev_ and the address with underscores.
+    // The last element of the path is "dev_" and the address with underscores.
     const QString address = path_.section(QStringLiteral("dev_"), -1).replace(QLatin1Char('_'), QLatin1Char(':'));
     const QVariantMap device{
         {QStringLiteral("Adapter"), QVariant::fromValue(QDBusObjectPath(path_.section(QLatin1Char('/'), 0, -2)))},
@@ -99,8 +99,8 @@ void Phone::connect()
 
 bool Phone::authorize()
 {
-    return agreed(bluez_.callAgent(QStringLiteral("AuthorizeService"),
-                                   {QVariant::fromValue(QDBusObjectPath(path_)), AdvancedAudioUuid}));
+    return succeeded(bluez_.callAgent(QStringLiteral("AuthorizeService"),
+                                      {QVariant::fromValue(QDBusObjectPath(path_)), AdvancedAudioUuid}));
 }
 
 bool Phone::configure(const SbcFormat &format)
@@ -113,7 +113,7 @@ bool Phone::configure(uchar codec, const QByteArray &configuration)
     codec_ = codec;
     transportPath_ = QStringLiteral("%1/fd%2").arg(path_).arg(transports_++);
 
-    // BlueZ hands the endpoint's UUID back as it was registered.
+    // BlueZ reports the endpoint's UUID as it was registered.
     const RegisteredEndpoint *endpoint = bluez_.endpointFor(codec);
     const QVariantMap transport{
         {QStringLiteral("Device"), QVariant::fromValue(QDBusObjectPath(path_))},
@@ -124,7 +124,7 @@ bool Phone::configure(uchar codec, const QByteArray &configuration)
         {QStringLiteral("Volume"), QVariant::fromValue(FullVolume)},
     };
     bluez_.addObject(transportPath_, {{bluez::MediaTransportInterface, transport}});
-    const bool accepted = agreed(bluez_.callEndpoint(
+    const bool accepted = succeeded(bluez_.callEndpoint(
         codec, QStringLiteral("SetConfiguration"), {QVariant::fromValue(QDBusObjectPath(transportPath_)), transport}));
     if (accepted) {
         setConnected(MediaControlInterface, true);
@@ -138,8 +138,8 @@ bool Phone::configure(uchar codec, const QByteArray &configuration)
 bool Phone::clear()
 {
     timer_.stop();
-    const bool accepted = agreed(bluez_.callEndpoint(codec_, QStringLiteral("ClearConfiguration"),
-                                                     {QVariant::fromValue(QDBusObjectPath(transportPath_))}));
+    const bool accepted = succeeded(bluez_.callEndpoint(codec_, QStringLiteral("ClearConfiguration"),
+                                                        {QVariant::fromValue(QDBusObjectPath(transportPath_))}));
     bluez_.removeObject(transportPath_);
     transportPath_.clear();
     socket_.reset();
@@ -149,10 +149,10 @@ bool Phone::clear()
 
 bool Phone::start(quint16 mtu)
 {
-    return wantToStart(mtu) && waitFor([this] { return isActive(); });
+    return requestStart(mtu) && waitFor([this] { return isActive(); });
 }
 
-bool Phone::wantToStart(quint16 mtu)
+bool Phone::requestStart(quint16 mtu)
 {
     if (!socket_.isValid()) {
         int ends[2];
@@ -188,7 +188,7 @@ void Phone::hangUp()
 void Phone::loseLink()
 {
     timer_.stop();
-    // A socket that is closed with something unread in it gives its other end an error.
+    // Leave an unread packet in the socket, because closing it then makes the daemon's read fail with ECONNRESET.
     ::send(offered_.get(), "", 1, MSG_DONTWAIT | MSG_NOSIGNAL);
     socket_.reset();
     setConnected(bluez::DeviceInterface, false);
@@ -219,7 +219,7 @@ bool Phone::send(const QByteArray &packet)
             sent = trySend(socket_, packet);
             return sent != Sent::Full;
         },
-        FullSocketMs);
+        FullSocketTimeoutMs);
     return sent == Sent::Yes;
 }
 
@@ -233,7 +233,7 @@ void Phone::play(const QList<QByteArray> &packets, const SbcFormat &format)
 {
     queue_ = packets;
     sent_ = 0;
-    secondsAPacket_ = packets.isEmpty() ? 0 : packetSeconds(packets.first(), format);
+    packetSeconds_ = packets.isEmpty() ? 0 : packetSeconds(packets.first(), format);
     started_.start();
     timer_.start(0);
 }
@@ -242,7 +242,7 @@ void Phone::sendDue()
 {
     constexpr double MsPerSecond = 1000;
     while (sent_ < queue_.size()) {
-        const double dueInMs = sent_ * secondsAPacket_ * MsPerSecond - static_cast<double>(started_.elapsed());
+        const double dueInMs = sent_ * packetSeconds_ * MsPerSecond - static_cast<double>(started_.elapsed());
         if (dueInMs > 0) {
             timer_.start(static_cast<int>(dueInMs) + 1);
             return;

@@ -11,60 +11,60 @@
 
 namespace sim {
 
-/// A phone on the fake BlueZ: what it does reaches the daemon in the order and form in which a real bluetoothd reports
-/// it. Steps that ask the daemon something return whether it agreed. When the daemon calls Device1.Disconnect, the
-/// phone hangs up.
+/// A phone on the fake BlueZ. The daemon sees its actions in the order and form of a real bluetoothd. Functions that
+/// call the daemon return whether the daemon accepted. The phone hangs up when the daemon calls Device1.Disconnect.
 class Phone : public QObject {
     Q_OBJECT
 public:
-    /// A phone at the address of `path`'s last element, for instance /org/bluez/hci0/dev_00_AA_01_01_00_42.
+    /// Takes the phone's address from the last element of `path`, for example /org/bluez/hci0/dev_00_AA_01_01_00_42.
     Phone(FakeBluez &bluez, const QString &path, const QString &alias, QObject *parent = nullptr);
     ~Phone() override;
 
     QString path() const { return path_; }
     QString transportPath() const { return transportPath_; }
 
-    /// Connects: an unknown phone appears by InterfacesAdded with Connected already true (and Paired), a known one by
-    /// PropertiesChanged {Connected: true}. MediaControl1 on the same path has a Connected of its own, false at first.
+    /// Connects. A new phone appears by InterfacesAdded with Connected and Paired true, a known phone by
+    /// PropertiesChanged {Connected: true}. MediaControl1 on the same path has its own Connected, at first false.
     void connect();
     using QObject::connect;
-    /// Asks the agent for the A2DP source service (0000110d-...), as BlueZ does for every connection.
+    /// Calls AuthorizeService of the agent for Advanced Audio Distribution (0000110d-...), as BlueZ does for every
+    /// connection.
     bool authorize();
-    /// Adds a new transport object (fd0, fd1, ... below the phone, State "idle") and calls SetConfiguration. When the
-    /// daemon refuses, the object goes again.
+    /// Adds a new transport object (fd0, fd1, ... below the phone, State "idle") and calls SetConfiguration. Removes
+    /// the object when the daemon refuses.
     bool configure(const SbcFormat &format);
     bool configure(uchar codec, const QByteArray &configuration);
-    /// ClearConfiguration, and the transport object and the stream socket go.
+    /// Calls ClearConfiguration, then removes the transport object and closes the stream socket.
     bool clear();
 
-    /// Makes a socket pair, offers its end and reports State "pending"; returns whether the daemon acquired it within
-    /// 5 s. "active" follows by itself.
+    /// Creates a socket pair if none exists, offers one end to Acquire and sets State to "pending". Returns whether the
+    /// daemon acquired the stream within 10 s, which makes State "active".
     bool start(quint16 mtu = 672);
-    /// The same without waiting for the daemon.
-    bool wantToStart(quint16 mtu = 672);
-    /// The daemon has acquired the stream that the phone started.
+    /// Does the same without waiting for the daemon.
+    bool requestStart(quint16 mtu = 672);
+    /// Returns whether the daemon has acquired the stream.
     bool isActive() const;
-    /// Stops playing; State "idle". The socket and what is in it stay: the next start() hands it out again, as BlueZ
-    /// does.
+    /// Stops playing and sets State to "idle". The socket stays open with its unread packets, and the next start()
+    /// offers it again, as BlueZ does.
     void suspend();
-    /// Hangs up while streaming: the socket ends, ClearConfiguration, Connected false; no State change.
+    /// Hangs up: closes the socket, calls ClearConfiguration, sets Connected to false. Does not change State.
     void hangUp();
-    /// The link breaks while streaming: what the daemon reads next fails; other than when a phone hangs up, Connected
-    /// false comes before ClearConfiguration.
+    /// Loses the link while streaming: the daemon's next read fails. Connected becomes false before ClearConfiguration,
+    /// in contrast to hangUp().
     void loseLink();
-    /// Reports Connected false (after clear() when a transport is configured); nothing when it is not connected.
+    /// Calls clear() if a transport is configured, then sets Connected to false. Does nothing when not connected.
     void disconnect();
     using QObject::disconnect;
 
-    /// The phone's end of the stream socket (SOCK_SEQPACKET), -1 when there is none. Owned by the phone.
+    /// Returns the phone's end of the stream socket (SOCK_SEQPACKET), or -1. The phone owns it.
     int socket() const { return socket_.get(); }
-    /// Sends one packet at once; waits, with the event loop running, while the socket is full. False when it is gone,
-    /// or stays full for 10 s.
+    /// Sends one packet. Runs the event loop while the socket is full. Returns false when the socket is closed, or
+    /// stays full for 10 s.
     bool send(const QByteArray &packet);
-    /// The daemon has read all that was sent. An empty packet does not count.
+    /// Returns whether the daemon has read all packets. Empty packets are not counted.
     bool drained() const;
-    /// Sends packets at the pace of their audio, in place of any that are still to be sent; `finished` follows the
-    /// last, or the end of the socket. Packets that are due while the socket is full follow when there is room.
+    /// Sends packets at the rate of their audio, instead of any packets left from an earlier call. Retries while the
+    /// socket is full. Emits `finished` after the last packet, or when the socket is closed.
     void play(const QList<QByteArray> &packets, const SbcFormat &format);
     bool isPlaying() const { return timer_.isActive(); }
 
@@ -73,7 +73,7 @@ Q_SIGNALS:
 
 private:
     void sendDue();
-    /// The property "Connected" of Device1 or MediaControl1; nothing when it is so already.
+    /// Sets "Connected" of Device1 or MediaControl1, unless it already has that value.
     void setConnected(const QString &interface, bool connected);
 
     FakeBluez &bluez_;
@@ -85,7 +85,7 @@ private:
     FileDescriptor socket_;  ///< the phone's end
     FileDescriptor offered_; ///< the daemon's end
     QList<QByteArray> queue_;
-    double secondsAPacket_ = 0;
+    double packetSeconds_ = 0;
     int sent_ = 0;
     QElapsedTimer started_;
     QTimer timer_;

@@ -13,9 +13,9 @@ namespace sim {
 
 namespace {
 
-constexpr int ConnectMs = 2000;
-// Longer than the daemon waits before it sends the next request.
-constexpr int LateMs = 500;
+constexpr int ConnectTimeoutMs = 2000;
+// Longer than the daemon waits for an answer before it sends the next request.
+constexpr int LateAnswerMs = 500;
 constexpr int EndlessMs = 100;
 
 struct Answer {
@@ -52,7 +52,7 @@ Answer answerOf(Player::Behaviour behaviour)
 
 void send(QTcpSocket *socket, const Answer &answer)
 {
-    if (!socket->isOpen()) // gone before a late answer
+    if (!socket->isOpen()) // closed before a late answer
         return;
     socket->write(answer.text);
     if (answer.closes)
@@ -69,7 +69,7 @@ Player::Player(QObject *parent) : QObject(parent)
 
 Player::~Player()
 {
-    hangUpAudio();
+    disconnectAudio();
 }
 
 bool Player::serve(quint16 port)
@@ -98,7 +98,7 @@ QStringList Player::targets() const
 
 bool Player::connectAudio()
 {
-    hangUpAudio();
+    disconnectAudio();
     heard_.clear();
     paused_ = false;
     audio_ = std::make_unique<QLocalSocket>();
@@ -109,15 +109,15 @@ bool Player::connectAudio()
                 audio_->connectToServer(QStringLiteral("bluetooth"), QIODevice::ReadOnly);
             return audioConnected();
         },
-        ConnectMs);
+        ConnectTimeoutMs);
 }
 
-void Player::hangUpAudio()
+void Player::disconnectAudio()
 {
     if (audio_) {
         audio_->disconnect(this);
         audio_->abort();
-        audio_.release()->deleteLater(); // we may stand in one of its signals
+        audio_.release()->deleteLater(); // not at once, because one of its signals may have called this function
     }
 }
 
@@ -126,7 +126,7 @@ void Player::pauseReading(bool paused)
     paused_ = paused;
     if (!audio_)
         return;
-    // QLocalSocket reads ahead on its own; a full buffer is what stops it, and one of a single byte is as good as full.
+    // Limit the buffer to one byte, because QLocalSocket reads ahead until its buffer is full.
     audio_->setReadBufferSize(paused ? 1 : 0);
     if (!paused)
         readAudio();
@@ -158,7 +158,7 @@ void Player::answer(QTcpSocket *socket)
 
         const Answer answer = answerOf(behaviour_);
         if (behaviour_ == Behaviour::Late) {
-            QTimer::singleShot(LateMs, socket, [=] { send(socket, answer); });
+            QTimer::singleShot(LateAnswerMs, socket, [=] { send(socket, answer); });
             continue;
         }
         send(socket, answer);
@@ -169,10 +169,10 @@ void Player::answer(QTcpSocket *socket)
         }
     }
 
-    // From here on the socket may be gone: whoever listens to our signal may make us stop serving.
+    // Do not use the socket below: a slot of requested() may call stopServing(), which closes it.
     requests_ += arrived;
     for (const PlayerRequest &request : std::as_const(arrived)) {
-        if (connectWhenTold_ && request.target.startsWith(QLatin1String("/Play")))
+        if (connectOnPlay_ && request.target.startsWith(QLatin1String("/Play")))
             QTimer::singleShot(0, this, [this] { connectAudio(); });
         Q_EMIT requested(request);
     }

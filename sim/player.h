@@ -17,54 +17,54 @@ namespace sim {
 
 /// A request that the player received.
 struct PlayerRequest {
-    QString target;  ///< request target as it stood in the request line, undecoded
-    QByteArray head; ///< the whole request up to and including the blank line
-    qint64 ms = 0;   ///< since the player was made
+    QString target;  ///< request target of the request line, not percent-decoded
+    QByteArray head; ///< the request up to and including the blank line
+    qint64 ms = 0;   ///< since the player was created
 };
 
-/// The speaker's media player: its HTTP control service on 127.0.0.1:11000 and a client of the socket "bluetooth".
+/// The speaker's media player: an HTTP control service on 127.0.0.1:11000 and a client of the socket "bluetooth".
 class Player : public QObject {
     Q_OBJECT
 public:
     enum class Behaviour {
         Answer,      ///< 200 with an empty body; closes
-        KeepOpen,    ///< the same, but does not close
-        NoContent,   ///< 204, does not close
-        Chunked,     ///< 200 with a body in chunks, does not close
-        Endless,     ///< 200 with a body that never ends, a byte every 100 ms
-        Late,        ///< the same as Answer, half a second later
-        Refuse,      ///< 500
-        NeverAnswer, ///< accepts, reads and stays silent
-        Garbage,     ///< answers with bytes that are no HTTP
-        CloseEarly,  ///< closes in the middle of its answer
+        KeepOpen,    ///< 200 with an empty body; does not close
+        NoContent,   ///< 204; does not close
+        Chunked,     ///< 200 with a chunked body; does not close
+        Endless,     ///< 200 with an endless body, one byte every 100 ms
+        Late,        ///< like Answer, half a second later
+        Refuse,      ///< 500; closes
+        NeverAnswer, ///< accepts and reads, but never answers
+        Garbage,     ///< answers with bytes that are not HTTP; closes
+        CloseEarly,  ///< closes in the middle of the answer
     };
 
     explicit Player(QObject *parent = nullptr);
     ~Player() override;
 
-    /// Starts the control service; false with a message on standard error when the port is taken. A player that does
-    /// not serve is a player that is down.
+    /// Starts the HTTP service. Prints a message and returns false when it cannot listen on the port.
     bool serve(quint16 port = 11000);
+    /// Stops listening and closes all HTTP connections, as when the player is down.
     void stopServing();
-    void behave(Behaviour behaviour) { behaviour_ = behaviour; }
-    /// Connects to "bluetooth" as soon as a /Play request arrives.
-    void connectWhenTold(bool yes) { connectWhenTold_ = yes; }
+    void setBehaviour(Behaviour behaviour) { behaviour_ = behaviour; }
+    /// Sets whether each /Play request makes the player connect to "bluetooth".
+    void connectOnPlay(bool yes) { connectOnPlay_ = yes; }
 
     const QList<PlayerRequest> &requests() const { return requests_; }
-    /// The targets alone.
+    /// Returns the targets of all requests.
     QStringList targets() const;
-    void forgetRequests() { requests_.clear(); }
+    void clearRequests() { requests_.clear(); }
 
-    /// Connects to the socket "bluetooth" as a new client, leaving an earlier one as it is hung up; false when nobody
-    /// listens within 2 s.
+    /// Disconnects an earlier client and connects a new one to the socket "bluetooth". Returns false when the
+    /// connection does not succeed within 2 s.
     bool connectAudio();
-    void hangUpAudio();
+    void disconnectAudio();
     bool audioConnected() const { return audio_ && audio_->state() == QLocalSocket::ConnectedState; }
-    /// Stops or goes on reading the audio socket (reads nothing at all while paused).
+    /// Pauses or resumes reading of the audio socket.
     void pauseReading(bool paused);
-    /// Everything heard since the last connectAudio.
+    /// Returns the audio received since the last connectAudio() or clearHeard().
     const QByteArray &heard() const { return heard_; }
-    void forgetHeard() { heard_.clear(); }
+    void clearHeard() { heard_.clear(); }
 
 Q_SIGNALS:
     void requested(const sim::PlayerRequest &request);
@@ -76,7 +76,7 @@ private:
 
     QTcpServer server_;
     Behaviour behaviour_ = Behaviour::Answer;
-    bool connectWhenTold_ = false;
+    bool connectOnPlay_ = false;
     bool paused_ = false;
     QList<PlayerRequest> requests_;
     std::unique_ptr<QLocalSocket> audio_;

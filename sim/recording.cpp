@@ -24,7 +24,8 @@ std::vector<std::int16_t> samplesOf(const Recording &recording)
     return samples;
 }
 
-/// Interleaved samples of two channels at `ratio` times their sampling rate; none when that is too far from 1.
+/// Resamples interleaved stereo to `ratio` times its sampling rate. Returns nothing when libsamplerate does not support
+/// the ratio.
 std::vector<float> resampled(const std::vector<float> &samples, double ratio)
 {
     const size_t frames = samples.size() / Channels;
@@ -58,7 +59,7 @@ Recording readRecordings(const QStringList &paths, QString &error)
         }
 
         if (whole.sampleRate == 0) {
-            const int rates[] = {16000, 32000, 44100, 48000}; // of SBC
+            const int rates[] = {16000, 32000, 44100, 48000}; // those of SBC
             const bool hasRate = std::find(std::begin(rates), std::end(rates), file.samplerate()) != std::end(rates);
             whole.sampleRate = hasRate ? file.samplerate() : 44100;
         }
@@ -88,7 +89,9 @@ bool writeWav(const QString &path, const Recording &recording)
 
 double snrDb(const Recording &original, const Recording &heard)
 {
-    constexpr size_t SbcDelayFrames = 73; // 10 taps a subband, less what one of 8 samples has of them already
+    // Delay of analysis and synthesis: 80 filter taps (10 for each of 8 subbands), minus 7 (a block of 8 samples, minus
+    // 1).
+    constexpr size_t SbcDelayFrames = 73;
     const std::vector<std::int16_t> sent = samplesOf(original);
     const std::vector<std::int16_t> received = samplesOf(heard);
     const size_t delay = SbcDelayFrames * static_cast<size_t>(original.channels);

@@ -18,17 +18,16 @@ struct Recording {
     }
 };
 
-/// Reads files that libsndfile reads, one after another, as two channels: of more the first two, one twice. The
-/// sampling rate is that of the first file, or 44100 Hz when SBC does not have it. On failure the recording is empty
-/// and `error` says why.
+/// Reads audio files with libsndfile and joins them into one stereo recording. Mono is duplicated; channels beyond the
+/// second are ignored. The sampling rate is that of the first file, or 44100 Hz when SBC does not support it. On
+/// failure the recording is empty and `error` has the reason.
 Recording readRecordings(const QStringList &paths, QString &error);
 
-/// Writes a WAV file; false on failure.
+/// Writes a WAV file. Returns false on failure.
 bool writeWav(const QString &path, const Recording &recording);
 
-/// Signal-to-noise ratio in dB of `heard` against `original`, both of the same number of channels, when `heard` has
-/// been through SBC with 8 subbands, whose delay is not counted as noise; 0 when either is empty, infinity when they
-/// are equal.
+/// Returns the signal-to-noise ratio of `heard` against `original` in dB. Both must have the same number of channels.
+/// Compensates the delay of SBC with 8 subbands. Returns 0 when either is empty, infinity when they are equal.
 double snrDb(const Recording &original, const Recording &heard);
 
 } // namespace sim

@@ -13,9 +13,9 @@ namespace {
 
 constexpr int RtpHeaderSize = 12;
 constexpr int PayloadOffset = RtpHeaderSize + 1;
-constexpr int MaxFramesAPacket = 15; // the count has four bits
-constexpr int BytesASample = 2;
-constexpr size_t MaxFramePcm = 16 * 8 * 2 * BytesASample; // blocks, subbands, channels
+constexpr int MaxFramesPerPacket = 15; // the count has four bits
+constexpr int BytesPerSample = 2;
+constexpr size_t MaxFramePcm = 16 * 8 * 2 * BytesPerSample; // blocks, subbands, channels
 
 class Sbc {
 public:
@@ -27,13 +27,14 @@ public:
     sbc_t sbc;
 };
 
-/// The bit of the choice at `index`, where bit 0 stands for the last of `count` choices; none for one behind the last.
+/// Returns the bit of choice `index` of `count` choices. The last choice has bit 0. Returns 0 for `index` == `count`.
 unsigned choiceBit(int index, int count)
 {
     return (1U << (count - 1)) >> index;
 }
 
-/// RFC 3550, 5.1: version 2, no padding, extension or sources, and payload type 96, the first dynamic one.
+/// Returns a header (RFC 3550, 5.1) with version 2, payload type 96 (the first dynamic one), and without padding,
+/// extension or contributing sources.
 QByteArray rtpHeader(std::uint16_t sequence, std::uint32_t timestamp)
 {
     constexpr std::uint16_t VersionAndType = 0x8060;
@@ -43,7 +44,7 @@ QByteArray rtpHeader(std::uint16_t sequence, std::uint32_t timestamp)
     return header;
 }
 
-/// The number that SBC gives to a sampling rate.
+/// Returns SBC's number of a sampling rate, or 4 for an unsupported rate.
 int rateIndex(int sampleRate)
 {
     const int rates[] = {16000, 32000, 44100, 48000};
@@ -78,18 +79,18 @@ QList<QByteArray> encodeSbc(const QByteArray &pcm, const SbcFormat &format, int 
 
     const auto frameLength = static_cast<int>(sbc_get_frame_length(&encoder.sbc));
     const auto framePcm = static_cast<int>(sbc_get_codesize(&encoder.sbc));
-    const int framesAPacket = std::min(MaxFramesAPacket, (mtu - PayloadOffset) / frameLength);
+    const int framesPerPacket = std::min(MaxFramesPerPacket, (mtu - PayloadOffset) / frameLength);
 
     QList<QByteArray> packets;
     QByteArray rest = pcm;
     rest.append((framePcm - static_cast<int>(pcm.size() % framePcm)) % framePcm, '\0');
     const auto frames = static_cast<int>(rest.size() / framePcm);
-    const int samplesAFrame = format.blocks * format.subbands;
+    const int samplesPerFrame = format.blocks * format.subbands;
     QByteArray frame(frameLength, '\0');
-    for (int first = 0; first < frames && framesAPacket > 0; first += framesAPacket) {
-        const int count = std::min(framesAPacket, frames - first);
+    for (int first = 0; first < frames && framesPerPacket > 0; first += framesPerPacket) {
+        const int count = std::min(framesPerPacket, frames - first);
         QByteArray packet = rtpHeader(static_cast<std::uint16_t>(packets.size()),
-                                      static_cast<std::uint32_t>(first) * static_cast<std::uint32_t>(samplesAFrame));
+                                      static_cast<std::uint32_t>(first) * static_cast<std::uint32_t>(samplesPerFrame));
         packet.append(static_cast<char>(count));
         for (int i = first; i < first + count; ++i) {
             ssize_t written = 0;
@@ -132,8 +133,8 @@ double packetSeconds(const QByteArray &packet, const SbcFormat &format)
 
 QByteArray aacPacket(const QByteArray &payload, std::uint16_t sequence)
 {
-    constexpr std::uint32_t SamplesAFrame = 1024;
-    QByteArray packet = rtpHeader(sequence, sequence * SamplesAFrame);
+    constexpr std::uint32_t SamplesPerFrame = 1024;
+    QByteArray packet = rtpHeader(sequence, sequence * SamplesPerFrame);
     packet.append("\x47\xFC\x00\x00\xB0\x90\x80\x03\x00", 9); // AAC LC, 44100 Hz, two channels
     packet.append(static_cast<int>(payload.size() / 0xFF), '\xFF');
     packet.append(static_cast<char>(payload.size() % 0xFF));

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""Draws what happened, as SVG: a row for each event, a column for phone, radio, kado-bt, player and audio.
+"""Draws the events of a log as SVG: a row for each event, a column for phone, radio, kado-bt, player and audio.
 Usage: timeline.py LINES SVG
-LINES is what scripts/demo printed, or a log of kado-bt with times: journalctl -t kado-bt -o short-iso-precise"""
+LINES is the output of scripts/demo, or a log of kado-bt with times: journalctl -t kado-bt -o short-iso-precise"""
 import math
 import os
 import re
@@ -15,16 +15,16 @@ from datetime import datetime, timezone
 from html import escape
 from urllib.parse import unquote
 
-MAX_EVENTS = 300  # as many as a person scrolls through; the latest, because the question is why it is as it is
-MAX_LINE = 8192  # bytes; journald cuts its own at 48 KiB, the daemon's have a few hundred
-MAX_TITLE = 500  # characters of a line as it was, shown under the pointer
-COLUMNS = 62  # of a line of text in the widest of the usual fonts; an event has two lines at most
+MAX_EVENTS = 300  # a reader will not scroll further; keep the latest, because they explain the present state
+MAX_LINE = 8192  # bytes; the daemon's lines have a few hundred, journald splits lines at 48 KiB
+MAX_TITLE = 500  # characters of the original line that the tooltip shows
+COLUMNS = 62  # characters in a line of text, with the widest of the usual fonts; an event has two lines at most
 
 LANES = {"phone": "#2b6cb0", "radio": "#6b46c1", "kado-bt": "#1f2933", "player": "#b7641d", "audio": "#2f7f79"}
 BARS = {"connected": "phone", "streaming": "radio", "heard": "audio"}
 SERVICES = {"0000110d": "audio", "0000110e": "remote control"}
 
-TEXT = r'"((?:[^"\\]|\\.)*)"'  # as Qt's debug stream quotes
+TEXT = r'"((?:[^"\\]|\\.)*)"'  # quoted by Qt's debug stream
 STORY = re.compile(r" *(\d{1,9}\.\d{3}) (.{1,20}?) *\| (.*)")
 JOURNAL = re.compile(r"(\d{4}-\d\d-\d\d)T(\d\d:\d\d:\d\d)([.,]\d{1,6})?(Z|[+-]\d\d:?\d\d) \S+ kado-bt(?:\[\d+\])?: "
                      r"(.*)")
@@ -33,7 +33,7 @@ PLAY = re.compile(r".*/Play\?url=Capture:bluez:bluetooth:([\w/]+)&name=(.*)")
 
 
 def plain(text):
-    """A quoted text as it was before it was quoted."""
+    """Removes the backslashes of a quoted text."""
     return re.sub(r"\\(.)", r"\1", text)
 
 
@@ -42,7 +42,7 @@ def address(path):
 
 
 def request(url):
-    """What the player is told by a request."""
+    """Describes a request to the player."""
     if state := STATE.fullmatch(url):
         adapter, connected, name, streaming = state.groups()
         if connected != "true":
@@ -53,8 +53,8 @@ def request(url):
     return url
 
 
-# Lines of kado-bt: pattern, lane, who does it, text of what stood in the pattern's brackets, bars that begin, bars that
-# end. A "!" before the text marks trouble; without a text the line only ends bars.
+# Lines of kado-bt: pattern, lane, actor, text with the pattern's groups, bars that begin, bars that end. A "!" before the
+# text marks trouble. A line without a text only ends bars.
 ALL = set(BARS)
 SOUND = {"streaming", "heard"}
 RULES = [
@@ -98,7 +98,7 @@ RULES = [
      "is silence, and reaches the player", "heard", ()),
     (r"csr8675Manager::DeleteBlankWriteSocket\(\)", "audio", "audio", "to the player ends", "", {"heard"}),
     (r"(CSR8675 .*|BT settings are not kept.*)", "radio", "module", "!{}", "", ()),
-    # Whatever else is not as it should be.
+    # All other trouble.
     (r"Call to BlueZ failed: .*AlreadyExists.*", "radio", "BlueZ", "", "", ()),
     (rf"Call to BlueZ failed: {TEXT} {TEXT} {TEXT} {TEXT}", "radio", "BlueZ",
      lambda method, path, error, text: f"!did not do {method}: {error}, {text}", "", ()),
@@ -115,12 +115,12 @@ class Event:
         self.day, self.clock = clock
         self.lane, self.who, self.text, self.line = lane, who, text.lstrip("!"), line
         self.trouble = text.startswith("!")
-        self.bars = bars  # that are on from here to the next event
+        self.bars = bars  # those drawn from this event to the next
         self.times = 1
 
 
 class Timeline:
-    """What lines tell, one after the other; of its events the latest MAX_EVENTS."""
+    """Reads lines one after another and keeps the latest MAX_EVENTS events."""
 
     def __init__(self):
         self.events = deque(maxlen=MAX_EVENTS)
@@ -139,7 +139,7 @@ class Timeline:
             try:
                 at = datetime.strptime(f"{day}T{clock}.{fraction}{zone}", "%Y-%m-%dT%H:%M:%S.%f%z")
             except ValueError:
-                return  # the 31st of February, in a damaged line
+                return  # an impossible date in a damaged line, such as 31 February
             since = at - datetime(1970, 1, 1, tzinfo=timezone.utc)
             self.tell(since.total_seconds(), (day, f"{clock}.{fraction[:3]}"), "kado-bt", text)
         elif line.startswith("FAILED: ") and self.events:
@@ -165,7 +165,7 @@ class Timeline:
         if who == "module":
             self.module = True
         if line.startswith("Device Disconnect: ") and found[0] != self.phone:
-            ends = ()  # a phone that another one kept out
+            ends = ()  # a phone that was refused because another phone was connected
         elif begins == "connected" and "connected" not in self.bars:
             self.phone = found[0] if found else ""
         self.bars = self.bars - set(ends) | ({begins} if begins else set())
@@ -184,7 +184,7 @@ class Timeline:
 
 
 def safe(text):
-    """Text for XML: what XML does not take, and what turns the direction of writing, is a dot."""
+    """Escapes a text for XML. Characters that XML forbids, or that change the writing direction, become a dot."""
     return escape(re.sub("[^\t -~\xa0-\u2029\u202f-\u2065\u206a-\ud7ff\ue000-\ufffd\U00010000-\U0010ffff]", "·", text),
                   quote=False)
 
@@ -211,7 +211,7 @@ def column(lane):
 
 
 def gap(before, event):
-    """What stands between two events that are apart, or whose clock was set in between, and how much room it gets."""
+    """Returns the note between two events, and its height. Empty and 0 unless time has passed or the clock was set."""
     seconds = event.at - before.until
     texts = [event.day] if event.day != before.day else []
     if seconds < 0:
@@ -291,13 +291,13 @@ def main():
     timeline = Timeline()
     try:
         if not stat.S_ISREG(os.stat(source).st_mode):
-            sys.exit(f"timeline: {source}: no regular file")
+            sys.exit(f"timeline: {source}: not a regular file")
         with open(source, "rb") as file:
             while line := file.readline(MAX_LINE):
                 timeline.read(line.decode("utf-8", "replace").rstrip("\r\n"))
         if not timeline.events:
             sys.exit(f"timeline: {source}: no event of kado-bt with a time. Expected lines of\n"
-                     "    journalctl -t kado-bt -o short-iso-precise\nor of scripts/demo, as they stand")
+                     "    journalctl -t kado-bt -o short-iso-precise\nor of scripts/demo, unchanged")
         with open(target, "w", encoding="utf-8") as file:
             file.writelines(f"{line}\n" for line in draw(timeline, os.path.basename(source)))
     except OSError as error:

@@ -14,12 +14,12 @@
 namespace sim {
 
 namespace {
-// A condition may depend on what no event of ours announces, as a reading of /proc does.
+// Wake up at this interval, because a condition may depend on data without an event, for example in /proc.
 constexpr int WakeUpMs = 10;
-// Between two looks lies a wake-up and whatever the events did. More than this is a process that was stopped for a
-// while, and what it waits for was most likely stopped with it.
-constexpr qint64 LongestLookMs = 1000;
-// Longer than anything that a daemon may take to answer, so that a slow answer is seen as what it is.
+// Count at most this time between two evaluations. A longer time means that this process was stopped, and most likely
+// also the process that it waits for.
+constexpr qint64 LongestStepMs = 1000;
+// Longer than any permitted answer of the daemon, so that a test can recognise a slow answer.
 constexpr int CallTimeoutMs = 10'000;
 } // namespace
 
@@ -27,18 +27,18 @@ bool waitFor(const std::function<bool()> &condition, int ms)
 {
     constexpr qint64 NsPerMs = 1'000'000;
     qint64 left = ms * NsPerMs;
-    QElapsedTimer sinceLook;
-    sinceLook.start();
+    QElapsedTimer sinceStep;
+    sinceStep.start();
     QTimer wakeUp;
     wakeUp.start(WakeUpMs);
     while (!condition()) {
         if (left <= 0)
             return false;
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-        // Outside of QCoreApplication::exec() nobody else carries these out.
+        // Deleted objects need this call, because QCoreApplication::exec() is not running.
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        left -= std::min(sinceLook.nsecsElapsed(), LongestLookMs * NsPerMs);
-        sinceLook.start();
+        left -= std::min(sinceStep.nsecsElapsed(), LongestStepMs * NsPerMs);
+        sinceStep.start();
     }
     return true;
 }
@@ -51,7 +51,7 @@ QDBusConnection connectToBus(const QString &address)
 
 QDBusMessage callAndWait(const QDBusConnection &connection, const QDBusMessage &call)
 {
-    const QDBusPendingCallWatcher watcher(connection.asyncCall(call, std::numeric_limits<int>::max())); // no limit
+    const QDBusPendingCallWatcher watcher(connection.asyncCall(call, std::numeric_limits<int>::max())); // no timeout
     if (waitFor([&] { return watcher.isFinished(); }, CallTimeoutMs))
         return watcher.reply();
     return QDBusMessage::createError(QDBusError::NoReply, QStringLiteral("No reply to ") + call.member());

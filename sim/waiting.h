@@ -8,16 +8,16 @@
 
 namespace sim {
 
-/// Runs the event loop until `condition` holds; false when it does not within `ms`. The condition is looked at again
-/// after every event, so nothing is waited for longer than it takes. Time during which this process stood still,
-/// stopped by a signal for instance, does not count.
+/// Runs the event loop until `condition` is true. Returns false when it is still false after `ms`. Evaluates the
+/// condition after every event and every 10 ms. Does not count time in which this process was stopped, for example by
+/// a signal.
 bool waitFor(const std::function<bool()> &condition, int ms = 10000);
 
-/// A new connection to the bus at `address`, of a name of its own; disconnectFromBus ends it.
+/// Opens a new connection to the bus at `address`. Close it with disconnectFromBus() and its name().
 QDBusConnection connectToBus(const QString &address);
 
-/// Makes a method call and runs the event loop until its reply or error is there, 10 s at most. Unlike a blocking call
-/// it lets objects of this process be called meanwhile, by the callee as well.
+/// Calls a method and runs the event loop until the reply or error arrives, for 10 s at most. In contrast to a blocking
+/// call, the callee and others can call objects of this process meanwhile.
 QDBusMessage callAndWait(const QDBusConnection &connection, const QDBusMessage &call);
 
 } // namespace sim

@@ -14,14 +14,14 @@ using namespace sim;
 using Soak = SoakBoard;
 
 constexpr int Streams = Soak::Streaming | Soak::Listening;
-constexpr int There = Soak::Connected | Soak::Configured | Streams;
-constexpr int States = Soak::Idle | There;
+constexpr int AnyPhone = Soak::Connected | Soak::Configured | Streams;
+constexpr int States = Soak::Idle | AnyPhone;
 
-/// What may be done in which states, and how often compared with the others.
+/// The steps of a soak.
 constexpr struct Step {
     const char *name;
-    int states;
-    int weight;
+    int states; ///< those in which the step is possible
+    int weight; ///< relative frequency
     void (Soak::*take)();
 } Steps[] = {
     {"connect", Soak::Idle, 40, &Soak::connectPhone},
@@ -30,34 +30,34 @@ constexpr struct Step {
     {"play", Streams, 50, &Soak::play},
     {"suspend", Streams, 12, &Soak::suspend},
     {"clear", Soak::Configured, 8, &Soak::clear},
-    {"hang up", There, 6, &Soak::hangUp},
+    {"hang up", AnyPhone, 6, &Soak::hangUp},
     {"swap clients", Soak::Listening, 12, &Soak::swapClients},
-    {"client leaves", Soak::Listening, 6, &Soak::clientLeaves},
+    {"client disconnects", Soak::Listening, 6, &Soak::disconnectClient},
     {"slow client", Soak::Listening, 14, &Soak::slowClient},
-    {"clients come and go", States, 2, &Soak::clientsComeAndGo},
+    {"brief clients", States, 2, &Soak::connectBriefly},
     {"select Bluetooth", States, 4, &Soak::selectBluetooth},
-    {"second phone", There, 3, &Soak::secondPhone},
+    {"second phone", AnyPhone, 3, &Soak::secondPhone},
     {"remove adapter", States, 2, &Soak::removeAdapter},
     {"restart BlueZ", States, 3, &Soak::restartBluez},
     {"slow name", Soak::Idle, 8, &Soak::slowName},
     {"slow acquire", Soak::Configured, 8, &Soak::slowAcquire},
-    {"slow disconnect", There, 3, &Soak::slowDisconnect},
+    {"slow disconnect", AnyPhone, 3, &Soak::slowDisconnect},
     {"slow rename", States, 2, &Soak::slowRename},
     {"slow set-up", States, 2, &Soak::slowSetUp},
     {"player fault", States, 1, &Soak::playerFault},
 };
 
-#ifdef KADO_SANITIZED // which keeps what is freed, and tells of leaks by itself
+#ifdef KADO_SANITIZED // AddressSanitizer keeps freed memory, and reports leaks itself
 constexpr int SpareKib = 1'000'000;
 #else
-// A few pages more or less lie between two looks at the heap. A leak of 73 bytes a stream would pass this.
+// The heap varies by a few pages. This limit finds a leak of 73 bytes per stream.
 constexpr int SpareKib = 64;
 #endif
 
-constexpr int MsAMinute = 60'000;
+constexpr int MsPerMinute = 60'000;
 
-// Every kind of step has happened by then.
-constexpr int LeastSteps = 800;
+// Enough for every kind of step to occur.
+constexpr int MinSteps = 800;
 
 const Step &choose(int state, SoakRandom &random)
 {
@@ -69,7 +69,7 @@ const Step &choose(int state, SoakRandom &random)
     return *random.oneOf(possible);
 }
 
-/// Whole streams, the same four again and again.
+/// Plays whole streams. Every four streams are the same as the four before.
 void playStreams(int count, SoakBoard &soak, SoakRandom &random)
 {
     for (int i = 0; i < count; ++i) {
@@ -79,12 +79,13 @@ void playStreams(int count, SoakBoard &soak, SoakRandom &random)
     }
 }
 
-/// Runs a board at random for `minutes` (longer where that is less than 800 steps), the same story for the same seed,
-/// as fast as the daemon goes: streams, clients and phones that come and go, and faults in between; everything that is
-/// heard and told is compared. Then a thousand streams have to leave nothing. Ends with a table, or at the first fault.
+/// Takes random steps on a board as fast as the daemon allows, for `minutes` and at least 800 steps. The same seed
+/// gives the same steps: streams, clients and phones that connect and disconnect, faults. Each step checks all audio
+/// and all requests to the player. Then plays a thousand streams and checks that the daemon has not leaked descriptors
+/// or memory. Ends with a table, or at the first failure.
 void run(double minutes, quint32 seed)
 {
-    std::setvbuf(stdout, nullptr, _IOLBF, 0); // a person follows it, also through a pipe
+    std::setvbuf(stdout, nullptr, _IOLBF, 0); // show each line at once, even through a pipe
     std::printf("Soak of %g min, seed %u\n", minutes, seed);
     Board board;
     SoakReport report(board.daemon, seed);
@@ -93,28 +94,28 @@ void run(double minutes, quint32 seed)
     const int descriptors = settledDescriptors(board.daemon);
     QElapsedTimer clock;
     clock.start();
-    for (int step = 0; static_cast<double>(clock.elapsed()) < minutes * MsAMinute || step < LeastSteps; ++step) {
+    for (int step = 0; static_cast<double>(clock.elapsed()) < minutes * MsPerMinute || step < MinSteps; ++step) {
         const Step &next = choose(soak.state(), random);
         report.step(next.name);
         (soak.*next.take)();
-        board.bluez.forgetCalls();
-        board.daemon.forgetLog();
+        board.bluez.clearCalls();
+        board.daemon.clearLog();
     }
     report.step("a thousand streams");
     playStreams(100, soak, random);
     const int dirtyKib = board.daemon.privateDirtyKib();
     playStreams(900, soak, random);
-    report.insistOnNoMore("open descriptors", descriptors, settledDescriptors(board.daemon), SparePlayerSockets);
-    report.insistOnNoMore("KiB of private dirty memory", dirtyKib, board.daemon.privateDirtyKib(), SpareKib);
+    report.expectNoGrowth("open descriptors", descriptors, settledDescriptors(board.daemon), SparePlayerSockets);
+    report.expectNoGrowth("KiB of private dirty memory", dirtyKib, board.daemon.privateDirtyKib(), SpareKib);
     report.finish();
 }
 
 } // namespace
 
-/// Runs in the sandbox: see scripts/soak, which checks the arguments, MINUTES and SEED.
+/// Runs only in scripts/sandbox. scripts/soak checks the arguments MINUTES and SEED.
 int main(int argc, char *argv[])
 {
-    // A sandbox that ignores Ctrl-C, so as to outlive this program, hands that down.
+    // Handle Ctrl-C even when the starting shell ignores SIGINT.
     std::signal(SIGINT, SIG_DFL);
     const QCoreApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "fuzz/heard.h"
+#include "fuzz/expectedaudio.h"
 #include "sim/board.h"
 #include "soak/soakmaterial.h"
 #include "soak/soakreport.h"
@@ -12,48 +12,49 @@
 
 namespace sim {
 
-/// The way of the audio, from the phone's packets to the clients of the local socket: sends, and insists that each
-/// client hears to the byte what it has to.
+/// The audio of a soak: sends a phone's packets, and checks that each client of the audio socket receives exactly the
+/// expected bytes.
 class SoakAudio {
 public:
     SoakAudio(Board &board, SoakReport &report, SoakRandom &random) : board_(board), report_(report), random_(random) {}
 
-    /// A new adapter, and with it a new decoder.
-    void adapterIsNew() { decoder_ = std::make_unique<Reference>(); }
-    void follow(Phone &phone, const SoakFormat &format);
+    /// Starts with a fresh reference decoder. Call when the daemon has a new adapter, and with it a new decoder.
+    void resetDecoder() { decoder_ = std::make_unique<Reference>(); }
+    void setStream(Phone &phone, const SoakFormat &format);
 
-    /// Clients that connect; each of the next packets is for another of them, those that follow for the last.
+    /// Connects clients. The daemon accepts one client with each packet, and each new client replaces the one before.
     void connectClients(int count);
-    int waiting() const { return static_cast<int>(waiting_.size()); }
-    bool clientListens() const { return current_ && !current_->left; }
-    void leave();
+    /// Returns the number of clients that the daemon has not accepted yet.
+    int pendingClients() const { return static_cast<int>(pending_.size()); }
+    bool hasClient() const { return current_ && !current_->disconnected; }
+    void disconnectClient();
     void pauseReading(bool paused);
 
-    /// Sends packets from some place of the music on, about every second of them damaged on request, without looking at
-    /// what is heard.
+    /// Sends packets from a random position in the music. Damages about every second packet if `damage` is set. Does
+    /// not check the received audio.
     void send(int packets, bool damage = false);
-    /// Sends to a client that does not read until the daemon has dropped packets: the client hears all but those.
+    /// Sends to a client that does not read, until the daemon drops packets. Expects the client to receive all others.
     void dropPackets();
 
-    /// The daemon has read everything, has done with it, and has seen who has connected.
+    /// Waits until the daemon has read and processed all packets and has seen all new clients.
     void settle();
-    /// Everything that was sent is heard, and one more packet soon after it is sent.
+    /// Expects that all packets have been received, and that one more packet is received soon after it is sent.
     void check();
-    /// The stream has ended: what was sent is heard to the last byte, and the client is hung up. A client that did not
-    /// read hears the beginning of it.
-    void ended(bool read = true);
+    /// Expects that the daemon has disconnected the client after the stream's last byte. With `read` false, the client
+    /// did not read in time and may have received only the beginning.
+    void expectEnd(bool read = true);
 
 private:
     struct Client {
-        Player player; ///< only its audio
+        Player player; ///< used only as an audio client
         QByteArray expected;
-        bool left = false;
+        bool disconnected = false;
         bool reads = true;
     };
 
     const QByteArray &next();
     void sendPacket(const QByteArray &packet);
-    void compare(Client &client, int patienceMs);
+    void compare(Client &client, int timeoutMs);
 
     Board &board_;
     SoakReport &report_;
@@ -61,8 +62,8 @@ private:
     std::unique_ptr<Reference> decoder_ = std::make_unique<Reference>();
     Phone *phone_ = nullptr;
     const SoakFormat *format_ = nullptr;
-    int place_ = 0;
-    std::deque<std::unique_ptr<Client>> waiting_;
+    int position_ = 0;
+    std::deque<std::unique_ptr<Client>> pending_;
     std::vector<std::unique_ptr<Client>> replaced_;
     std::unique_ptr<Client> current_;
 };

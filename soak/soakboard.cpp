@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What every step of a soak rests on: the model of the board, and that the daemon says the same.
+// The common functions of all steps: the model of the board, and the comparison of the daemon with it.
 
 #include "soak/soakboard.h"
 
@@ -11,10 +11,10 @@ namespace sim {
 
 namespace {
 
-// A player that never answers holds requests up: five are under way at a time, and each is given up after 10 s.
-constexpr int PlayerMs = 60'000;
+// A player that never answers delays requests: the daemon has up to five in progress, each with a timeout of 10 s.
+constexpr int PlayerTimeoutMs = 60'000;
 
-// The endpoints of an adapter, one for each codec.
+// Number of endpoints of an adapter, one for each codec.
 constexpr int Endpoints = 2;
 
 const std::array<QString, 3> Names{"Anna", "Bob & Co's phone", "Zoë 100%"};
@@ -26,13 +26,13 @@ SoakBoard::SoakBoard(Board &board, SoakReport &report, SoakRandom &random)
 {
     makePhones();
     board_.daemon.start(board_.bus.address());
-    oweStatus();
+    expectStatus();
     settle();
 }
 
-QString SoakBoard::toldName() const
+QString SoakBoard::encodedName() const
 {
-    return state_ == Idle ? QString() : QString(QUrl::toPercentEncoding(Names[who_], "&'"));
+    return state_ == Idle ? QString() : QString(QUrl::toPercentEncoding(Names[phoneIndex_], "&'"));
 }
 
 void SoakBoard::makePhones()
@@ -43,11 +43,11 @@ void SoakBoard::makePhones()
     }
 }
 
-void SoakBoard::oweStatus()
+void SoakBoard::expectStatus()
 {
     const auto text = [](bool value) { return QLatin1String(value ? "true" : "false"); };
-    owed_ << QString("/BTPropertyChange?type=USB?adapter=%1&connected=%2&name=%3&streaming=%4")
-                 .arg(text(adapter_), text(state_ != Idle), toldName(), text(state_ == Streaming));
+    expectedRequests_ << QString("/BTPropertyChange?type=USB?adapter=%1&connected=%2&name=%3&streaming=%4")
+                             .arg(text(adapter_), text(state_ != Idle), encodedName(), text(state_ == Streaming));
 }
 
 void SoakBoard::settle()
@@ -56,13 +56,13 @@ void SoakBoard::settle()
         {"AdapterPresent", adapter_},
         {"Connected", state_ != Idle},
         {"Streaming", state_ == Streaming},
-        {"Name", state_ == Idle ? QString() : Names[who_]},
+        {"Name", state_ == Idle ? QString() : Names[phoneIndex_]},
     };
     for (auto due = properties.begin(); due != properties.end(); ++due)
         report_.await([&] { return board_.control.property(due.key()) == due.value(); },
                       due.key() + " is not \"" + due.value().toString() + '"');
-    if (!playerFails_) {
-        settlePlayer([this](const QStringList &told) { return told == owed_; });
+    if (!playerFaulty_) {
+        awaitRequests([this](const QStringList &targets) { return targets == expectedRequests_; });
     }
     if (!adapter_)
         return;
@@ -73,73 +73,73 @@ void SoakBoard::settle()
     report_.await([&] { return alias() == speakerName_ + " BT"; }, "the adapter has another name than the speaker");
 }
 
-void SoakBoard::settlePlayer(const std::function<bool(const QStringList &)> &right)
+void SoakBoard::awaitRequests(const std::function<bool(const QStringList &)> &isComplete)
 {
     const QString list = "\n        ";
-    const bool isRight = waitFor([&] { return right(board_.player.targets()); }, PlayerMs);
-    report_.insist(isRight,
-                   "the player was to be told" + list + owed_.join(list) + "\n    but was told" + list
-                       + board_.player.targets().join(list));
-    report_.count("requests to the player compared", owed_.size());
-    owed_.clear();
-    board_.player.forgetRequests();
+    const bool complete = waitFor([&] { return isComplete(board_.player.targets()); }, PlayerTimeoutMs);
+    report_.expect(complete,
+                   "expected these requests to the player" + list + expectedRequests_.join(list)
+                       + "\n    but the player received" + list + board_.player.targets().join(list));
+    report_.count("requests to the player compared", expectedRequests_.size());
+    expectedRequests_.clear();
+    board_.player.clearRequests();
 }
 
 // --- Phones
 
-void SoakBoard::phoneIs(State state)
+void SoakBoard::setState(State state)
 {
     state_ = state;
-    oweStatus();
+    expectStatus();
 }
 
-void SoakBoard::callClients()
+void SoakBoard::connectSomeClients()
 {
-    constexpr int MostWaiting = 5;
-    audio_.follow(phone(), *format_);
-    if (audio_.waiting() == 0)
-        audio_.connectClients(random_.oneIn(8) ? 0 : random_.oneIn(6) ? 1 + random_.below(MostWaiting) : 1);
+    constexpr int MaxPending = 5;
+    audio_.setStream(phone(), *format_);
+    if (audio_.pendingClients() == 0)
+        audio_.connectClients(random_.oneIn(8) ? 0 : random_.oneIn(6) ? 1 + random_.below(MaxPending) : 1);
 }
 
-void SoakBoard::streamIsActive()
+void SoakBoard::awaitActiveStream()
 {
     report_.await([this] { return phone().isActive(); }, "the stream is not acquired");
-    phoneIs(Streaming);
+    setState(Streaming);
     settle();
-    audio_.send(audio_.waiting() + 1);
+    audio_.send(audio_.pendingClients() + 1);
     audio_.check();
 }
 
-void SoakBoard::endStreamBy(const std::function<void()> &happens)
+void SoakBoard::endStream(const std::function<void()> &cause)
 {
-    constexpr int MostOnTheWay = 10; // their audio fits into a client's socket
+    constexpr int MaxInFlight = 10; // the audio of so many packets fits into a client's socket
     const bool streaming = state_ == Streaming;
     if (streaming) {
         audio_.check();
-        audio_.send(random_.below(MostOnTheWay));
+        audio_.send(random_.below(MaxInFlight));
     }
-    happens();
+    cause();
     settle();
     if (streaming)
-        audio_.ended();
+        audio_.expectEnd();
 }
 
 // --- Adapters
 
-void SoakBoard::adapterIsGone()
+void SoakBoard::onAdapterRemoved()
 {
     if (state_ != Idle)
-        phoneIs(Idle);
+        setState(Idle);
     makePhones();
     adapter_ = false;
-    oweStatus();
+    expectStatus();
 }
 
-void SoakBoard::adapterIsThere()
+void SoakBoard::onAdapterReady()
 {
     adapter_ = true;
-    oweStatus();
-    audio_.adapterIsNew();
+    expectStatus();
+    audio_.resetDecoder();
 }
 
 } // namespace sim

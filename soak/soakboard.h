@@ -14,47 +14,46 @@
 
 namespace sim {
 
-/// The board of a soak: its phones, its speaker and its player, and what the daemon has to make of them. Each step does
-/// one thing, waits until it is through, and insists that the player was told of it, that the control interface says
-/// the same, and that what was to be heard is heard. It is to be called only in the states that the table of steps in
-/// main.cpp names.
+/// The board of a soak: phones, speaker and player, and a model of the daemon's expected state. Each step performs one
+/// action and waits until it has completed. It then checks the requests to the player, the control interface and the
+/// received audio against the model. Call a step only in the states that the table in main.cpp has for it.
 class SoakBoard {
 public:
-    /// How far a phone has come; listening: it streams, and a client reads.
+    /// The state of the phone. Listening: it streams, and a client reads.
     enum State { Idle = 1, Connected = 2, Configured = 4, Streaming = 8, Listening = 16 };
 
     /// Starts the daemon.
     SoakBoard(Board &board, SoakReport &report, SoakRandom &random);
 
-    State state() const { return state_ == Streaming && audio_.clientListens() ? Listening : state_; }
+    State state() const { return state_ == Streaming && audio_.hasClient() ? Listening : state_; }
 
-    // The life of a phone and its stream.
+    // A phone and its stream.
     void connectPhone();
     void configure();
     void start();
     void suspend();
     void clear();
-    /// By the phone, by BlueZ, which forgets it, or by the loss of its link.
+    /// Ends the connection: by the phone, by BlueZ removing the phone, or by loss of the link.
     void hangUp();
-    /// All of it, from any state; ends idle.
+    /// Connects, configures, starts and hangs up. From any state; ends idle.
     void wholeStream();
     void secondPhone();
 
-    // Music and those who listen to it.
-    /// Some packets are damaged at times.
+    // Audio and its clients.
+    /// Sends packets; in some calls about half of them are damaged.
     void play();
     void swapClients();
-    void clientLeaves();
-    /// It goes on reading in time, or at the end of the stream, or when packets have been dropped.
+    void disconnectClient();
+    /// Pauses a client's reading. The client resumes in time, after the end of the stream, or after dropped packets.
     void slowClient();
-    void clientsComeAndGo();
+    void connectBriefly();
     void selectBluetooth();
     void playerFault();
 
-    // What BlueZ does.
+    // Actions of BlueZ.
     void removeAdapter();
     void restartBluez();
-    // One of the methods that the daemon calls is not answered at once, or only when it is too late.
+    // BlueZ answers one of the daemon's method calls late, or after it is no longer needed.
     void slowName();
     void slowAcquire();
     void slowDisconnect();
@@ -62,37 +61,38 @@ public:
     void slowSetUp();
 
 private:
-    Phone &phone() { return *phones_[who_]; }
+    Phone &phone() { return *phones_[phoneIndex_]; }
     QString adapterPath() const { return QString("/org/bluez/hci%1").arg(adapterNumber_); }
-    /// As it stands in a request to the player.
-    QString toldName() const;
+    /// Returns the phone's name, percent-encoded as in a request to the player. Empty when no phone is connected.
+    QString encodedName() const;
     void makePhones();
-    void choosePhone() { who_ = static_cast<size_t>(random_.below(static_cast<int>(phones_.size()))); }
+    void choosePhone() { phoneIndex_ = static_cast<size_t>(random_.below(static_cast<int>(phones_.size()))); }
 
-    /// The player has to be told the state of the model as it is now.
-    void oweStatus();
-    /// Everything has arrived where it should.
+    /// Expects a status notification to the player with the model's present state.
+    void expectStatus();
+    /// Waits until the control interface, the player and BlueZ have the state of the model.
     void settle();
-    /// Waits until the player has been told all that is owed to it, as `right` finds.
-    void settlePlayer(const std::function<bool(const QStringList &told)> &right);
+    /// Waits until `isComplete` accepts the targets of the player's requests, then clears expected and received
+    /// requests.
+    void awaitRequests(const std::function<bool(const QStringList &targets)> &isComplete);
 
-    /// The player has to be told of it.
-    void phoneIs(State state);
-    /// The music will be heard by those who wait, or by some who come now.
-    void callClients();
-    void streamIsActive();
-    /// The stream, if there is one, ends with what `happens`: what was sent before is heard.
-    void endStreamBy(const std::function<void()> &happens);
-    /// The adapter is gone, and with it whoever was connected by it.
-    void adapterIsGone();
-    /// The daemon has set an adapter up, with new endpoints.
-    void adapterIsThere();
+    /// Sets the state of the phone. Expects a status notification.
+    void setState(State state);
+    /// Sets the stream of SoakAudio. Connects a random number of clients, unless clients are pending.
+    void connectSomeClients();
+    void awaitActiveStream();
+    /// Calls `cause`, which ends the stream. If one is active, expects its audio to be received to the last byte.
+    void endStream(const std::function<void()> &cause);
+    /// Updates the model after the adapter was removed, and with it the phone's connection.
+    void onAdapterRemoved();
+    /// Updates the model after the daemon has set up an adapter with new endpoints.
+    void onAdapterReady();
 
-    /// Calls of `method` to BlueZ are not answered from now on; they wait in `held_`.
-    void hold(const QString &method);
-    /// One has come, and the daemon goes on.
-    void awaitHeld();
-    void answerHeld();
+    /// Delays the answers to `method` from now on. The calls wait in `delayedCalls_`.
+    void delayAnswers(const QString &method);
+    /// Waits for a delayed call. Expects that the daemon continues to serve meanwhile.
+    void awaitDelayedCall();
+    void answerDelayedCalls();
 
     Board &board_;
     SoakReport &report_;
@@ -102,16 +102,16 @@ private:
 
     State state_ = Idle;
     bool adapter_ = true;
-    int adapterNumber_ = 0; ///< of hci0 and hci1
+    int adapterNumber_ = 0; ///< 0: hci0, 1: hci1
     QString speakerName_ = "Kitchen";
     std::array<std::unique_ptr<Phone>, 3> phones_;
-    size_t who_ = 0; ///< of the phones, the one that is connected
+    size_t phoneIndex_ = 0; ///< the phone of the present or last connection
     const SoakFormat *format_ = nullptr;
-    QString heldMethod_;
-    QList<QDBusMessage> held_;
-    QElapsedTimer sinceHeld_;
-    QStringList owed_;         ///< the requests that the player has to get, in order
-    bool playerFails_ = false; ///< by then they may get lost, or come again and out of order
+    QString delayedMethod_;
+    QList<QDBusMessage> delayedCalls_;
+    QElapsedTimer sinceDelayed_;
+    QStringList expectedRequests_; ///< targets of the player's next requests, in order
+    bool playerFaulty_ = false;    ///< the player may lose requests, or receive them again and out of order
 };
 
 } // namespace sim

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The steps of a soak that BlueZ takes: it loses adapters, ends and comes back, and answers late.
+// The steps in which BlueZ loses adapters, crashes and restarts, or answers late.
 
 #include "bluez/names.h"
 #include "soak/soakboard.h"
@@ -10,32 +10,32 @@ namespace sim {
 
 namespace {
 
-// The daemon goes on within milliseconds; one that waits for BlueZ takes seconds.
-constexpr int LatestMs = 1000;
+// The daemon continues within milliseconds. A daemon that waits for BlueZ takes seconds.
+constexpr int MaxLatencyMs = 1000;
 
 } // namespace
 
-void SoakBoard::hold(const QString &method)
+void SoakBoard::delayAnswers(const QString &method)
 {
-    heldMethod_ = method;
-    sinceHeld_.start();
+    delayedMethod_ = method;
+    sinceDelayed_.start();
     board_.bluez.intercept(method, [this](const QDBusMessage &call) {
-        held_.append(call);
+        delayedCalls_.append(call);
         return true;
     });
 }
 
-void SoakBoard::awaitHeld()
+void SoakBoard::awaitDelayedCall()
 {
-    report_.await([this] { return !held_.isEmpty(); }, "the daemon does not call " + heldMethod_);
-    board_.control.property("AdapterPresent"); // it answers while it waits
-    report_.insist(!sinceHeld_.hasExpired(LatestMs), "the daemon stands still until BlueZ answers " + heldMethod_);
+    report_.await([this] { return !delayedCalls_.isEmpty(); }, "the daemon does not call " + delayedMethod_);
+    board_.control.property("AdapterPresent"); // the daemon must answer while BlueZ does not
+    report_.expect(!sinceDelayed_.hasExpired(MaxLatencyMs), "the daemon blocks until BlueZ answers " + delayedMethod_);
 }
 
-void SoakBoard::answerHeld()
+void SoakBoard::answerDelayedCalls()
 {
-    board_.bluez.stopIntercepting(heldMethod_);
-    for (const QDBusMessage &call : std::exchange(held_, {}))
+    board_.bluez.stopIntercepting(delayedMethod_);
+    for (const QDBusMessage &call : std::exchange(delayedCalls_, {}))
         board_.bluez.answer(call);
 }
 
@@ -47,96 +47,97 @@ void SoakBoard::removeAdapter()
         adapterNumber_ = 1 - adapterNumber_;
         board_.bluez.addAdapter(adapterPath());
     }
-    endStreamBy([&] {
-        if (state_ != Idle && random_.oneIn(2)) // the phone's own end
-            board_.bluez.removeObject(phone().path(), {}, FakeBluez::Announce::Quietly);
+    endStream([&] {
+        if (state_ != Idle && random_.oneIn(2)) // without a signal for the phone
+            board_.bluez.removeObject(phone().path(), {}, FakeBluez::Announce::No);
         board_.bluez.removeAdapter(gone);
-        adapterIsGone();
+        onAdapterRemoved();
         if (!takenOver)
             board_.bluez.addAdapter(adapterPath());
-        adapterIsThere();
+        onAdapterReady();
     });
 }
 
 void SoakBoard::restartBluez()
 {
-    endStreamBy([this] { // without a gap
+    endStream([this] { // crash and restart before the daemon sees either
         board_.bluez.crash();
-        adapterIsGone();
+        onAdapterRemoved();
         board_.bluez.restart();
         board_.bluez.addAdapter(adapterPath());
         adapter_ = true;
         if (random_.oneIn(2)) {
             choosePhone();
             phone().connect();
-            phoneIs(Connected); // its name is there long before the adapter has been set up
+            setState(
+                Connected); // before onAdapterReady(), because the daemon has the name before it has set up the adapter
         }
-        adapterIsThere();
+        onAdapterReady();
     });
-    report_.insist(state_ == Idle || phone().authorize(), "a phone that was there before us is not authorised");
+    report_.expect(state_ == Idle || phone().authorize(), "a phone that connected before the set-up is not authorised");
 }
 
 // --- Late answers
 
 void SoakBoard::slowName()
 {
-    hold("Get");
+    delayAnswers("Get");
     choosePhone();
     phone().connect();
-    awaitHeld();
-    report_.insist(board_.control.property("Connected").toBool(), "the phone is not connected without a name");
+    awaitDelayedCall();
+    report_.expect(board_.control.property("Connected").toBool(), "the phone is not connected without a name");
     if (random_.oneIn(2)) {
-        answerHeld();
-        phoneIs(Connected);
-    } else { // gone before the answer comes
+        answerDelayedCalls();
+        setState(Connected);
+    } else { // disconnected before the answer
         phone().hangUp();
-        phoneIs(Idle);
+        setState(Idle);
         settle();
-        answerHeld();
+        answerDelayedCalls();
     }
     settle();
 }
 
 void SoakBoard::slowAcquire()
 {
-    callClients();
-    hold("Acquire");
-    report_.insist(phone().wantToStart(), "the phone cannot start");
-    awaitHeld();
+    connectSomeClients();
+    delayAnswers("Acquire");
+    report_.expect(phone().requestStart(), "the phone cannot start");
+    awaitDelayedCall();
     if (random_.oneIn(2)) {
         audio_.send(random_.below(20));
-        answerHeld();
-        streamIsActive();
-    } else { // paused before the answer comes
+        answerDelayedCalls();
+        awaitActiveStream();
+    } else { // paused before the answer
         phone().suspend();
         settle();
-        answerHeld();
+        answerDelayedCalls();
         settle();
     }
 }
 
 void SoakBoard::slowDisconnect()
 {
-    hold("Disconnect");
+    delayAnswers("Disconnect");
     board_.control.setProperty("Connected", false);
-    awaitHeld();
+    awaitDelayedCall();
     settle();
-    endStreamBy([&] {
-        answerHeld();
-        phoneIs(Idle);
+    endStream([&] {
+        answerDelayedCalls();
+        setState(Idle);
     });
 }
 
 void SoakBoard::slowRename()
 {
-    hold("Set");
+    delayAnswers("Set");
     speakerName_ = QString("Room %1").arg(random_.below(1000));
     writePlayerName(speakerName_.toLatin1() + '\n');
     board_.control.call("ResetAlias");
-    awaitHeld();
+    awaitDelayedCall();
     if (state_ == Streaming)
         audio_.check();
-    answerHeld();
+    answerDelayedCalls();
     settle();
 }
 
@@ -147,24 +148,24 @@ void SoakBoard::slowSetUp()
     const QString method = random_.oneOf(Methods);
     const auto crash = [this] {
         board_.bluez.crash();
-        held_.clear(); // they are never answered
-        adapterIsGone();
+        delayedCalls_.clear(); // never answered
+        onAdapterRemoved();
     };
     const auto comeBack = [&] {
         board_.bluez.restart();
-        hold(method);
-        board_.bluez.addAdapter(adapterPath(), FakeBluez::Announce::Quietly);
-        awaitHeld();
+        delayAnswers(method);
+        board_.bluez.addAdapter(adapterPath(), FakeBluez::Announce::No);
+        awaitDelayedCall();
     };
-    endStreamBy(crash);
+    endStream(crash);
     comeBack();
-    if (board_.control.property("AdapterPresent").toBool() && random_.oneIn(2)) { // dies with the answer owed
+    if (board_.control.property("AdapterPresent").toBool() && random_.oneIn(2)) { // crashes before it has answered
         crash();
         settle();
         comeBack();
     }
-    answerHeld();
-    adapterIsThere();
+    answerDelayedCalls();
+    onAdapterReady();
     settle();
 }
 

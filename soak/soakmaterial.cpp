@@ -12,7 +12,7 @@ namespace {
 constexpr int Mtu = 672;
 constexpr unsigned MusicSeed = 1;
 
-/// Noise: no stretch of it is like another.
+/// Returns noise, so that all sections differ.
 QByteArray noise(int size, SoakRandom &random)
 {
     QByteArray bytes;
@@ -30,14 +30,14 @@ SoakFormat sbcFormat(const SbcFormat &format)
             QStringLiteral("pcm/%1/16/%2").arg(format.sampleRate).arg(format.channels()), encodeSbc(pcm, format, Mtu)};
 }
 
-SoakFormat aacFormat(const QByteArray &configuration, const char *played)
+SoakFormat aacFormat(const QByteArray &configuration, const char *urlFormat)
 {
     constexpr int Packets = 200;
-    constexpr int MostPayload = 640; // with the headers in one packet
+    constexpr int MaxPayload = 640; // fits into one packet with the headers
     SoakRandom random(MusicSeed);
-    SoakFormat result{SoakFormat::Aac, QByteArray::fromHex(configuration), QString::fromLatin1(played), {}};
+    SoakFormat result{SoakFormat::Aac, QByteArray::fromHex(configuration), QString::fromLatin1(urlFormat), {}};
     for (std::uint16_t i = 0; i < Packets; ++i)
-        result.packets.append(aacPacket(noise(1 + random.below(MostPayload), random), i));
+        result.packets.append(aacPacket(noise(1 + random.below(MaxPayload), random), i));
     return result;
 }
 

@@ -9,11 +9,11 @@
 
 namespace sim {
 
-/// Random numbers: the same seed, the same numbers, everywhere.
+/// A random number generator. The same seed gives the same numbers on every platform.
 class SoakRandom {
 public:
     explicit SoakRandom(quint32 seed) : engine_(seed) {}
-    /// 0 to `count` - 1.
+    /// Returns a number from 0 to `count` - 1.
     int below(int count) { return static_cast<int>(engine_() % static_cast<unsigned>(count)); }
     bool oneIn(int count) { return below(count) == 0; }
     template <typename Container>
@@ -26,21 +26,21 @@ private:
     std::mt19937 engine_;
 };
 
-/// A stream as a phone configures it, and music for it: packets to be sent round and round, no two alike.
+/// A stream format of a phone, and packets for it. All packets differ. Send them in a loop.
 struct SoakFormat {
     static constexpr uchar Sbc = 0;
     static constexpr uchar Aac = 2;
 
     uchar codec;
     QByteArray configuration;
-    QString played; ///< as the player is told of it, for instance pcm/44100/16/2
+    QString urlFormat; ///< the format in the player's /Play request, for example pcm/44100/16/2
     QList<QByteArray> packets;
 };
 
-/// SBC with every rate, channel mode, block length and subband count, and AAC.
+/// Returns SBC formats that cover every rate, channel mode, block length and subband count, and two AAC formats.
 QList<SoakFormat> soakFormats();
 
-/// A packet that is cut, down to nothing at times, altered in one bit or too long.
+/// Damages a packet: truncates it (possibly to 0 bytes), inverts one bit, or appends bytes.
 QByteArray damaged(QByteArray packet, SoakRandom &random);
 
 } // namespace sim

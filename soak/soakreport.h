@@ -12,28 +12,28 @@
 
 namespace sim {
 
-/// How a soak goes. The first thing that is not as it should be ends the program, with status 1 and what led to it.
+/// The checks and statistics of a soak. The first failed check prints the last steps and log lines and ends the program
+/// with status 1.
 class SoakReport {
 public:
-    /// A warning of `daemon`, whose log is read, is a fault, and so is its end.
+    /// Also treats as a failure: a warning in the log of `daemon`, and the daemon's end before finish().
     SoakReport(Daemon &daemon, quint32 seed);
 
-    /// The next step begins.
+    /// Call at the beginning of each step.
     void step(const QString &name);
-    /// Something was done `times` times.
+    /// Adds to a statistic.
     void count(const QString &what, qint64 times = 1) { counts_[what] += times; }
-    /// So long after it was sent, a packet was heard.
-    void latency(double ms) { latestHeardMs_ = std::max(latestHeardMs_, ms); }
+    /// Records the time from sending a packet to receiving its last byte. The table has the maximum.
+    void latency(double ms) { maxLatencyMs_ = std::max(maxLatencyMs_, ms); }
 
-    /// When the first is false, the second is the fault.
-    void insist(bool asItShouldBe, const QString &otherwise);
-    /// The same for what becomes so within half a minute, which is much longer than a machine takes that does other
-    /// things as well.
-    void await(const std::function<bool()> &condition, const QString &otherwise);
+    /// Fails with the text `fault` unless `condition` is true.
+    void expect(bool condition, const QString &fault);
+    /// Fails unless `condition` becomes true within 30 s, much longer than a busy machine takes.
+    void await(const std::function<bool()> &condition, const QString &fault);
 
-    /// After a thousand streams the daemon holds no more `what` than before them, but for some to spare.
-    void insistOnNoMore(const QString &what, int before, int after, int spare);
-    /// Ends the daemon, which has to go without a sanitizer's complaint, and prints the table.
+    /// Fails when the amount of `what` in the daemon has grown by more than `spare`.
+    void expectNoGrowth(const QString &what, int before, int after, int spare);
+    /// Stops the daemon, fails on a sanitizer's report, and prints the table.
     void finish();
 
 private:
@@ -42,7 +42,7 @@ private:
     bool finished_ = false;
     QStringList steps_;
     QMap<QString, qint64> counts_;
-    double latestHeardMs_ = 0;
+    double maxLatencyMs_ = 0;
 };
 
 } // namespace sim

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The steps of a soak that phones, the player and its clients take.
+// The steps of phones, the player and audio clients.
 
 #include "soak/soakboard.h"
 
@@ -9,7 +9,7 @@ namespace sim {
 
 namespace {
 
-constexpr int MostPackets = 1000; // their audio is well below what is kept for a client that does not read
+constexpr int MaxPackets = 1000; // audio of so many packets is well below the daemon's backlog limit for a client
 
 QSet<QString> asSet(const QStringList &list)
 {
@@ -24,47 +24,47 @@ void SoakBoard::connectPhone()
 {
     choosePhone();
     phone().connect();
-    phoneIs(Connected);
-    report_.insist(phone().authorize(), "the phone is not authorised");
+    setState(Connected);
+    report_.expect(phone().authorize(), "the phone is not authorised");
     settle();
 }
 
 void SoakBoard::configure()
 {
     format_ = &random_.oneOf(formats_);
-    state_ = Configured; // the player is not told
-    report_.insist(phone().configure(format_->codec, format_->configuration), "the configuration is refused");
+    state_ = Configured; // without a status notification
+    report_.expect(phone().configure(format_->codec, format_->configuration), "the configuration is refused");
     settle();
 }
 
 void SoakBoard::start()
 {
-    callClients();
-    if (phone().socket() >= 0) // BlueZ hands it out again, and it may hold packets already
+    connectSomeClients();
+    if (phone().socket() >= 0) // BlueZ returns this socket again, and it may already have packets
         audio_.send(random_.below(20));
-    report_.insist(phone().wantToStart(), "the phone cannot start");
-    streamIsActive();
+    report_.expect(phone().requestStart(), "the phone cannot start");
+    awaitActiveStream();
 }
 
 void SoakBoard::suspend()
 {
-    endStreamBy([this] {
+    endStream([this] {
         phone().suspend();
-        phoneIs(Configured);
+        setState(Configured);
     });
 }
 
 void SoakBoard::clear()
 {
-    report_.insist(phone().clear(), "the configuration is not cleared");
-    state_ = Connected; // the player is not told
+    report_.expect(phone().clear(), "the configuration is not cleared");
+    state_ = Connected; // without a status notification
     settle();
 }
 
 void SoakBoard::hangUp()
 {
     const int way = random_.below(4);
-    endStreamBy([&] {
+    endStream([&] {
         if (way == 0) {
             if (!phone().transportPath().isEmpty())
                 phone().clear();
@@ -75,7 +75,7 @@ void SoakBoard::hangUp()
         } else {
             phone().hangUp();
         }
-        phoneIs(Idle);
+        setState(Idle);
     });
 }
 
@@ -91,45 +91,45 @@ void SoakBoard::wholeStream()
 
 void SoakBoard::secondPhone()
 {
-    Phone &second = *phones_[(who_ + 1) % phones_.size()];
+    Phone &second = *phones_[(phoneIndex_ + 1) % phones_.size()];
     second.connect();
-    report_.insist(!second.authorize(), "a second phone is authorised");
+    report_.expect(!second.authorize(), "a second phone is authorised");
     if (random_.oneIn(3)) {
         hangUp();
-        report_.insist(!second.authorize(), "a second phone moves up");
+        report_.expect(!second.authorize(), "the second phone is authorised after the first one hung up");
     }
     second.disconnect();
     settle();
 }
 
-// --- Those who listen
+// --- Audio clients
 
 void SoakBoard::play()
 {
-    if (!audio_.clientListens()) { // a player that comes late
+    if (!audio_.hasClient()) { // the player connects late
         audio_.settle();
         audio_.connectClients(1);
         audio_.settle();
     }
     const bool damage = random_.oneIn(4);
-    audio_.send(1 + random_.below(MostPackets), damage);
+    audio_.send(1 + random_.below(MaxPackets), damage);
     audio_.check();
 }
 
 void SoakBoard::swapClients()
 {
-    audio_.send(random_.below(MostPackets));
-    audio_.check(); // a client that is replaced hears no more than has been sent to it
+    audio_.send(random_.below(MaxPackets));
+    audio_.check(); // before the swap, because a replaced client receives no further audio
     audio_.connectClients(1 + random_.below(3));
     audio_.settle();
-    audio_.send(audio_.waiting() + random_.below(MostPackets));
+    audio_.send(audio_.pendingClients() + random_.below(MaxPackets));
     audio_.check();
 }
 
-void SoakBoard::clientLeaves()
+void SoakBoard::disconnectClient()
 {
-    audio_.leave();
-    audio_.send(random_.below(MostPackets));
+    audio_.disconnectClient();
+    audio_.send(random_.below(MaxPackets));
 }
 
 void SoakBoard::slowClient()
@@ -139,26 +139,26 @@ void SoakBoard::slowClient()
         return;
     }
     audio_.pauseReading(true);
-    audio_.send(random_.below(MostPackets));
+    audio_.send(random_.below(MaxPackets));
     const bool streamEnds = random_.oneIn(3);
     if (streamEnds) {
         phone().suspend();
-        phoneIs(Configured);
+        setState(Configured);
     }
     settle();
     audio_.pauseReading(false);
     if (streamEnds)
-        audio_.ended(false);
+        audio_.expectEnd(false);
     else
         audio_.check();
 }
 
-void SoakBoard::clientsComeAndGo()
+void SoakBoard::connectBriefly()
 {
     if (state_ == Streaming)
-        audio_.settle(); // a packet that is still to be read would be theirs
+        audio_.settle(); // otherwise these clients would receive packets that the daemon has not read yet
     for (int i = random_.below(5); i >= 0; --i)
-        report_.insist(Player().connectAudio(), "no client can connect");
+        report_.expect(Player().connectAudio(), "a client cannot connect");
     settle();
 }
 
@@ -168,7 +168,7 @@ void SoakBoard::selectBluetooth()
 {
     board_.control.call("SelectBluetooth");
     if (state_ == Streaming)
-        owed_ << "/Play?url=Capture:bluez:bluetooth:" + format_->played + "&name=" + toldName();
+        expectedRequests_ << "/Play?url=Capture:bluez:bluetooth:" + format_->urlFormat + "&name=" + encodedName();
     settle();
 }
 
@@ -184,30 +184,31 @@ void SoakBoard::playerFault()
                                     Behaviour::Garbage,
                                     Behaviour::CloseEarly};
     const Behaviour fault = random_.oneOf(Faults);
-    playerFails_ = fault == Down || fault == Behaviour::Garbage;
-    board_.player.behave(fault);
+    playerFaulty_ = fault == Down || fault == Behaviour::Garbage;
+    board_.player.setBehaviour(fault);
     if (fault == Down)
         board_.player.stopServing();
     wholeStream();
     if (random_.oneIn(2))
         wholeStream();
 
-    const auto allAreTold = [this] { return asSet(board_.player.targets()).contains(asSet(owed_)); };
-    report_.insist(fault == Down || waitFor(allAreTold), "the player is not told everything");
+    const auto allArrived = [this] { return asSet(board_.player.targets()).contains(asSet(expectedRequests_)); };
+    report_.expect(fault == Down || waitFor(allArrived), "the player did not receive all requests");
 
-    board_.player.stopServing();       // ends the connections that hang
-    settledDescriptors(board_.daemon); // what was not answered has been sent again, in vain
-    board_.player.behave(Behaviour::Answer);
-    report_.insist(board_.player.serve(), "the player cannot serve again");
-    // What was owed until now may still arrive, but not later than the news of a phone that was never there before.
+    board_.player.stopServing();       // closes the connections that hang
+    settledDescriptors(board_.daemon); // wait until the daemon's retries of unanswered requests have failed
+    board_.player.setBehaviour(Behaviour::Answer);
+    report_.expect(board_.player.serve(), "the player cannot serve again");
+    // Older requests may still arrive, but all of them before the request for a phone that is new here.
     Phone guest(board_.bluez, adapterPath() + "/dev_00_AA_01_09_00_42", "Guest");
     guest.connect();
-    owed_ << "/BTPropertyChange?type=USB?adapter=true&connected=true&name=Guest&streaming=false";
-    settlePlayer(
-        [this](const QStringList &told) { return told.endsWith(owed_.last()) && asSet(owed_).contains(asSet(told)); });
-    playerFails_ = false;
+    expectedRequests_ << "/BTPropertyChange?type=USB?adapter=true&connected=true&name=Guest&streaming=false";
+    awaitRequests([this](const QStringList &targets) {
+        return targets.endsWith(expectedRequests_.last()) && asSet(expectedRequests_).contains(asSet(targets));
+    });
+    playerFaulty_ = false;
     board_.bluez.removeObject(guest.path());
-    phoneIs(Idle);
+    setState(Idle);
     settle();
 }
 

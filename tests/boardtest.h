@@ -13,7 +13,7 @@ inline const QString Device = QStringLiteral("org.bluez.Device1");
 inline const QString PhonePath = Hci0 + QStringLiteral("/dev_00_AA_01_01_00_42");
 inline const QString OtherPhonePath = Hci0 + QStringLiteral("/dev_00_AA_01_02_00_42");
 
-/// The target of a status notification.
+/// Returns the target of a status notification.
 inline QString notification(bool adapter, bool connected, const char *name, bool streaming)
 {
     const auto text = [](bool value) { return QLatin1String(value ? "true" : "false"); };
@@ -22,7 +22,7 @@ inline QString notification(bool adapter, bool connected, const char *name, bool
         + text(streaming);
 }
 
-/// The alias of the board's adapter, as BlueZ has it.
+/// Returns BlueZ's alias of the board's adapter.
 inline QVariant alias(const sim::Board &board)
 {
     return board.bluez.property(Hci0, QStringLiteral("org.bluez.Adapter1"), QStringLiteral("Alias"));

@@ -5,7 +5,7 @@
 
 #include <QByteArray>
 
-/// A copy of a packet that ends where the mapped memory ends.
+/// A copy of a packet. An unmapped page follows it, so that a read beyond its end crashes the test.
 class PacketAtPageEnd {
 public:
     explicit PacketAtPageEnd(const QByteArray &packet) : size_(static_cast<size_t>(packet.size())), memory_(size_)

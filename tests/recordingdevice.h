@@ -5,7 +5,7 @@
 #include <QIODevice>
 #include <QList>
 
-/// Keeps what is written to it, write by write.
+/// A device that records each write.
 class RecordingDevice : public QIODevice {
 public:
     RecordingDevice() { open(QIODevice::WriteOnly | QIODevice::Unbuffered); }

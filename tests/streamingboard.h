@@ -11,7 +11,7 @@ inline const QStringList Traced{QStringLiteral("--stderr"), QStringLiteral("--de
 inline const QString TransportInterface = QStringLiteral("org.bluez.MediaTransport1");
 inline constexpr int Mtu = 672;
 
-/// Packets of a rising tone, `seconds` long; different from every other place in the tone.
+/// Returns packets of a rising tone, `seconds` long. No two sections of the tone are the same.
 inline QList<QByteArray> packets(double seconds, const sim::SbcFormat &format = {})
 {
     QByteArray pcm;
@@ -24,13 +24,13 @@ inline QList<QByteArray> packets(double seconds, const sim::SbcFormat &format = 
     return sim::encodeSbc(pcm, format, Mtu);
 }
 
-/// What one decoder makes of `sent` when it has decoded `before`.
+/// Returns the PCM of `sent` from a decoder that has decoded `before`.
 inline QByteArray decodedAfter(const QList<QByteArray> &before, const QList<QByteArray> &sent)
 {
     return sim::decodeSbc(before + sent).mid(sim::decodeSbc(before).size());
 }
 
-/// A board with a phone that is connected and has an SBC stream configured.
+/// A board with a connected phone and a configured SBC stream. Check `ready` before use.
 struct ConfiguredBoard {
     explicit ConfiguredBoard(const QStringList &arguments = {QStringLiteral("--stderr")},
                              const QString &redirection = {})
@@ -42,7 +42,7 @@ struct ConfiguredBoard {
             && phone.configure(sim::SbcFormat{});
     }
 
-    /// Starts the stream with the player attached: the first packet finds its client waiting.
+    /// Connects the player to the audio socket, then starts the stream, so that the player receives the first packet.
     bool startHeard() { return board.player.connectAudio() && phone.start(Mtu) && active(); }
 
     bool streaming() { return board.control.property(QStringLiteral("Streaming")).toBool(); }
@@ -51,7 +51,7 @@ struct ConfiguredBoard {
         return sim::waitFor([&] { return streaming(); });
     }
 
-    /// BlueZ reports this state of the transport.
+    /// Lets BlueZ report this state of the transport.
     void state(const char *value)
     {
         board.bluez.setProperty(phone.transportPath(), TransportInterface, QStringLiteral("State"),
@@ -72,9 +72,8 @@ struct ConfiguredBoard {
         return sim::waitFor([&] { return board.player.heard().size() >= pcm.size(); }) && board.player.heard() == pcm;
     }
 
-    /// Ends the stream that is configured, if any, and plays another through: whether the daemon still serves, and not
-    /// one sample is lost.
-    bool playsAnother()
+    /// Clears the configuration, if any, and plays a new stream. Returns whether the daemon delivers every sample.
+    bool playsNewStream()
     {
         if (!phone.transportPath().isEmpty() && !phone.clear())
             return false;
@@ -83,7 +82,7 @@ struct ConfiguredBoard {
         if (!phone.configure(sim::SbcFormat{}) || !startHeard() || !send(sent)
             || !sim::waitFor([&] { return board.player.heard().size() >= pcm.size(); }))
             return false;
-        // What the decoder decoded before still sounds in the first packet.
+        // Skip the first packet, because it depends on the decoder's filter state from earlier streams.
         const auto firstPacket = sim::decodeSbc({sent.constFirst()}).size();
         return board.player.heard().mid(firstPacket) == pcm.mid(firstPacket);
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Adapters that come and go, and phones that connect: what the player, BlueZ and the log see of it.
+// Adapters that appear and disappear, and phones that connect: requests to the player, calls to BlueZ, log lines.
 
 #include "boardtest.h"
 
@@ -24,12 +24,12 @@ private Q_SLOTS:
     void refusalsDoNotStopTheSetUp();
     void bluezWithoutAnObjectTree();
 
-    void phoneComesAndGoes();
-    void phoneThatWasThereBefore();
+    void phoneConnectsAndDisconnects();
+    void phoneConnectedBeforeStart();
     void onlyOnePhoneAtATime();
-    void namesForgeNoLogLines();
+    void namesCannotForgeLogLines();
     void pairingAgent();
-    void phoneGoesWithItsObjects();
+    void removedPhoneIsDisconnected();
 };
 
 void AdapterTest::firstAdapterInPathOrderIsAdopted()
@@ -41,7 +41,7 @@ void AdapterTest::firstAdapterInPathOrderIsAdopted()
     QVERIFY(board.startDaemon());
     WAIT_UNTIL(board.daemon.logged(QStringLiteral("Set default adapter:  \"/org/bluez/hci10\"")));
 
-    // Any interface name that ends like an adapter's counts in the tree.
+    // In the object tree, every interface name that ends in Adapter1 counts.
     board.bluez.removeAdapter(QStringLiteral("/org/bluez/hci2"));
     board.bluez.addObject(QStringLiteral("/other"), {{QStringLiteral("com.example.Adapter1"), {}}});
     board.bluez.removeAdapter(QStringLiteral("/org/bluez/hci10"));
@@ -56,7 +56,7 @@ void AdapterTest::adapterIsNamedAfterTheSpeaker()
     sim::removePlayerName();
     QVERIFY(QDir().mkpath(file));
     QVERIFY(board.startDaemon());
-    QCOMPARE(alias(board), QVariant(QStringLiteral("BlueZ 5.66"))); // its own
+    QCOMPARE(alias(board), QVariant(QStringLiteral("BlueZ 5.66"))); // unchanged without a name
     QVERIFY(QDir().rmdir(file));
 
     QByteArray bytes;
@@ -68,7 +68,8 @@ void AdapterTest::adapterIsNamedAfterTheSpeaker()
         sim::writePlayerName(line + '\n');
         board.control.call(QStringLiteral("ResetAlias"));
         WAIT_UNTIL(alias(board) == QVariant(QString::fromLatin1(line) + QStringLiteral(" BT")));
-        QCOMPARE(board.control.property(QStringLiteral("AdapterPresent")), QVariant(true)); // BlueZ's answer was read
+        QCOMPARE(board.control.property(QStringLiteral("AdapterPresent")),
+                 QVariant(true)); // the daemon has read BlueZ's answer
     }
 }
 
@@ -80,8 +81,8 @@ void AdapterTest::lostAdapterIsReplaced()
         return board.bluez.endpoints().size() == 2 && board.bluez.endpoints().at(0).path == QLatin1String(first)
             && board.bluez.endpoints().at(1).path == QLatin1String(second);
     };
-    board.player.forgetRequests();
-    board.bluez.addAdapter(Hci1); // not wanted yet, and not forgotten
+    board.player.clearRequests();
+    board.bluez.addAdapter(Hci1); // unused until hci0 is removed
     board.bluez.removeAdapter();
     WAIT_UNTIL(board.player.targets()
                == QStringList({notification(false, false, "", false), notification(true, false, "", false)}));
@@ -95,7 +96,7 @@ void AdapterTest::lostAdapterIsReplaced()
     WAIT_UNTIL(board.player.targets().size() == 4);
     QVERIFY(endpointsAre("/endpoint/4", "/endpoint/5"));
 
-    // Any of its interfaces counts for all: it is lost, and found again.
+    // The loss of any interface counts as loss of the adapter. The daemon then finds the adapter again.
     board.bluez.removeObject(Hci0, {QStringLiteral("org.bluez.Media1")});
     WAIT_UNTIL(board.player.targets().size() == 6);
     QCOMPARE(board.control.property(QStringLiteral("AdapterPresent")), QVariant(true));
@@ -110,7 +111,8 @@ void AdapterTest::refusalsDoNotStopTheSetUp()
     QCOMPARE(board.bluez.countCalls(QStringLiteral("Set")), 4);
     QCOMPARE(board.bluez.countCalls(QStringLiteral("RegisterEndpoint")), 2);
     const auto failures = [&] { return board.daemon.logTexts().filter(QStringLiteral("Call to BlueZ failed:")); };
-    // What the speaker works without is left out. The agent was tried before there was an adapter, too.
+    // Failures of optional settings are not logged at level 0. The agent is registered first without, then with an
+    // adapter.
     const char *expected[] = {"RegisterAgent", "RequestDefaultAgent", "Set Powered",      "Set Discoverable",
                               "RegisterAgent", "RequestDefaultAgent", "RegisterEndpoint", "RegisterEndpoint"};
     WAIT_UNTIL(static_cast<size_t>(failures().size()) == std::size(expected));
@@ -136,14 +138,14 @@ void AdapterTest::bluezWithoutAnObjectTree()
     WAIT_UNTIL(board.player.targets() == QStringList(notification(true, false, "", false)));
 }
 
-void AdapterTest::phoneComesAndGoes()
+void AdapterTest::phoneConnectsAndDisconnects()
 {
     sim::Board board;
     QVERIFY(board.startDaemon());
     sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
-    QVERIFY(!phone.authorize());              // it is not connected
-    for (int round = 0; round < 3; ++round) { // unknown to BlueZ at first, then known
-        board.player.forgetRequests();
+    QVERIFY(!phone.authorize());              // not connected yet
+    for (int round = 0; round < 3; ++round) { // new to BlueZ in the first round, then known
+        board.player.clearRequests();
         phone.connect();
         WAIT_UNTIL(board.player.targets() == QStringList(notification(true, true, "Anna", false)));
         QCOMPARE(board.control.property(QStringLiteral("Name")), QVariant(QStringLiteral("Anna")));
@@ -158,15 +160,15 @@ void AdapterTest::phoneComesAndGoes()
     QCOMPARE(board.bluez.countCalls(QStringLiteral("Disconnect")), 1);
 }
 
-void AdapterTest::phoneThatWasThereBefore()
+void AdapterTest::phoneConnectedBeforeStart()
 {
     sim::Board board;
     sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
     sim::Phone later(board.bluez, OtherPhonePath, QStringLiteral("Bob"));
     later.connect();
-    phone.connect(); // both before the daemon starts
+    phone.connect(); // both phones connect before the daemon starts
     QVERIFY(board.startDaemon());
-    // Told when its name has come, and again when the adapter is ready.
+    // One request when the daemon has the phone's name, one when the adapter is ready.
     WAIT_UNTIL(board.player.targets()
                == QStringList({notification(true, true, "Anna", false), notification(true, true, "Anna", false)}));
     QVERIFY(phone.authorize());
@@ -201,7 +203,7 @@ void AdapterTest::onlyOnePhoneAtATime()
     QVERIFY(bob.authorize());
 }
 
-void AdapterTest::namesForgeNoLogLines()
+void AdapterTest::namesCannotForgeLogLines()
 {
     sim::Board board;
     QVERIFY(board.startDaemon({QStringLiteral("--stderr"), QStringLiteral("--debug"), QStringLiteral("9")}));
@@ -210,7 +212,7 @@ void AdapterTest::namesForgeNoLogLines()
     WAIT_UNTIL(board.player.targets().last() == notification(true, true, "J%C3%BCrgen%0AFatal:%20%22%01%22", false));
     WAIT_UNTIL(board.daemon.logged(
         QStringLiteral("Active Device: \"%1\" \"J\u00FCrgen\\nFatal: \\\"\\u0001\\\"\"").arg(PhonePath)));
-    // Also where a whole message is traced.
+    // The same for a traced message.
     board.bluez.emitPropertiesChanged(
         PhonePath, Device, {{Connected, true}, {QStringLiteral("Alias"), QStringLiteral("x\nFatal: forged")}});
     WAIT_UNTIL(!board.daemon.logTexts().filter(QStringLiteral("x\\x0aFatal: forged")).isEmpty());
@@ -222,7 +224,7 @@ void AdapterTest::pairingAgent()
 {
     sim::Board board;
     QVERIFY(board.startDaemon());
-    // That it is there already when it is registered again is no fault.
+    // AlreadyExists from the second registration is not a failure.
     QCOMPARE(board.daemon.logTexts().filter(QStringLiteral("failed")), QStringList());
     const QVariant phone = QVariant::fromValue(QDBusObjectPath(PhonePath));
     QCOMPARE(board.bluez.callAgent(QStringLiteral("RequestAuthorization"), {phone}).type(), QDBusMessage::ReplyMessage);
@@ -230,8 +232,8 @@ void AdapterTest::pairingAgent()
              QVariantList{QString()});
 }
 
-/// BlueZ takes them away without a word on the connection.
-void AdapterTest::phoneGoesWithItsObjects()
+/// BlueZ removes objects without a change of Connected.
+void AdapterTest::removedPhoneIsDisconnected()
 {
     for (const QString &removed : {PhonePath, Hci0}) {
         sim::Board board;
@@ -239,8 +241,9 @@ void AdapterTest::phoneGoesWithItsObjects()
         sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
         phone.connect();
         WAIT_UNTIL(board.player.targets().size() == 2);
-        board.bluez.removeObject(PhonePath, {QStringLiteral("org.bluez.MediaControl1")}); // not the phone
-        board.player.forgetRequests();
+        board.bluez.removeObject(PhonePath,
+                                 {QStringLiteral("org.bluez.MediaControl1")}); // does not disconnect the phone
+        board.player.clearRequests();
         QStringList told{notification(true, false, "", false)};
         if (removed == Hci0)
             told << notification(false, false, "", false);
@@ -253,7 +256,8 @@ void AdapterTest::phoneGoesWithItsObjects()
         }
         sim::Phone bob(board.bluez, OtherPhonePath, QStringLiteral("Bob"));
         bob.connect();
-        WAIT_UNTIL(board.player.targets().size() == (removed == Hci0 ? 4 : 2)); // of a ready adapter, too
+        WAIT_UNTIL(board.player.targets().size()
+                   == (removed == Hci0 ? 4 : 2)); // with hci0, also when the adapter is ready
         QCOMPARE(board.player.targets().last(), notification(true, true, "Bob", false));
         QVERIFY(bob.authorize());
     }

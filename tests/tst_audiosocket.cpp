@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The local audio socket with clients that read, do not read, leave and come in crowds.
+// The local audio socket with clients that read, do not read, disconnect, or connect in large numbers.
 
 #include "player/audioclient.h"
 #include "player/audioserver.h"
@@ -36,19 +36,19 @@ struct Pair {
         far = FileDescriptor(ends[1]);
         ::fcntl(far.get(), F_SETFL, O_NONBLOCK);
     }
-    /// Hears at most so many bytes of what is there now; returns all that was heard.
-    const QByteArray &hear(int most = 65536)
+    /// Reads up to `maxSize` bytes without waiting. Returns all bytes received so far.
+    const QByteArray &receive(int maxSize = 65536)
     {
         std::array<char, 65536> bytes{};
-        const ssize_t size = ::read(far.get(), bytes.data(), std::min(static_cast<size_t>(most), bytes.size()));
-        return heard.append(bytes.data(), std::max(0, static_cast<int>(size)));
+        const ssize_t size = ::read(far.get(), bytes.data(), std::min(static_cast<size_t>(maxSize), bytes.size()));
+        return received.append(bytes.data(), std::max(0, static_cast<int>(size)));
     }
     std::unique_ptr<AudioClient> client;
     FileDescriptor far;
-    QByteArray heard;
+    QByteArray received;
 };
 
-/// Packet `number` of a stream, told apart by its bytes.
+/// Returns packet `number` of a stream. Its bytes identify it.
 QByteArray packet(int number)
 {
     return QByteArray(2560, static_cast<char>(number % 251));
@@ -59,21 +59,21 @@ QByteArray packet(int number)
 class AudioSocketTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void writesLeaveInTheSameTurn();
+    void writesAreImmediate();
     void slowClientGetsItsBacklogThenCurrentAudio();
-    void backlogOfAnyPaceIsInOrder();
-    void goneClientIsHarmless();
+    void backlogKeepsOrder();
+    void disconnectedClientIsHarmless();
     void clientsWaitInOrder();
-    void whatClientsDoWithTheirSideIsForgotten();
+    void clientInputIsDiscarded();
     void deadConnectionsMakeRoom();
-    void whatStandsInTheWayIsNamed();
+    void blockedSocketPathIsReported();
 };
 
-void AudioSocketTest::writesLeaveInTheSameTurn()
+void AudioSocketTest::writesAreImmediate()
 {
     Pair pair;
     QCOMPARE(pair.client->write(packet(1)), 2560);
-    QVERIFY(pair.hear() == packet(1)); // no event loop in between
+    QVERIFY(pair.receive() == packet(1)); // without the event loop
 }
 
 void AudioSocketTest::slowClientGetsItsBacklogThenCurrentAudio()
@@ -82,40 +82,40 @@ void AudioSocketTest::slowClientGetsItsBacklogThenCurrentAudio()
     constexpr int Packets = 3000; // 7.5 MiB
     for (int i = 0; i < Packets; ++i)
         QCOMPARE(pair.client->write(packet(i)), 2560);
-    pair.client->write("x"); // there would be room for it
-    // Dropped as well, until it has heard all that was kept.
+    pair.client->write("x"); // dropped, although it would fit
+    // Writes are dropped until the client has received the whole backlog.
     const QByteArray current(100, '\xFC');
-    WAIT_UNTIL(pair.client->write(current) == current.size() && pair.hear().endsWith(current));
-    const auto kept = pair.heard.indexOf(current);
+    WAIT_UNTIL(pair.client->write(current) == current.size() && pair.receive().endsWith(current));
+    const auto kept = pair.received.indexOf(current);
     QVERIFY(kept >= AudioClient::BacklogLimit - 2560);
-    QVERIFY(kept <= AudioClient::BacklogLimit + 512 * 1024); // and what the kernel's buffer took before
+    QVERIFY(kept <= AudioClient::BacklogLimit + 512 * 1024); // with the kernel's buffer
     QCOMPARE(kept % 2560, 0);
     for (int i = 0; i < kept / 2560; ++i)
-        QVERIFY2(pair.heard.mid(i * 2560, 2560) == packet(i), qPrintable(QString::number(i)));
+        QVERIFY2(pair.received.mid(i * 2560, 2560) == packet(i), qPrintable(QString::number(i)));
 }
 
-/// The ring goes round many times, and is read and written in steps that do not divide it.
-void AudioSocketTest::backlogOfAnyPaceIsInOrder()
+/// Wraps the ring buffer many times, with reads and writes that do not divide its size.
+void AudioSocketTest::backlogKeepsOrder()
 {
     Pair pair;
     QByteArray sent;
-    for (int i = 0; pair.heard.size() < 3 * AudioClient::BacklogLimit; ++i) {
+    for (int i = 0; pair.received.size() < 3 * AudioClient::BacklogLimit; ++i) {
         const QByteArray bytes(40009, static_cast<char>(i % 251));
-        if (sent.size() - pair.heard.size() < AudioClient::BacklogLimit - bytes.size()) {
+        if (sent.size() - pair.received.size() < AudioClient::BacklogLimit - bytes.size()) {
             QCOMPARE(pair.client->write(bytes), bytes.size());
             sent += bytes;
         }
         QCoreApplication::processEvents();
-        pair.hear(30011);
+        pair.receive(30011);
     }
-    WAIT_UNTIL(pair.hear().size() >= sent.size());
-    QVERIFY(pair.heard == sent);
+    WAIT_UNTIL(pair.receive().size() >= sent.size());
+    QVERIFY(pair.received == sent);
     QCOMPARE(pair.client->write(QByteArray(AudioClient::BacklogLimit + 1, 'x')), qint64{-1});
 }
 
-void AudioSocketTest::goneClientIsHarmless()
+void AudioSocketTest::disconnectedClientIsHarmless()
 {
-    Pair pair; // leaves with a backlog waiting
+    Pair pair; // disconnects with a backlog
     for (int i = 0; i < 400; ++i)
         pair.client->write(packet(i));
     pair.far.reset();
@@ -123,17 +123,17 @@ void AudioSocketTest::goneClientIsHarmless()
     QVERIFY(!pair.client->isConnected());
 }
 
-/// Also those that the event loop has not heard of yet; whoever has gone is passed over.
+/// Skips clients that have disconnected. collect() finds clients before the event loop does.
 void AudioSocketTest::clientsWaitInOrder()
 {
     AudioServer server;
-    server.acceptPending(); // nobody there
+    server.acceptPending(); // no client yet
     const Socket first = connectClient();
     const Socket gone = connectClient();
     const Socket second = connectClient();
     QVERIFY(first && gone && second);
     gone->abort();
-    QVERIFY(!server.nextClient()); // no event has been handled since they came
+    QVERIFY(!server.nextClient()); // the event loop has not run since they connected
     server.acceptPending();
     std::unique_ptr<AudioClient> client = server.nextClient();
     const std::unique_ptr<AudioClient> next = server.nextClient();
@@ -147,23 +147,23 @@ void AudioSocketTest::clientsWaitInOrder()
     WAIT_UNTIL(first->state() == QLocalSocket::UnconnectedState);
 }
 
-void AudioSocketTest::whatClientsDoWithTheirSideIsForgotten()
+void AudioSocketTest::clientInputIsDiscarded()
 {
     AudioServer server;
     const Socket socket = connectClient();
     QVERIFY(socket);
-    const auto says = [&] { // several times what a socket holds
+    const auto canWrite = [&] { // several times the size of the socket's buffer
         socket->write(QByteArray(1024 * 1024, 'x'));
         return sim::waitFor([&] { return socket->bytesToWrite() == 0; });
     };
-    QVERIFY(says()); // while it waits
+    QVERIFY(canWrite()); // before nextClient()
     const auto client = server.nextClient();
-    QVERIFY(client && says());
+    QVERIFY(client && canWrite());
     bool ended = false;
     QObject::connect(client.get(), &AudioClient::disconnected, this, [&] { ended = true; });
     ::shutdown(static_cast<int>(socket->socketDescriptor()), SHUT_WR);
     WAIT_UNTIL(ended);
-    client->write("x"); // it listens still
+    client->write("x"); // the client still reads
     WAIT_UNTIL(socket->bytesAvailable() == 1);
 }
 
@@ -172,24 +172,24 @@ void AudioSocketTest::deadConnectionsMakeRoom()
     AudioServer server;
     const Socket early = connectClient();
     for (int i = 0; i < 200; ++i) {
-        QVERIFY(connectClient()); // and leaves at once
+        QVERIFY(connectClient()); // disconnects at once
         QCoreApplication::processEvents();
     }
     const Socket late = connectClient();
     QVERIFY(early && late);
-    const auto hear = [&] {
+    const auto bothReceive = [&] {
         if (const auto client = server.nextClient())
             client->write("hello");
         return early->bytesAvailable() > 0 && late->bytesAvailable() > 0;
     };
-    WAIT_UNTIL(hear());
+    WAIT_UNTIL(bothReceive());
 }
 
-void AudioSocketTest::whatStandsInTheWayIsNamed()
+void AudioSocketTest::blockedSocketPathIsReported()
 {
     const QString path = QDir::tempPath() + QStringLiteral("/bluetooth");
     QFile::remove(path);
-    QVERIFY(QDir().mkdir(path)); // nor can one of a stranger's be removed, from a sticky folder
+    QVERIFY(QDir().mkdir(path)); // cannot be removed, like another user's file in a sticky folder
     QTest::ignoreMessage(
         QtWarningMsg,
         qPrintable(QStringLiteral("0No audio socket %1: QLocalServer::listen: Address in use").arg(path)));
@@ -198,7 +198,7 @@ void AudioSocketTest::whatStandsInTheWayIsNamed()
     server.acceptPending();
     QVERIFY(!server.nextClient());
     QVERIFY(QDir().rmdir(path));
-    WAIT_UNTIL(connectClient() != nullptr); // it is tried again
+    WAIT_UNTIL(connectClient() != nullptr); // after a retry
 }
 
 QTEST_GUILESS_MAIN(AudioSocketTest)

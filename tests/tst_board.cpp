@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What start-up reads, as plain functions.
+// The functions that read command line, device file and name file at start.
 
 #include "board/kadoinfo.h"
 #include "board/speakername.h"
@@ -29,7 +29,7 @@ void BoardFilesTest::commandLine()
     } rows[] = {
         {"--stderr --debug 9 --disable-aac", Action::Run, 9, true, true},
         {"--debug 3 --debug -1", Action::Run, -1, false, false},
-        {"--debug --stderr", Action::Run, 0, false, false}, // the word behind it is its level, whatever it is
+        {"--debug --stderr", Action::Run, 0, false, false}, // the next word is the level, even if it is an option
         {"--version --nonsense", Action::PrintVersion, 0, false, false},
         {"--stderr --nonsense --version", Action::PrintUsage, 0, true, false},
         {"--debug", Action::PrintUsage, 0, false, false},
@@ -45,7 +45,7 @@ void BoardFilesTest::deviceInformation()
 {
     const QPair<const char *, bool> rows[] = {
         {"<?xml version=\"1.0\"?>\n<kado>\n <settings>\n  <bt>melody</bt>\n </settings>\n</kado>", true},
-        {"<settings><bt>melody</bt></settings>", false}, // what stands right behind "settings" is passed over
+        {"<settings><bt>melody</bt></settings>", false}, // the token after the "settings" tag is skipped
         {"<settings><bt>usb</bt><bt>melody</bt></settings>", true},
         {"<settings> <a><bt>melody</bt></a><bt>usb</bt></settings>", true},
         {"<k><settings> </settings><bt>melody</bt></k>", true},

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The codecs as plain functions: elements and packets in, elements and audio out.
+// The codecs without a daemon: elements and packets in, elements and audio out.
 
 #include "codec/adtsheader.h"
 #include "codec/codecaac.h"
@@ -17,7 +17,7 @@ namespace {
 constexpr int Mtu = 672;
 constexpr int PayloadOffset = 13;
 
-/// Packets of half a second of noise, so that every subband has something in it.
+/// Returns half a second of noise as packets. Noise has signal in every subband.
 QList<QByteArray> noise(const sim::SbcFormat &format, int mtu)
 {
     QRandomGenerator random(1);
@@ -27,7 +27,7 @@ QList<QByteArray> noise(const sim::SbcFormat &format, int mtu)
     return sim::encodeSbc(pcm, format, mtu);
 }
 
-/// What the codec writes for these packets, write by write.
+/// Returns the codec's writes for these packets.
 QList<QByteArray> play(Codec &codec, const QList<QByteArray> &packets)
 {
     RecordingDevice out;
@@ -47,16 +47,16 @@ private Q_SLOTS:
 
     void choices();
     void sbcDecodesLikeABareLoop();
-    void sbcPlaysWhatComesBeforeAFault();
+    void sbcDecodesFramesBeforeAFault();
     void aacBecomesAdts();
-    void aacDropsWhatDoesNotFit();
+    void aacDropsInvalidPackets();
 };
 
 void CodecsTest::choices()
 {
     CodecSBC sbc;
     CodecAAC aac;
-    // Each rate is chosen once those before it are no longer offered.
+    // Each rate is chosen when the ones before it are not offered.
     QByteArray offered = aac.capabilities();
     for (const int rate : {96000, 88200, 48000, 44100, 64000, 32000, 24000, 22050, 16000, 12000, 11025, 8000}) {
         const QByteArray selected = aac.selectConfiguration(offered);
@@ -73,10 +73,10 @@ void CodecsTest::choices()
         int channels;
     } rows[] = {
         {sbc, "ffff02fa", "111602fa", 48000, 2},
-        {sbc, "eeeb0235", "222a0235", 44100, 2}, // each choice is gone, and the next in line taken
+        {sbc, "eeeb0235", "222a0235", 44100, 2}, // without the first choices, the second ones are taken
         {sbc, "cccd0235", "48450235", 32000, 1},
         {sbc, "84850235", "84850235", 16000, 2},
-        {sbc, "ffff10", "11161000", 48000, 2}, // octets that are not there count as 0
+        {sbc, "ffff10", "11161000", 48000, 2}, // missing octets count as 0
         {sbc, "111501ff", "111502fa", 48000, 2},
         {aac, "80fffcffffff", "800014ffffff", 96000, 2},
         {aac, "40010883e800", "80010883e800", 44100, 1}, // another object type
@@ -94,25 +94,26 @@ void CodecsTest::sbcDecodesLikeABareLoop()
 {
     using Mode = sim::SbcFormat::Mode;
     const QPair<sim::SbcFormat, int> streams[] = {
-        {{}, Mtu},                                    // what a usual phone sends
+        {{}, Mtu},                                    // the format of most phones
         {{44100, Mode::Stereo, 16, 8, true, 2}, 253}, // filled with 15 tiny frames
         {{16000, Mode::DualChannel, 4, 4, true, 31}, 256},
         {{48000, Mode::Stereo, 16, 8, false, 250}, 1017},
     };
-    CodecSBC unprepared; // it has no room
+    CodecSBC unprepared; // has no output buffer
     QCOMPARE(play(unprepared, noise({}, Mtu)).join(), QByteArray());
     for (const auto &[format, mtu] : streams) {
         const QList<QByteArray> packets = noise(format, mtu);
         CodecSBC codec;
         codec.prepare(mtu);
-        codec.processPacket(packets[0].constData(), static_cast<int>(packets[0].size()), nullptr); // leaves no trace
+        codec.processPacket(packets[0].constData(), static_cast<int>(packets[0].size()),
+                            nullptr); // does not change the decoder
         const QList<QByteArray> heard = play(codec, packets);
         QCOMPARE(heard.size(), packets.size());
         QVERIFY(heard.join() == sim::decodeSbc(packets));
     }
 }
 
-void CodecsTest::sbcPlaysWhatComesBeforeAFault()
+void CodecsTest::sbcDecodesFramesBeforeAFault()
 {
     const QByteArray packet = noise({}, Mtu).constFirst();
     const QByteArray whole = sim::decodeSbc({packet});
@@ -127,7 +128,7 @@ void CodecsTest::sbcPlaysWhatComesBeforeAFault()
     } faults[] = {
         {"cut in the last frame", packet.chopped(1), frames - 1},
         {"cut in a header", packet.left(PayloadOffset + frameBytes + 2), 1},
-        {"padding behind the last frame", packet + QByteArray(7, '\0'), frames},
+        {"padding after the last frame", packet + QByteArray(7, '\0'), frames},
         {"wrong checksum", broken, 2},
         {"not even a header", packet.left(PayloadOffset - 1), 0},
     };
@@ -154,7 +155,7 @@ void CodecsTest::aacBecomesAdts()
     }
 }
 
-void CodecsTest::aacDropsWhatDoesNotFit()
+void CodecsTest::aacDropsInvalidPackets()
 {
     const QByteArray good = sim::aacPacket(QByteArray(300, 'a'));
     CodecAAC codec;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// kado-bt-doctor as shipped: what it says of boards that are healthy, broken, hanging or not its user's to see.
+// The shipped kado-bt-doctor on boards that are healthy, broken, hang, or are hidden from its user.
 
 #include "sim/module.h"
 #include "streamingboard.h"
@@ -24,8 +24,8 @@ const QString Switch = "/sys/class/leds/bt_sw_i2s/brightness";
 const QString Console = "/sys/class/tty/console/active";
 
 struct Report {
-    QString text, ok, note, wrong; ///< as printed; the things at each level, in order
-    int status = -1;               ///< -1: it crashed, printed no JSON, or advised nothing about what is wrong
+    QString text, ok, note, wrong; ///< the output; the checked things at each level, sorted
+    int status = -1;               ///< -1: it crashed, printed no JSON, or gave no advice for a thing that is wrong
     qint64 ms = 0;
 };
 
@@ -61,7 +61,7 @@ void block(const char *soft, const char *hard)
     sim::writeFile("/sys/class/rfkill/rfkill0/hard", hard);
 }
 
-/// A process of this name that does nothing.
+/// A process with this executable that does nothing.
 struct Impostor : sim::ChildProcess {
     explicit Impostor(const QString &path)
     {
@@ -70,7 +70,7 @@ struct Impostor : sim::ChildProcess {
         start(path, QStringList());
         waitForStarted();
     }
-    ~Impostor() override { closeWriteChannel(), waitForFinished(); } // it ends with its input
+    ~Impostor() override { closeWriteChannel(), waitForFinished(); } // the process ends at end of file
 };
 
 } // namespace
@@ -81,7 +81,7 @@ private Q_SLOTS:
     void initTestCase();
     void init();
     void healthySpeaker();
-    void nothingIsRight();
+    void everythingIsWrong();
     void silentStreams();
     void neverHangs();
     void plainUser();
@@ -91,8 +91,8 @@ private Q_SLOTS:
 void DoctorTest::initTestCase()
 {
     if (::access("/sys/class", W_OK) != 0)
-        QSKIP("no place for switches and blocks in this container");
-    // The daemon's user is this one, under the service's name.
+        QSKIP("/sys/class is read-only in this container");
+    // Give this user, who runs the daemon, the name of the service's user.
     const QByteArray group = QByteArray::number(::getgid());
     const QByteArray stranger = "\nstranger:x:4711:4711::/tmp:/bin/sh\n";
     sim::writeFile("/etc/passwd",
@@ -105,13 +105,14 @@ void DoctorTest::init()
     sim::writeFile(MainConf,
                    "[General]\n# yes\nJustWorksRepairing = confirm\nClass = 0x000414\nFastConnectable=true\n");
     block("0", "0");
-    for (const char *file : {"/tmp/bluetooth", "/etc/kado_info.xml", "/var/data/player_name"}) // the last board's
+    for (const char *file :
+         {"/tmp/bluetooth", "/etc/kado_info.xml", "/var/data/player_name"}) // left by the test before
         QFile::remove(file);
 }
 
 void DoctorTest::healthySpeaker()
 {
-    const Impostor pulse("/tmp/pulseaudio"); // without anything of Bluetooth
+    const Impostor pulse("/tmp/pulseaudio"); // without a library for Bluetooth
     ConfiguredBoard board;
     QVERIFY(board.ready && board.startHeard() && board.send(packets(0.1)));
     WAIT_UNTIL(!board.board.player.heard().isEmpty());
@@ -126,14 +127,14 @@ void DoctorTest::healthySpeaker()
              "Policy/ReconnectAttempts; "
              "name on the air; org.kadobt; other sound servers; phone; player; power; rfkill; speaker's name; stream; "
              "system bus");
-    QCOMPARE(board.board.bluez.countCalls("Set"), 4); // the daemon's own
+    QCOMPARE(board.board.bluez.countCalls("Set"), 4); // all by the daemon
     QVERIFY(board.streaming() && board.board.player.audioConnected());
 }
 
-void DoctorTest::nothingIsRight()
+void DoctorTest::everythingIsWrong()
 {
     sim::Board board;
-    board.bluez.setProperty(Hci0, AdapterInterface, "Class", 0x10CU); // a laptop's
+    board.bluez.setProperty(Hci0, AdapterInterface, "Class", 0x10CU); // a laptop
     QCOMPARE(
         examine(board.bus.address()).wrong,
         "audio sink; audio socket; device class; discoverable; discoverable for; name on the air; org.kadobt; power");
@@ -190,7 +191,7 @@ void DoctorTest::silentStreams()
 
 void DoctorTest::neverHangs()
 {
-    constexpr int EndMs = 8000; // 5 s and a busy machine; the bus library alone would wait for 25 s
+    constexpr int EndMs = 8000; // 5 s, and a reserve for a busy machine; QtDBus alone would wait for 25 s
     QVERIFY(examine("unix:path=/nowhere").wrong.contains("system bus"));
     QLocalServer mute;
     QVERIFY(mute.listen("/tmp/mute"));
@@ -198,12 +199,12 @@ void DoctorTest::neverHangs()
     QVERIFY2(noBus.wrong.contains("system bus") && noBus.ms < EndMs, qPrintable(noBus.text));
 
     sim::Board board;
-    QVERIFY(board.startDaemon() && board.daemon.hold());
-    board.bluez.swallow("GetManagedObjects");
+    QVERIFY(board.startDaemon() && board.daemon.pause());
+    board.bluez.neverAnswer("GetManagedObjects");
     const Report noAnswer = examine(board.bus.address());
     QCOMPARE(noAnswer.wrong, "BlueZ; control interface");
     QVERIFY2(noAnswer.ms < EndMs, qPrintable(noAnswer.text));
-    QVERIFY(board.daemon.letGo());
+    QVERIFY(board.daemon.resume());
 
     board.bluez.intercept("GetManagedObjects", [&](const QDBusMessage &call) {
         return board.bluez.connection().send(call.createReply("hello"));
@@ -223,7 +224,7 @@ void DoctorTest::plainUser()
     const QStringList asStranger{"setpriv", "--reuid", "4711", "--regid", "4711", "--clear-groups"};
     sim::Board board;
     board.bluez.connection().registerService("org.kadobt");
-    for (const char *method : {"GetManagedObjects", "GetAll"}) // as a bus's policy does
+    for (const char *method : {"GetManagedObjects", "GetAll"}) // as a bus policy does
         board.bluez.refuse(method, "org.freedesktop.DBus.Error.AccessDenied", "no");
     for (const QString &file : {MainConf, QString("/etc/kado_info.xml")})
         QVERIFY(QFile::setPermissions(file, QFile::ReadOwner));
@@ -235,12 +236,12 @@ void DoctorTest::plainUser()
     board.player.stopServing();
     QLocalServer socket;
     QVERIFY(QLocalServer::removeServer("bluetooth") && socket.listen("bluetooth"));
-    sim::ChildProcess player; // of another user, whom the audio socket does not let in
+    sim::ChildProcess player; // of another user, who may not connect to the audio socket
     const char
         *const serve = "import socket; s = socket.create_server(('127.0.0.1', 11000)); print(1, flush=True); input()";
     player.start("setpriv", asStranger.mid(1) + QStringList{"python3", "-c", serve});
     QVERIFY(player.waitForReadyRead() && examine(board.bus.address()).text.contains("user stranger may not connect"));
-    player.closeWriteChannel(); // ends it
+    player.closeWriteChannel(); // ends the process
     player.waitForFinished();
 }
 
@@ -252,7 +253,7 @@ void DoctorTest::module()
     sim::writeFile(Console, "tty0 ttymxc3\n");
     const sim::Bus bus;
     sim::Player player;
-    sim::Module module; // holds the line open
+    sim::Module module; // also has the line open
     sim::Daemon daemon;
     daemon.start(bus.address());
     QVERIFY(player.serve() && player.connectAudio());
@@ -261,7 +262,7 @@ void DoctorTest::module()
 
     sim::writeFile(Console, "tty0\n");
     sim::writeFile(Switch, "0");
-    module.letGoOfLine();
+    module.closeLine();
     module.phoneConnects("00AA01010042", "Anna");
     module.phonePlays();
     sim::Control control(bus.address());

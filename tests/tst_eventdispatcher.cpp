@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The main thread's event loop, in itself: the daemon's other tests run on it without saying so.
+// The main thread's event loop by itself. All tests of the daemon also run on it.
 
 #include "eventloop/directnotifier.h"
 #include "eventloop/eventdispatcher.h"
@@ -21,13 +21,13 @@
 class EventDispatcherTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void timersFireInTheirTime();
-    void lateTimersKeepTheirBeat();
+    void timersFireOnTime();
+    void lateTimersKeepTheirPhase();
     void handlersStopTimersThatAreDue();
     void readersAndWritersAreWoken();
     void hangUpWakesReaders();
     void handlersRemoveNotifiers();
-    void nobodyStarves();
+    void noSourceStarves();
     void wakeUpsDuringPostedEventsCount();
 };
 
@@ -77,7 +77,7 @@ private:
 
 } // namespace
 
-void EventDispatcherTest::timersFireInTheirTime()
+void EventDispatcherTest::timersFireOnTime()
 {
     QElapsedTimer clock;
     clock.start();
@@ -94,12 +94,12 @@ void EventDispatcherTest::timersFireInTheirTime()
     QTimer::singleShot(0, this, [&] { order << 0; });
     WAIT_UNTIL(order.contains(50));
     QCOMPARE(order, QList<int>({0, 10, 10, 10, 10, 10, 50}));
-    QVERIFY(clock.elapsed() >= 99); // kept to the millisecond: a part of one may be missing
+    QVERIFY(clock.elapsed() >= 99); // not 100, because timers round to milliseconds
 }
 
-void EventDispatcherTest::lateTimersKeepTheirBeat()
+void EventDispatcherTest::lateTimersKeepTheirPhase()
 {
-    // When a timer fires for which the loop was too busy, and when it will again.
+    // Blocks the loop for `busyMs`. Returns when the timer fires, and when it will fire again.
     const auto late = [](int intervalMs, unsigned long busyMs) {
         QTimer timer;
         QElapsedTimer clock;
@@ -118,9 +118,9 @@ void EventDispatcherTest::lateTimersKeepTheirBeat()
     };
     const auto [first, second] = late(400, 450);
     if (first >= 800)
-        QSKIP("the machine stood still");
+        QSKIP("the machine was stopped");
     QVERIFY2(second <= 805, qPrintable(QString::number(second)));
-    // Missed times are not made up for.
+    // Missed timeouts are skipped.
     const auto [once, again] = late(200, 450);
     QVERIFY(again > once);
 }
@@ -140,7 +140,7 @@ void EventDispatcherTest::handlersStopTimersThatAreDue()
     stopper.ids = {stopper.startTimer(1), stopper.startTimer(1), stopper.startTimer(1)};
     bool turnEnded = false;
     QTimer::singleShot(1, this, [&] { turnEnded = true; });
-    QThread::msleep(5); // all are due in one turn
+    QThread::msleep(5); // makes all timers due in one iteration
     WAIT_UNTIL(turnEnded);
     QCOMPARE(stopper.fired, 1);
 }
@@ -172,7 +172,7 @@ void EventDispatcherTest::readersAndWritersAreWoken()
     QCOMPARE(writable, 1);
 }
 
-/// A pipe says nothing else when its writer leaves.
+/// A closed pipe reports only a hang-up.
 void EventDispatcherTest::hangUpWakesReaders()
 {
     int ends[2] = {-1, -1};
@@ -203,17 +203,17 @@ void EventDispatcherTest::handlersRemoveNotifiers()
     connect(&next, &QSocketNotifier::activated, this, [&] { ++wrong; });
     connect(reader.get(), &QSocketNotifier::activated, this, [&] {
         reader->setEnabled(false);
-        writer.reset(); // which is due in this very turn
+        writer.reset(); // although it is ready in this iteration
     });
     WAIT_UNTIL(!writer);
     QCOMPARE(wrong, 0);
 }
 
-void EventDispatcherTest::nobodyStarves()
+void EventDispatcherTest::noSourceStarves()
 {
     std::array<SocketPair, 3> pairs;
     for (const SocketPair &pair : pairs)
-        put(pair.far); // and nobody takes it: readable for ever
+        put(pair.far); // never read, so that the socket stays ready
     std::array<int, 3> turns{};
     const Direct direct(pairs[0].near, [&] { ++turns[0]; });
     QSocketNotifier one(pairs[1].near.get(), QSocketNotifier::Read);
@@ -221,7 +221,7 @@ void EventDispatcherTest::nobodyStarves()
     connect(&one, &QSocketNotifier::activated, this, [&] { ++turns[1]; });
     connect(&other, &QSocketNotifier::activated, this, [&] { ++turns[2]; });
     int posts = 0;
-    QObject poster; // what it was sent goes with it
+    QObject poster; // its posted events are dropped when it is deleted
     QTimer timer;
     const auto count = [&posts] { ++posts; };
     connect(&timer, &QTimer::timeout, this, [&] { QMetaObject::invokeMethod(&poster, count, Qt::QueuedConnection); });
@@ -229,13 +229,13 @@ void EventDispatcherTest::nobodyStarves()
     WAIT_UNTIL(posts >= 20);
     QVERIFY(turns[0] > 20);
     QVERIFY(qAbs(turns[0] - turns[1]) <= 2 && qAbs(turns[1] - turns[2]) <= 2);
-    // Nor does anybody where all that comes is direct.
+    // The same with only direct notifiers.
     one.setEnabled(false);
     other.setEnabled(false);
     WAIT_UNTIL(posts >= 40);
 }
 
-/// As another thread's would that comes when the last posted event has been delivered, but the turn has not ended.
+/// Tests a wake-up from another thread after the last posted event, but before the end of the iteration.
 void EventDispatcherTest::wakeUpsDuringPostedEventsCount()
 {
     bool woke = false;

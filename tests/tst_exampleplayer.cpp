@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The example player, in place of the board's own: what the documentation tells the author of a player works.
+// The example player instead of the simulated one. Tests that a player works when it follows the documentation.
 
 #include "streamingboard.h"
 
@@ -12,10 +12,10 @@ using namespace boardtest;
 class ExamplePlayerTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void hearsWhatThePhonePlays();
+    void playsThePhonesAudio();
 };
 
-void ExamplePlayerTest::hearsWhatThePhonePlays()
+void ExamplePlayerTest::playsThePhonesAudio()
 {
     sim::Board board;
     QVERIFY(board.startDaemon(Traced));
@@ -23,10 +23,11 @@ void ExamplePlayerTest::hearsWhatThePhonePlays()
     phone.connect();
     WAIT_UNTIL(board.control.property(QStringLiteral("Connected")).toBool());
     QVERIFY(phone.authorize() && phone.configure(sim::SbcFormat{}) && phone.start());
-    // The example comes late, and is not told again of what was told before.
+    // The example starts late. The daemon does not repeat earlier requests.
     WAIT_UNTIL(board.player.targets().last() == notification(true, true, "Bob%20&%20Co", true));
     const auto finished = [&] { return board.daemon.logTexts().filter(QStringLiteral("AdapterManager::finished")); };
-    WAIT_UNTIL(finished().size() == board.player.requests().size()); // one without its answer would be repeated
+    WAIT_UNTIL(finished().size()
+               == board.player.requests().size()); // otherwise an unanswered request would be repeated
     board.player.stopServing();
 
     QByteArray heard;
@@ -49,7 +50,7 @@ void ExamplePlayerTest::hearsWhatThePhonePlays()
     const QByteArray first = sim::decodeSbc(sent);
     WAIT_UNTIL(heard == first);
 
-    // The phone pauses and goes on: it is told, and asks to be asked again.
+    // The phone pauses and resumes: the example is told, and calls SelectBluetooth() again.
     phone.suspend();
     QVERIFY2(sim::waitFor([&] { return said.contains("connected: true, name: Bob & Co, streaming: false"); }),
              said.constData());

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What may come over the bus: values of the wrong type, floods, messages without measure, and its end.
+// Faults on the bus: values of the wrong type, floods, huge messages, and the end of the bus.
 
 #include "streamingboard.h"
 
@@ -11,7 +11,7 @@ using namespace boardtest;
 
 namespace {
 
-/// Values that are neither a Connected nor a State.
+/// Returns values that are invalid for Connected and for State.
 QVariantList wrongValues()
 {
     QVariant deep = 1;
@@ -37,20 +37,20 @@ QDBusMessage selectBluetooth()
 class BusFaultTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void signalsOfAnyShape();
-    void floodsPassBy();
-    void floodsSlowToHandlePassBy();
-    void propertiesWithoutMeasure();
-    void busThatGoesAway();
+    void malformedSignals();
+    void survivesFloods();
+    void survivesSlowFloods();
+    void hugeProperties();
+    void busEnds();
 };
 
-void BusFaultTest::signalsOfAnyShape()
+void BusFaultTest::malformedSignals()
 {
     ConfiguredBoard b(Traced);
     QVERIFY(b.ready && b.startHeard());
     WAIT_UNTIL(b.board.player.targets().last() == notification(true, true, "Anna", true));
     const int descriptors = settledDescriptors(b.board.daemon);
-    b.board.player.forgetRequests();
+    b.board.player.clearRequests();
     const QList<QByteArray> sent = packets(0.5);
     const auto half = sent.size() / 2;
     QVERIFY(b.send(sent.mid(0, half)));
@@ -63,7 +63,7 @@ void BusFaultTest::signalsOfAnyShape()
         b.board.bluez.addObject(Hci0 + QStringLiteral("/dev_X"), {{Device, {{connected, value}}}});
     }
     b.board.bluez.emitPropertiesChanged(PhonePath, Device, {{connected, QStringLiteral("false")}});
-    // Right in themselves, and none of the daemon's business.
+    // Valid, but irrelevant to the daemon.
     b.board.bluez.emitPropertiesChanged(PhonePath, QStringLiteral("org.bluez.MediaControl1"), {{connected, false}});
     b.board.bluez.emitPropertiesChanged(PhonePath, Device, {{QStringLiteral("Alias"), QStringLiteral("Annika")}});
     b.board.bluez.addObject(Hci0 + QStringLiteral("/dev_Y"), {{Device, {{connected, false}}}});
@@ -100,7 +100,7 @@ void BusFaultTest::signalsOfAnyShape()
     QVERIFY(settledDescriptors(b.board.daemon) <= descriptors + sim::SparePlayerSockets);
 }
 
-void BusFaultTest::floodsPassBy()
+void BusFaultTest::survivesFloods()
 {
     ConfiguredBoard b;
     QVERIFY(b.ready && b.startHeard());
@@ -113,7 +113,7 @@ void BusFaultTest::floodsPassBy()
         QDBusMessage call = QDBusMessage::createMethodCall(service, b.board.bluez.agentPath(),
                                                            QStringLiteral("org.bluez.Agent1"), QLatin1String(member));
         call.setArguments(arguments);
-        bus.send(call); // nobody waits for the answer
+        bus.send(call); // without waiting for the reply
     };
     int i = 0;
     for (const QByteArray &packet : sent) {
@@ -128,34 +128,34 @@ void BusFaultTest::floodsPassBy()
             bus.send(selectBluetooth());
         }
     }
-    // Sent behind all of it; the log may have had to leave lines out.
+    // Wait for the reply to a last call, because the log may have dropped lines.
     const QDBusPendingCall answer = bus.asyncCall(selectBluetooth(), 60'000);
     QVERIFY(sim::waitFor([&] { return answer.isFinished(); }, 60'000) && !answer.isError());
     QVERIFY(b.hears(sim::decodeSbc(sent)));
     const auto closed = [&] { return b.board.daemon.openDescriptors() <= descriptors + sim::SparePlayerSockets; };
     QVERIFY(sim::waitFor(closed, 20'000));
-    QVERIFY(b.playsAnother());
+    QVERIFY(b.playsNewStream());
 }
 
-void BusFaultTest::floodsSlowToHandlePassBy()
+void BusFaultTest::survivesSlowFloods()
 {
     ConfiguredBoard b(Traced, QStringLiteral("2>/dev/null"));
     QVERIFY(b.ready && b.startHeard());
     QVariantMap many;
     for (int i = 0; i < 200; ++i)
         many.insert(QStringLiteral("Property%1").arg(i), QByteArray(8, 'x'));
-    // 90 MB, more than libdbus reads while none of it is handled.
-    constexpr int DrainMs = 150'000; // an emulated board takes its time
-    QVERIFY(b.board.daemon.hold());
+    // 90 MB, more than libdbus reads before messages are handled.
+    constexpr int DrainTimeoutMs = 150'000; // an emulated board is slow
+    QVERIFY(b.board.daemon.pause());
     for (int i = 0; i < 14'000; ++i)
         b.board.bluez.emitPropertiesChanged(PhonePath, Device, many);
-    const QDBusPendingCall answer = b.board.bluez.connection().asyncCall(selectBluetooth(), DrainMs);
-    QVERIFY(b.board.daemon.letGo());
-    QVERIFY(sim::waitFor([&] { return answer.isFinished(); }, DrainMs) && !answer.isError());
-    QVERIFY(b.playsAnother());
+    const QDBusPendingCall answer = b.board.bluez.connection().asyncCall(selectBluetooth(), DrainTimeoutMs);
+    QVERIFY(b.board.daemon.resume());
+    QVERIFY(sim::waitFor([&] { return answer.isFinished(); }, DrainTimeoutMs) && !answer.isError());
+    QVERIFY(b.playsNewStream());
 }
 
-void BusFaultTest::propertiesWithoutMeasure()
+void BusFaultTest::hugeProperties()
 {
     ConfiguredBoard b;
     QVERIFY(b.ready && b.phone.start(Mtu) && b.active());
@@ -173,7 +173,7 @@ void BusFaultTest::propertiesWithoutMeasure()
     QCOMPARE(configured.type(), QDBusMessage::ReplyMessage);
     b.board.bluez.callEndpoint(2, QStringLiteral("ClearConfiguration"), {path});
     QCOMPARE(b.board.control.property(QStringLiteral("Name")), QVariant(QStringLiteral("Anna")));
-    QVERIFY(b.playsAnother());
+    QVERIFY(b.playsNewStream());
 
     b.phone.disconnect();
     const QString name(1'000'000, QChar(0x00FC)); // 6 MB in a request
@@ -183,7 +183,7 @@ void BusFaultTest::propertiesWithoutMeasure()
     WAIT_UNTIL(b.board.player.targets().last() == target);
 }
 
-void BusFaultTest::busThatGoesAway()
+void BusFaultTest::busEnds()
 {
     ConfiguredBoard b;
     QVERIFY(b.ready && b.startHeard());

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the board itself may be short of: a log that can be written, a name file, descriptors, a player that answers.
+// Faults of the board: an unwritable log, a missing name file, no free descriptors, a faulty player.
 
 #include "streamingboard.h"
 
@@ -18,7 +18,7 @@ using namespace boardtest;
 
 namespace {
 
-/// "/dev/log" of the sandbox; whoever listens there before is gone.
+/// Creates "/dev/log" in the sandbox, instead of an earlier one.
 FileDescriptor systemLog()
 {
     FileDescriptor log(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
@@ -31,7 +31,7 @@ FileDescriptor systemLog()
     return log;
 }
 
-/// The message that has waited longest; empty: none.
+/// Returns the oldest unread message, or an empty one.
 QByteArray readMessage(const FileDescriptor &log)
 {
     QByteArray message(64 * 1024, '\0');
@@ -44,14 +44,14 @@ QByteArray readMessage(const FileDescriptor &log)
 class HostFaultTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void logThatCannotBeWritten_data();
-    void logThatCannotBeWritten();
-    void systemLogThatComesAndGoes();
+    void unwritableLog_data();
+    void unwritableLog();
+    void systemLogRestarts();
     void noDescriptorsForClients();
-    void playerOfAnyKind();
+    void faultyPlayers();
 };
 
-void HostFaultTest::logThatCannotBeWritten_data()
+void HostFaultTest::unwritableLog_data()
 {
     QTest::addColumn<QString>("redirection");
     QTest::newRow("everything closed") << "0<&- 1>&- 2>&-";
@@ -60,7 +60,7 @@ void HostFaultTest::logThatCannotBeWritten_data()
     QTest::newRow("pipe whose reader has left") << "2>/tmp/pipe";
 }
 
-void HostFaultTest::logThatCannotBeWritten()
+void HostFaultTest::unwritableLog()
 {
     QFETCH(QString, redirection);
     FileDescriptor reader;
@@ -74,24 +74,24 @@ void HostFaultTest::logThatCannotBeWritten()
     QVERIFY(b.ready);
     if (QByteArray(QTest::currentDataTag()).endsWith("left"))
         reader.reset();
-    QVERIFY(b.playsAnother());
+    QVERIFY(b.playsNewStream());
     b.phone.disconnect();
     WAIT_UNTIL(b.board.player.targets().last() == notification(true, false, "", false));
 }
 
-void HostFaultTest::systemLogThatComesAndGoes()
+void HostFaultTest::systemLogRestarts()
 {
     if (QFile::exists(QStringLiteral("/dev/log")))
         QSKIP("this machine has a syslog of its own");
     ConfiguredBoard b({QStringLiteral("--debug"), QStringLiteral("9")});
-    QVERIFY(b.ready); // without any
+    QVERIFY(b.ready); // without "/dev/log"
     FileDescriptor log = systemLog();
-    QVERIFY(b.playsAnother()); // many more lines than its socket holds
+    QVERIFY(b.playsNewStream()); // logs many more lines than the socket's buffer holds
     QElapsedTimer clock;
     clock.start();
     for (int i = 0; i < 50; ++i)
         b.board.control.call(QStringLiteral("IsAdapterPresent"));
-    QVERIFY2(clock.elapsed() < 2500, "the log is waited for again and again"); // 100 ms a line
+    QVERIFY2(clock.elapsed() < 2500, "the daemon waits for the log at every line"); // 100 ms each
     QVERIFY(!readMessage(log).isEmpty());
     const auto isRead = [&] {
         b.board.control.call(QStringLiteral("SelectBluetooth"));
@@ -101,7 +101,7 @@ void HostFaultTest::systemLogThatComesAndGoes()
         return !message.isEmpty();
     };
     WAIT_UNTIL(isRead());
-    log.reset(); // nobody
+    log.reset(); // no reader
     const int descriptors = settledDescriptors(b.board.daemon);
     for (int i = 0; i < 100; ++i)
         b.board.control.call(QStringLiteral("SelectBluetooth"));
@@ -132,23 +132,23 @@ void HostFaultTest::noDescriptorsForClients()
     QCOMPARE(::prlimit(pid, RLIMIT_NOFILE, &scarce, nullptr), 0);
     const int before = b.board.daemon.cpuMs();
     sim::Player late;
-    for (int round = 0; round < 3; ++round) { // once a second a client comes as far as this
-        WAIT_UNTIL(late.connectAudio());      // the kernel lets it in
+    for (int round = 0; round < 3; ++round) { // the daemon retries once a second
+        WAIT_UNTIL(late.connectAudio());      // succeeds, because the kernel queues the connection
         WAIT_UNTIL(!late.audioConnected());
     }
     const int used = b.board.daemon.cpuMs() - before;
     QVERIFY2(used < 200, qPrintable(QString::number(used)));
-    QVERIFY(b.send(sent)); // the client that it has hears on
+    QVERIFY(b.send(sent)); // the connected client still receives audio
     QVERIFY(b.hears(sim::decodeSbc(sent + sent)));
 
     QCOMPARE(::prlimit(pid, RLIMIT_NOFILE, &usual, nullptr), 0);
     QVERIFY(late.connectAudio());
     WAIT_UNTIL(b.phone.send(sent.constFirst()) && !late.heard().isEmpty());
-    QVERIFY(b.playsAnother());
+    QVERIFY(b.playsNewStream());
 }
 
-/// However it behaves, and for however many requests: it hurts nobody, and once it is well it hears how things are.
-void HostFaultTest::playerOfAnyKind()
+/// A faulty player does no harm, even with many requests. After a restart it receives the present state.
+void HostFaultTest::faultyPlayers()
 {
     using Behaviour = sim::Player::Behaviour;
     sim::Board board;
@@ -166,15 +166,15 @@ void HostFaultTest::playerOfAnyKind()
     };
     for (const Behaviour behaviour :
          {Behaviour::Refuse, Behaviour::NeverAnswer, Behaviour::Garbage, Behaviour::CloseEarly}) {
-        board.player.behave(behaviour);
+        board.player.setBehaviour(behaviour);
         QVERIFY(manyRequests());
         board.player.stopServing();
-        QVERIFY(manyRequests()); // it is down
+        QVERIFY(manyRequests()); // the player is down
         QVERIFY(board.daemon.openDescriptors() <= descriptors + sim::SparePlayerSockets);
 
-        board.player.behave(Behaviour::Answer);
-        board.player.forgetRequests();
-        QVERIFY(board.player.serve()); // it is started again
+        board.player.setBehaviour(Behaviour::Answer);
+        board.player.clearRequests();
+        QVERIFY(board.player.serve()); // the player is restarted
         anna.disconnect();
         bob.connect();
         WAIT_UNTIL(board.player.targets().contains(notification(true, true, "Bob", false)));

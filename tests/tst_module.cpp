@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The shipped binary with an external module on a real pseudo terminal, an I2S switch and a name file.
+// The shipped binary with an external module behind a pseudo terminal, an I2S switch and a name file.
 
 #include "boardtest.h"
 #include "sim/module.h"
@@ -19,7 +19,7 @@
 namespace {
 
 constexpr char NameFile[] = "/var/data/player_name";
-constexpr int SilenceBytes = 44100; ///< of each write, a quarter of a second
+constexpr int SilenceBytes = 44100; ///< size of each write, a quarter of a second
 const QString SwitchFolder = QStringLiteral("/sys/class/leds/bt_sw_i2s");
 const QString Switch = SwitchFolder + QStringLiteral("/brightness");
 
@@ -29,10 +29,10 @@ QByteArray switchState()
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("none");
 }
 
-/// What the daemon says to a module whose settings are right.
+/// The daemon's commands to a module with correct settings.
 const QList<QByteArray> Check{"get name", "get audio", "get i2s", "get codec", "status"};
 
-/// A board whose device file selects the module, which has the right settings; BlueZ is left out.
+/// A board with a module that has correct settings. It has no BlueZ.
 struct ModuleBoard {
     ModuleBoard()
     {
@@ -49,15 +49,15 @@ struct ModuleBoard {
         return player.serve();
     }
 
-    /// Starts the daemon and waits until it has found the settings right and the module has told its state.
+    /// Starts the daemon. Waits until it has checked the settings and the module has answered the last command.
     bool startChecked()
     {
         return start()
             && sim::waitFor([&] { return module.commands() == Check && !module.dialogue().last().byDaemon; });
     }
 
-    /// A name that the file did not hold yet. The daemon has seen the file written where it is before this returns: it
-    /// looks twice at a path that has changed, and would find the next change by chance.
+    /// Returns a name that the file has not had yet. Before that, changes the file once more and waits for the daemon:
+    /// the daemon reads a changed path twice, and the second read could find the next change by chance.
     QByteArray nextName()
     {
         name_ = "Room " + QByteArray::number(++number_);
@@ -65,15 +65,15 @@ struct ModuleBoard {
         return renamed() ? name_ = "Room " + QByteArray::number(++number_) : QByteArray();
     }
 
-    /// Waits until the module has taken over what nextName() returned and nothing more is to be done.
+    /// Waits until the module has the name that nextName() returned, and the daemon has sent its last command.
     bool renamed()
     {
         return sim::waitFor(
             [&] { return module.settings.name == name_ + " BT" && module.commands().last() == "status"; });
     }
 
-    /// The lines of the log that begin like this.
-    qsizetype logs(const char *beginning) { return daemon.logTexts().filter(QString::fromLatin1(beginning)).size(); }
+    /// Counts the lines of the log that contain this text.
+    qsizetype logs(const char *text) { return daemon.logTexts().filter(QString::fromLatin1(text)).size(); }
 
     sim::Bus bus;
     sim::Player player;
@@ -85,7 +85,7 @@ private:
     int number_ = 0;
 };
 
-/// Writes a file and puts it in the place of another, as careful writers do.
+/// Replaces a file atomically: writes a new one and renames it.
 void replace(const char *path, const QByteArray &name)
 {
     const QByteArray fresh = QByteArray(path) + ".fresh";
@@ -102,21 +102,21 @@ class ModuleTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void wrongSettingsAreCorrectedAndSavedOnce();
-    void phoneComesPlaysAndLeaves();
-    void nameFileMayChangeAnyhow();
-    void nameFileMayChangeOften();
-    void silenceThrowsTheSwitch();
-    void everySettingOfTheLineIsOurs();
+    void phoneConnectsPlaysAndDisconnects();
+    void nameFileChangesInEveryWay();
+    void nameFileChangesOften();
+    void clientTurnsOnTheSwitch();
+    void allLineSettingsAreSet();
     void noSerialLineEndsTheDaemon();
-    void lineThatFloodsAndIsUnplugged();
+    void floodedAndUnpluggedLine();
 };
 
 void ModuleTest::wrongSettingsAreCorrectedAndSavedOnce()
 {
     ModuleBoard board;
     board.module.settings = {};
-    board.module.manner.fragmentBytes = 1;
-    board.module.manner.junk = true;
+    board.module.behaviour.fragmentBytes = 1;
+    board.module.behaviour.junk = true;
     QVERIFY(board.start());
     const QByteArray expected = "get name,set name=Kitchen BT,get audio,set audio=3,get i2s,set i2s=0202,"
                                 "get codec,set codec=7 44100 1,write,reset,"
@@ -125,7 +125,7 @@ void ModuleTest::wrongSettingsAreCorrectedAndSavedOnce()
     QCOMPARE(board.module.commands().join(','), expected);
 }
 
-void ModuleTest::phoneComesPlaysAndLeaves()
+void ModuleTest::phoneConnectsPlaysAndDisconnects()
 {
     ModuleBoard board;
     QVERIFY(board.startChecked());
@@ -133,20 +133,20 @@ void ModuleTest::phoneComesPlaysAndLeaves()
         return board.player.targets().endsWith(QLatin1String("/BTPropertyChange?type=CSR8675?adapter=true&")
                                                + QLatin1String(state));
     };
-    // The module's first status is a change, too.
+    // The module's first status counts as a change.
     WAIT_UNTIL(told("connected=false&name=&streaming=false"));
     sim::Control control(board.bus.address());
     const QString play = QStringLiteral("/Play?url=Capture:bluez:bluetooth:pcm/44100/16/2&name=");
     control.call(QStringLiteral("SelectBluetooth"));
     WAIT_UNTIL(board.player.targets().last() == play);
 
-    // One notification, which waits for the end of the burst, and so for the name that has to be asked for. Where the
-    // machine stands still for a moment there may be two.
+    // Expect one notification after the burst, with the name, for which the daemon must first send a command. A busy
+    // machine may delay the burst, so that there are two.
     bool once = false;
     for (int i = 0; i < 4 && !once; ++i) {
         board.module.phoneDisconnects();
         WAIT_UNTIL(board.module.commands().last() == "DISCOVERABLE ON");
-        board.player.forgetRequests();
+        board.player.clearRequests();
         board.module.phoneConnects("0123456789AB", "Anna's phone");
         board.module.phonePlays();
         WAIT_UNTIL(board.module.commands().last() == "name 0123456789AB");
@@ -161,7 +161,7 @@ void ModuleTest::phoneComesPlaysAndLeaves()
     QCOMPARE(control.property(QStringLiteral("Name")), QVariant(QStringLiteral("Anna's phone")));
     control.call(QStringLiteral("SelectBluetooth"));
     WAIT_UNTIL(board.player.targets().last() == play + QStringLiteral("Anna's%20phone"));
-    // The phone is the module's: neither of these has an effect.
+    // Neither call has an effect, because the module controls the phone.
     QCOMPARE(control.setProperty(QStringLiteral("Connected"), false).type(), QDBusMessage::ReplyMessage);
     QCOMPARE(control.call(QStringLiteral("ResetAlias")).type(), QDBusMessage::ReplyMessage);
     QCOMPARE(board.module.commands().last(), QByteArray("name 0123456789AB"));
@@ -172,15 +172,15 @@ void ModuleTest::phoneComesPlaysAndLeaves()
     WAIT_UNTIL(told("connected=false&name=&streaming=false"));
 }
 
-void ModuleTest::nameFileMayChangeAnyhow()
+void ModuleTest::nameFileChangesInEveryWay()
 {
     ModuleBoard board;
-    QVERIFY(QDir(QStringLiteral("/var/data")).removeRecursively()); // it comes later
+    QVERIFY(QDir(QStringLiteral("/var/data")).removeRecursively()); // created later
     QVERIFY(board.start());
     WAIT_UNTIL(board.module.commands().size() == 1);
     QVERIFY(!board.nextName().isEmpty());
 
-    // The file is replaced while the old one has another name, then removed and written again.
+    // The file is replaced while a second link to the old one exists, then removed and written again.
     QCOMPARE(::link(NameFile, "/var/data/backup"), 0);
     replace(NameFile, board.nextName());
     QVERIFY(board.renamed());
@@ -189,7 +189,7 @@ void ModuleTest::nameFileMayChangeAnyhow()
     sim::writePlayerName(name);
     QVERIFY(board.renamed());
 
-    // Its folder is made anew, becomes a link, and the link is replaced.
+    // The folder is created again, becomes a link, and the link is replaced.
     name = board.nextName();
     std::rename("/var/data", "/var/former");
     sim::writePlayerName(name);
@@ -204,7 +204,7 @@ void ModuleTest::nameFileMayChangeAnyhow()
     std::rename("/var/fresh", "/var/data");
     QVERIFY(board.renamed());
 
-    // The file becomes a link, its target is replaced, and then the link leads nowhere for a while.
+    // The file becomes a link, its target is replaced, then the link is broken for a while.
     ::mkdir("/tmp/other", 0755);
     replace("/tmp/other/name", board.nextName());
     QCOMPARE(::symlink("../../tmp/other/name", "/var/fresh"), 0);
@@ -215,12 +215,12 @@ void ModuleTest::nameFileMayChangeAnyhow()
     QVERIFY(board.renamed());
     name = board.nextName();
     std::rename("/tmp/other", "/tmp/former");
-    QTest::qWait(250); // for the daemon's second look, of which nothing tells
+    QTest::qWait(250); // for the daemon's second read, which has no visible effect
     ::mkdir("/tmp/other", 0755);
     replace("/tmp/other/name", name);
     QVERIFY(board.renamed());
 
-    // A file system is mounted over the folder, where that is permitted.
+    // A file system is mounted over the folder, if that is permitted.
     name = board.nextName();
     ::mount("board", "/var/data", "tmpfs", 0, nullptr);
     sim::writePlayerName(name);
@@ -233,14 +233,14 @@ void ModuleTest::nameFileMayChangeAnyhow()
         QDir(QString::fromLatin1(folder)).removeRecursively();
 }
 
-void ModuleTest::nameFileMayChangeOften()
+void ModuleTest::nameFileChangesOften()
 {
     ModuleBoard board;
     QVERIFY(board.startChecked());
     QVERIFY(!board.nextName().isEmpty());
 
-    // A module that answered would be asked again by itself, each time that it has restarted with another name.
-    board.module.manner.mute = true;
+    // Mute the module, because the daemon would also ask for the name after each restart with a new name.
+    board.module.behaviour.mute = true;
     const auto asked = [&] { return board.module.commands().count("get name"); };
     const auto before = asked();
     const auto often = [](int ms, const std::function<void()> &change) {
@@ -248,27 +248,27 @@ void ModuleTest::nameFileMayChangeOften()
         clock.start();
         while (clock.elapsed() < ms) {
             change();
-            QTest::qWait(1); // the daemon is to see each of them
+            QTest::qWait(1); // lets the daemon see each change
         }
         return clock.elapsed();
     };
     often(300, [] { replace("/var/data/neighbour", "Hall"); });
-    QVERIFY(asked() <= before + 1); // the name's own writing may have been seen in two parts
+    QVERIFY(asked() <= before + 1); // the earlier write may have been seen as two changes
     const qint64 ms = often(1000, [] { sim::writePlayerName("Hall"); });
     QVERIFY2(asked() - before <= ms / 100 + 3, qPrintable(QString::number(asked() - before)));
-    board.module.manner.mute = false;
+    board.module.behaviour.mute = false;
     QVERIFY(!board.nextName().isEmpty());
 }
 
-void ModuleTest::silenceThrowsTheSwitch()
+void ModuleTest::clientTurnsOnTheSwitch()
 {
     ModuleBoard board;
     QVERIFY(board.startChecked());
-    QCOMPARE(switchState(), QByteArray("none")); // untouched until somebody listens
+    QCOMPARE(switchState(), QByteArray("none")); // not written before a client connects
     QVERIFY(board.player.connectAudio());
     WAIT_UNTIL(switchState() == "1" && !board.player.heard().isEmpty());
     bool inTime = false;
-    for (int i = 0; i < 5 && !inTime; ++i) { // in one second at least, should the machine stand still for a moment
+    for (int i = 0; i < 5 && !inTime; ++i) { // retry, because a busy machine may delay one second
         QElapsedTimer clock;
         clock.start();
         const auto heard = board.player.heard().size();
@@ -283,18 +283,19 @@ void ModuleTest::silenceThrowsTheSwitch()
     WAIT_UNTIL(!board.player.audioConnected() && newer.heard().size() >= 2 * SilenceBytes);
     QCOMPARE(switchState(), QByteArray("1"));
 
-    // The first client is back, to be taken in with the next write, and before that the newer one leaves.
+    // The first client connects again. Before the next write, which would accept it, the newer client disconnects.
     const auto heard = newer.heard().size();
     WAIT_UNTIL(newer.heard().size() > heard);
     QVERIFY(board.player.connectAudio());
-    sim::Control(board.bus.address()).property(QStringLiteral("AdapterPresent")); // the answer says that it waits
-    QVERIFY(board.daemon.hold());
-    newer.hangUpAudio();
-    QTest::qWait(300); // the write has to be due
-    QVERIFY(board.daemon.letGo());
+    sim::Control(board.bus.address())
+        .property(QStringLiteral("AdapterPresent")); // after the reply the daemon has seen it
+    QVERIFY(board.daemon.pause());
+    newer.disconnectAudio();
+    QTest::qWait(300); // until the next write is due
+    QVERIFY(board.daemon.resume());
     WAIT_UNTIL(board.player.heard().size() >= 2 * SilenceBytes);
     QCOMPARE(switchState(), QByteArray("1"));
-    board.player.hangUpAudio();
+    board.player.disconnectAudio();
     WAIT_UNTIL(switchState() == "0");
 
     QVERIFY(QDir(SwitchFolder).removeRecursively());
@@ -303,10 +304,10 @@ void ModuleTest::silenceThrowsTheSwitch()
     WAIT_UNTIL(newer.heard().size() >= SilenceBytes);
 }
 
-void ModuleTest::everySettingOfTheLineIsOurs()
+void ModuleTest::allLineSettingsAreSet()
 {
     ModuleBoard board;
-    termios left{}; // by a boot loader: the opposite in everything
+    termios left{}; // settings of a boot loader: the opposite of all required ones
     left.c_iflag = ~tcflag_t{IGNBRK | IGNPAR};
     left.c_oflag = ~tcflag_t{0};
     left.c_lflag = ~tcflag_t{0};
@@ -317,7 +318,7 @@ void ModuleTest::everySettingOfTheLineIsOurs()
 
     termios line{};
     QCOMPARE(::tcgetattr(board.module.line(), &line), 0);
-    // A break and a byte that is framed wrongly, as a module sends them at power-on, are no input.
+    // Breaks and framing errors, which a module causes at power-on, must be ignored.
     QCOMPARE(line.c_iflag, tcflag_t{IGNBRK | IGNPAR});
     QCOMPARE(line.c_oflag, tcflag_t{0});
     QCOMPARE(line.c_lflag, tcflag_t{0});
@@ -330,7 +331,7 @@ void ModuleTest::everySettingOfTheLineIsOurs()
 
 void ModuleTest::noSerialLineEndsTheDaemon()
 {
-    for (const char *target : {"/nowhere", "/dev/null"}) { // which is no terminal
+    for (const char *target : {"/nowhere", "/dev/null"}) { // missing, and not a terminal
         ModuleBoard board;
         QFile::remove(QStringLiteral("/dev/ttymxc3"));
         QVERIFY(QFile::link(QLatin1String(target), QStringLiteral("/dev/ttymxc3")));
@@ -342,12 +343,12 @@ void ModuleTest::noSerialLineEndsTheDaemon()
     }
 }
 
-void ModuleTest::lineThatFloodsAndIsUnplugged()
+void ModuleTest::floodedAndUnpluggedLine()
 {
     ModuleBoard board;
     QVERIFY(board.startChecked());
     WAIT_UNTIL(board.player.targets().size() == 1);
-    board.module.manner.mute = true;
+    board.module.behaviour.mute = true;
     [[maybe_unused]] const int resident = board.daemon.residentKib();
     for (int i = 0; i < 48; ++i)
         board.module.sendRaw(QByteArray(64 * 1024, i % 2 == 0 ? 'x' : ' '));
@@ -356,13 +357,13 @@ void ModuleTest::lineThatFloodsAndIsUnplugged()
     QVERIFY(sim::waitFor([&] { return control.property(QStringLiteral("Streaming")).toBool(); }, 60000));
     QCOMPARE(board.logs("CSR8675 line without end dropped"), 1);
 #ifndef KADO_SANITIZED
-    // Sanitizers keep what is freed; another program than this build's may be an emulator, which grows by itself.
+    // Not with sanitizers, which keep freed memory. Not with KADO_BT, which may be an emulator that grows by itself.
     if (!qEnvironmentVariableIsSet("KADO_BT"))
         QVERIFY(board.daemon.residentKib() - resident < 1536);
 #endif
 
-    // What was unplugged is readable for ever: it is not kept.
-    WAIT_UNTIL(board.player.targets().size() == 2); // the last that opens a connection
+    // The daemon closes an unplugged line, because it would stay ready for reading.
+    WAIT_UNTIL(board.player.targets().size() == 2); // no further request opens a connection
     const int descriptors = sim::settledDescriptors(board.daemon);
     board.module.unplug();
     WAIT_UNTIL(board.logs("CSR8675 Serial Port failed:") > 0);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The module's lines without a port: bytes in, lines out; lines in, commands and state out.
+// The module's protocol without a serial port: bytes in, lines out; lines in, commands and state out.
 
 #include "module/linereader.h"
 #include "module/moduleprotocol.h"
@@ -12,13 +12,13 @@ private Q_SLOTS:
     void linesAreCut();
     void replies();
     void correctionsAreSavedUnlessTheModuleKeepsNone();
-    void namesThatACommandCannotHold();
+    void namesThatDoNotFitACommand();
     void phoneEvents();
 };
 
 namespace {
 
-/// The commands that one line sets off.
+/// Returns the commands that follow one line.
 QByteArray reply(ModuleProtocol &protocol, const QByteArray &line)
 {
     return protocol.process(QString::fromLatin1(line)).command;
@@ -32,7 +32,7 @@ void ModuleLinesTest::linesAreCut()
     QCOMPARE(reader.feed("Rea"), QStringList());
     QCOMPARE(reader.feed("dy\r\nA\n").join(QLatin1Char('|')), QStringLiteral("Ready||A"));
     QCOMPARE(reader.feed(QByteArray("B\xFC\r\0X\n", 6)), QStringList(QStringLiteral("B\u00FC")));
-    // A line that does not end is dropped, and the one behind it is heard.
+    // An endless line is dropped. The line after it is returned.
     for (int i = 0; i < 100; ++i)
         QCOMPARE(reader.feed(QByteArray(1000, 'x')), QStringList());
     QCOMPARE(reader.feed("x\nReady\n"), QStringList(QStringLiteral("Ready")));
@@ -46,7 +46,7 @@ void ModuleLinesTest::replies()
         {"Ready now", "get name\r"},
         {"ready", ""},
         {"NAME=Living room BT", "get audio\r"},
-        {"NAME=Living room", "set name=Living room BT\rget audio\r"}, // the last of several words is the suffix
+        {"NAME=Living room", "set name=Living room BT\rget audio\r"}, // without the suffix "BT"
         {"AUDIO=30", "set audio=3\rget i2s\r"},
         {"I2S", "set i2s=0202\rget codec\r"},
         {"CODEC=7 44100 2", "status\r"},
@@ -60,12 +60,12 @@ void ModuleLinesTest::replies()
     }
 }
 
-/// A module that restarted after every check would never play.
+/// The protocol must not restart a module after every check, because it would then never play.
 void ModuleLinesTest::correctionsAreSavedUnlessTheModuleKeepsNone()
 {
-    QString speakerName = QStringLiteral("A=B"); // which the module's answer does not tell from "A B"
+    QString speakerName = QStringLiteral("A=B"); // in the module's answer the same as "A B"
     ModuleProtocol protocol([&] { return speakerName; });
-    // One check; returns how it ends.
+    // Runs one check. Returns the last commands.
     const auto check = [&](const char *name, const char *audio) {
         reply(protocol, name);
         reply(protocol, audio);
@@ -75,12 +75,12 @@ void ModuleLinesTest::correctionsAreSavedUnlessTheModuleKeepsNone()
     const QByteArray saved = "write\rreset\r";
     const QByteArray done = "status\r";
     QCOMPARE(check("NAME=CSR8675 BT", "AUDIO=0"), saved);
-    QCOMPARE(check("NAME=A=B BT", "AUDIO=3"), saved); // not the corrections of before
+    QCOMPARE(check("NAME=A=B BT", "AUDIO=3"), saved); // different corrections than before
     QCOMPARE(check("NAME=A=B BT", "AUDIO=3"), done);
     speakerName = QStringLiteral("Kitchen");
     QCOMPARE(check("NAME=A=B BT", "AUDIO=3"), saved);
     QCOMPARE(check("NAME=Kitchen BT", "AUDIO=3"), done);
-    QCOMPARE(check("NAME=A=B BT", "AUDIO=3"), saved); // the module has lost what it had kept
+    QCOMPARE(check("NAME=A=B BT", "AUDIO=3"), saved); // the module has lost its saved settings
 
     ModuleProtocol nameless([] { return QString(); });
     QCOMPARE(reply(nameless, "NAME=Old BT"), QByteArray());
@@ -88,15 +88,15 @@ void ModuleLinesTest::correctionsAreSavedUnlessTheModuleKeepsNone()
     QCOMPARE(reply(nameless, "CODEC=5"), QByteArray("set codec=7 44100 1\rstatus\r"));
 }
 
-void ModuleLinesTest::namesThatACommandCannotHold()
+void ModuleLinesTest::namesThatDoNotFitACommand()
 {
-    QString speakerName = QStringLiteral("K\u00C3\u00BC\r"); // UTF-8 that was read byte by byte
+    QString speakerName = QStringLiteral("K\u00C3\u00BC\r"); // UTF-8, read as Latin-1
     ModuleProtocol protocol([&] { return speakerName; });
     QCOMPARE(reply(protocol, "NAME=Old BT"), QByteArray("set name=K\xC3\x83\xC2\xBC BT\rget audio\r"));
     QCOMPARE(reply(protocol, "NAME=K\xC3\xBC"), QByteArray("get audio\r"));
     speakerName = QStringLiteral("\r");
     QCOMPARE(reply(protocol, "NAME=Old BT"), QByteArray());
-    // A Bluetooth name has 248 bytes.
+    // A Bluetooth name has 248 bytes at most.
     speakerName = QString(1000, QLatin1Char('\xFC'));
     const QByteArray longest = QByteArray("\xC3\xBC").repeated(122);
     QCOMPARE(reply(protocol, "NAME=Old BT"), "set name=" + longest + " BT\rget audio\r");
@@ -135,7 +135,7 @@ void ModuleLinesTest::phoneEvents()
 
     QCOMPARE(reply(protocol, "LINK 1 CONNECTED A2DP 01"), QByteArray("name 01\r"));
     QCOMPARE(reply(protocol, "NAME 01 Anna's  phone=x"), QByteArray());
-    QCOMPARE(reply(protocol, "NAME=Kitchen BT"), QByteArray("get audio\r")); // the next one is the module's again
+    QCOMPARE(reply(protocol, "NAME=Kitchen BT"), QByteArray("get audio\r")); // the next NAME is the module's again
     reply(protocol, "CLOSE_OK A2DP 01");
     QCOMPARE(protocol.phoneName(), QStringLiteral("Anna's  phone x"));
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The requests to the player: what stands in them, and players that answer in any way, late or not at all.
+// The requests to the player: their content, and players that answer wrongly, late or never.
 
 #include "player/playerrequests.h"
 #include "sim/player.h"
@@ -12,11 +12,11 @@
 
 namespace {
 
-/// A player, and the daemon's side of its control service.
+/// A player, and the daemon's sender of requests.
 struct Requests {
     Requests() { served = player.serve(); }
 
-    /// Makes so many requests in one turn of the event loop; each is told from the others by its sampling rate.
+    /// Sends `requests` requests without running the event loop. Each has a different sampling rate.
     void make(int requests)
     {
         for (int i = 0; i < requests; ++i) {
@@ -30,7 +30,7 @@ struct Requests {
     QNetworkAccessManager network;
     PlayerRequests sender{network};
     int made = 0;
-    QStringList targets; ///< of all that were made
+    QStringList targets; ///< of all requests sent by make()
 };
 
 } // namespace
@@ -39,9 +39,9 @@ class RequestsTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void anyNameIsOneRequest();
-    void playersHearEveryEventSoon();
-    void silentPlayerHearsTheLatestState();
-    void answersWithoutEndAreGivenUp();
+    void playersGetEveryEventSoon();
+    void silentPlayerGetsTheLatestState();
+    void endlessAnswersTimeOut();
 };
 
 void RequestsTest::anyNameIsOneRequest()
@@ -55,7 +55,7 @@ void RequestsTest::anyNameIsOneRequest()
         {QStringLiteral("\r\nHost: x\r\n\r\n"), "%0D%0AHost:%20x%0D%0A%0D%0A&streaming=true"},
         {QStringLiteral("a") + QChar(0) + QLatin1Char('b'), "a%00b&streaming=true"},
         {QStringLiteral("\"Bob\""), "%22Bob%22&streaming=true"},
-        {QStringLiteral("100 % Bob %4"), "100%20%25%20Bob%20true&streaming=true"}, // "%4" takes effect
+        {QStringLiteral("100 % Bob %4"), "100%20%25%20Bob%20true&streaming=true"}, // QString::arg() replaces "%4"
         {QStringLiteral("%1x"), "truex&streaming=%254"},
         {QStringLiteral("Bob") + QChar(0xD83C), "Bob%ED%A0%BC&streaming=true"},
         {QChar(0xDFA7) + QStringLiteral("Bob"), "%ED%BE%A7Bob&streaming=true"},
@@ -63,7 +63,7 @@ void RequestsTest::anyNameIsOneRequest()
     Requests requests;
     QVERIFY(requests.served);
     for (const auto &name : names) {
-        requests.player.forgetRequests();
+        requests.player.clearRequests();
         requests.sender.sendBTPropertyChange(QStringLiteral("USB"), true, true, name.name, true);
         requests.make(1);
         WAIT_UNTIL(requests.player.requests().size() == 2);
@@ -74,16 +74,16 @@ void RequestsTest::anyNameIsOneRequest()
     }
 }
 
-void RequestsTest::playersHearEveryEventSoon()
+void RequestsTest::playersGetEveryEventSoon()
 {
     using Behaviour = sim::Player::Behaviour;
     constexpr int Events = 12;
-    constexpr int SoonMs = 1500; // each one that is waited for in vain takes 250 ms
+    constexpr int SoonMs = 1500; // each wait for a missing answer takes 250 ms
     for (const Behaviour behaviour :
          {Behaviour::Answer, Behaviour::KeepOpen, Behaviour::NoContent, Behaviour::Chunked, Behaviour::Refuse}) {
         Requests requests;
         QVERIFY(requests.served);
-        requests.player.behave(behaviour);
+        requests.player.setBehaviour(behaviour);
         QElapsedTimer clock;
         clock.start();
         requests.make(Events);
@@ -93,35 +93,36 @@ void RequestsTest::playersHearEveryEventSoon()
     }
 }
 
-/// It hears as many as have a connection each, in their order. Of those that wait the latest are kept.
-void RequestsTest::silentPlayerHearsTheLatestState()
+/// A silent player receives one request per connection, in order. Of the queued requests the latest are kept.
+void RequestsTest::silentPlayerGetsTheLatestState()
 {
     constexpr int Connections = 5;
     constexpr int Kept = 64;
     Requests requests;
     QVERIFY(requests.served);
-    requests.player.behave(sim::Player::Behaviour::NeverAnswer);
+    requests.player.setBehaviour(sim::Player::Behaviour::NeverAnswer);
     requests.make(Connections);
     WAIT_UNTIL(requests.player.targets() == requests.targets);
     requests.make(10 * Kept);
 
-    requests.player.stopServing(); // it is started again
-    requests.player.behave(sim::Player::Behaviour::Answer);
-    requests.player.forgetRequests();
+    requests.player.stopServing(); // the player is restarted
+    requests.player.setBehaviour(sim::Player::Behaviour::Answer);
+    requests.player.clearRequests();
     QVERIFY(requests.player.serve());
     const QStringList kept = requests.targets.mid(requests.targets.size() - Kept);
     const auto isHeard = [&](const QString &target) { return requests.player.targets().contains(target); };
     WAIT_UNTIL(std::all_of(kept.begin(), kept.end(), isHeard));
-    for (const QString &target : requests.player.targets()) // on a busy machine one overtakes another
+    for (const QString &target :
+         requests.player.targets()) // in any order, because requests may overtake each other on a busy machine
         QVERIFY2(kept.contains(target) || requests.targets.mid(0, Connections).contains(target), qPrintable(target));
 }
 
-/// Each holds a connection, and no more than a few are given out.
-void RequestsTest::answersWithoutEndAreGivenUp()
+/// Each endless answer occupies one of a few connections until its timeout.
+void RequestsTest::endlessAnswersTimeOut()
 {
     Requests requests;
     QVERIFY(requests.served);
-    requests.player.behave(sim::Player::Behaviour::Endless);
+    requests.player.setBehaviour(sim::Player::Behaviour::Endless);
     requests.make(10);
     QVERIFY(sim::waitFor([&] { return requests.player.requests().size() > 5; }, 15'000));
 }

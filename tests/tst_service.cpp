@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What a board's bus policy, users and unit let whom do. The daemon is run by scripts/as-service, on a bus with the
-// shipped policy and with the users of tests/board/users.conf: see scripts/check-service.
+// Permissions by bus policy, users and unit. scripts/as-service runs the daemon, on a bus with the shipped policy and
+// the users of tests/board/users.conf. scripts/check-service runs this test.
 
 #include "boardtest.h"
 
@@ -16,7 +16,7 @@ struct Ending {
     QString output;
 };
 
-/// Runs a command as `user`, with the user's groups, while the board's bus and BlueZ go on.
+/// Runs a command as `user`, with the user's groups. Runs the event loop meanwhile, for the simulated BlueZ.
 Ending runAs(const QString &user, const QStringList &command)
 {
     QProcess process;
@@ -30,7 +30,7 @@ Ending runAs(const QString &user, const QStringList &command)
     return {process.exitCode(), QString::fromUtf8(process.readAll())};
 }
 
-/// Connects to the audio socket, or binds one in its place.
+/// Calls `what`, "connect" or "bind", for the path of the audio socket.
 Ending doWithAudioSocket(const QString &user, const QString &what)
 {
     return runAs(
@@ -38,7 +38,7 @@ Ending doWithAudioSocket(const QString &user, const QString &what)
         {"/usr/bin/python3", "-c", "import socket; socket.socket(socket.AF_UNIX)." + what + "('/tmp/bluetooth')"});
 }
 
-/// What the unit has root run first: the command behind "ExecStartPre=-+".
+/// Runs the unit's command "ExecStartPre=-+" as root.
 Ending runBeforeStart()
 {
     QFile unit(qEnvironmentVariable("KADO_SERVICE") + QStringLiteral("/kado-bt.service"));
@@ -59,8 +59,8 @@ private Q_SLOTS:
     void initTestCase();
     void policy_data();
     void policy();
-    void signalsOfStrangersStayOutside();
-    void blueZGetsThrough();
+    void foreignSignalsAreRefused();
+    void bluezMessagesAreAllowed();
     void processIsConfined();
     void audioSocketIsForTheGroup();
     void leftoverSocketIsReplaced();
@@ -74,7 +74,7 @@ void ServiceTest::initTestCase()
     if (!qEnvironmentVariableIsSet("KADO_SERVICE"))
         QSKIP("run by scripts/check-service");
     board_ = std::make_unique<sim::Board>();
-    qputenv("DBUS_SYSTEM_BUS_ADDRESS", board_->bus.address().toLatin1()); // for what the unit runs
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", board_->bus.address().toLatin1()); // for the command of the unit
     QVERIFY2(board_->startDaemon(), qPrintable(board_->daemon.logTexts().join('\n')));
 }
 
@@ -103,7 +103,7 @@ void ServiceTest::policy()
     QFETCH(QStringList, allowed);
     const QString name = call.section(' ', 0, 0);
     const QString uniqueName = board_->bluez.connection().interface()->serviceOwner(name);
-    for (const QString &destination : {name, uniqueName}) { // the latter is no way round the policy
+    for (const QString &destination : {name, uniqueName}) { // the unique name must not bypass the policy
         const QStringList send = QStringList{"dbus-send", "--bus=" + board_->bus.address(), "--print-reply",
                                              "--dest=" + destination}
             + call.split(' ').mid(1);
@@ -115,9 +115,9 @@ void ServiceTest::policy()
     }
 }
 
-void ServiceTest::signalsOfStrangersStayOutside()
+void ServiceTest::foreignSignalsAreRefused()
 {
-    // A refusal is seen by a monitor alone: a signal has no reply.
+    // Only a monitor sees the refusal, because a signal has no reply.
     QProcess monitor;
     monitor.start("dbus-monitor", {"--address", board_->bus.address()});
     QByteArray seen;
@@ -127,7 +127,7 @@ void ServiceTest::signalsOfStrangersStayOutside()
             return seen.contains(text);
         });
     };
-    QVERIFY(sees("NameLost")); // it has become a monitor
+    QVERIFY(sees("NameLost")); // sent when the connection has become a monitor
     const QStringList send{"dbus-send",       "--bus=" + board_->bus.address(), "--type=signal", "--dest=org.kadobt",
                            "/org/bluez/hci0", "org.bluez.Device1.Forged"};
     QCOMPARE(runAs("stranger", send).status, 0);
@@ -136,7 +136,7 @@ void ServiceTest::signalsOfStrangersStayOutside()
     monitor.waitForFinished();
 }
 
-void ServiceTest::blueZGetsThrough()
+void ServiceTest::bluezMessagesAreAllowed()
 {
     sim::Phone phone(board_->bluez, PhonePath, QStringLiteral("Anna"));
     phone.connect();
@@ -157,7 +157,7 @@ void ServiceTest::processIsConfined()
         QVERIFY2(status.contains('\n' + line), qPrintable(status));
 
     if (runAs("root", {"unshare", "--mount", "true"}).status != 0)
-        QSKIP("no mount namespaces here: the rest of the confinement is not tried");
+        QSKIP("no mount namespaces here, so the rest of the sandbox is not tested");
     const auto rootMayWriteThere = [&](const char *path) {
         return runAs("root", {"nsenter", "--mount=" + folder + "/ns/mnt", "touch", path}).status == 0;
     };
@@ -175,7 +175,7 @@ void ServiceTest::audioSocketIsForTheGroup()
 
 void ServiceTest::leftoverSocketIsReplaced()
 {
-    QCOMPARE(runBeforeStart().status, 0); // one in use stays
+    QCOMPARE(runBeforeStart().status, 0); // keeps a socket that is in use
     QCOMPARE(doWithAudioSocket("player", "connect").status, 0);
 
     board_->daemon.stop();

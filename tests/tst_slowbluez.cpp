@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// BlueZ that answers a call late, never, or dies with the answer owed: streams, endpoints, agent and control interface
-// go on, and in the end everything is as it should be.
+// BlueZ answers a call late, never, or crashes before it answers. Streams, endpoints, agent and control interface must
+// continue to work, and the final state must be correct.
 
 #include "streamingboard.h"
 
@@ -13,9 +13,9 @@ using namespace boardtest;
 
 namespace {
 
-constexpr int GivenUpMs = 15'000; // Get and Acquire after 12 s
+constexpr int CallTimeoutMs = 15'000; // the daemon's timeout of Get and Acquire is 12 s
 
-/// A stream's socket, as BlueZ does not hand it out: the daemon's end blocks.
+/// A stream socket with a blocking daemon's end, in contrast to BlueZ's.
 struct Ends {
     Ends()
     {
@@ -40,11 +40,11 @@ QDBusMessage acquireReply(const QDBusMessage &acquire, const Ends &ends)
     return acquire.createReply({QVariant::fromValue(QDBusUnixFileDescriptor(ends.there.get())), mtu, mtu});
 }
 
-/// Calls of one method that BlueZ leaves unanswered, from now until stop() or the end of this object.
-class HeldCalls {
+/// Calls of one method that BlueZ does not answer, from construction until stop() or destruction.
+class DelayedCalls {
 public:
-    /// Only calls with this text in their line (see sim::BluezCall) are held.
-    HeldCalls(sim::FakeBluez &bluez, const char *method, const QString &text = {})
+    /// Delays only calls whose sim::BluezCall::text() contains `text`.
+    DelayedCalls(sim::FakeBluez &bluez, const char *method, const QString &text = {})
         : bluez_(bluez), method_(QLatin1String(method))
     {
         bluez_.intercept(method_, [this, text](const QDBusMessage &call) {
@@ -54,16 +54,16 @@ public:
             return true;
         });
     }
-    ~HeldCalls() { stop(); }
-    HeldCalls(const HeldCalls &) = delete;
-    HeldCalls &operator=(const HeldCalls &) = delete;
+    ~DelayedCalls() { stop(); }
+    DelayedCalls(const DelayedCalls &) = delete;
+    DelayedCalls &operator=(const DelayedCalls &) = delete;
 
     bool arrived() const { return !calls_.isEmpty(); }
     const QList<QDBusMessage> &calls() const { return calls_; }
 
-    /// The next ones are answered as usual.
+    /// Lets BlueZ answer further calls as usual.
     void stop() { bluez_.stopIntercepting(method_); }
-    /// The answers come at last.
+    /// Calls stop() and answers the delayed calls.
     void answer()
     {
         stop();
@@ -83,16 +83,16 @@ private:
     QList<QDBusMessage> calls_;
 };
 
-/// Control interface, agent and endpoint are served at once.
+/// Returns whether control interface, agent and endpoint answer at once.
 bool servesAtOnce(sim::Board &board)
 {
-    // BlueZ gives an endpoint no longer; a daemon that waits for BlueZ takes as long as an answer is owed.
+    // BlueZ's timeout for an endpoint. A daemon that blocks until BlueZ answers would take longer.
     constexpr int LimitMs = 3000;
     QElapsedTimer clock;
     clock.start();
-    // At start it takes a moment until there is anybody to answer.
+    // Wait, because at start the daemon may not be on the bus yet.
     const auto control = [&] { return board.control.property(QStringLiteral("Connected")).isValid(); };
-    // Wherever BlueZ knows the agent from: its registration may be what is unanswered.
+    // Call the agent directly, because BlueZ may not have registered it: that may be the delayed call.
     QDBusMessage authorize = QDBusMessage::createMethodCall(
         QStringLiteral("org.kadobt"), QStringLiteral("/Nodera/BluetoothAgent"), QStringLiteral("org.bluez.Agent1"),
         QStringLiteral("RequestAuthorization"));
@@ -110,18 +110,18 @@ bool servesAtOnce(sim::Board &board)
 class SlowBluezTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void setUpThatBluezHoldsUp_data();
-    void setUpThatBluezHoldsUp();
-    void phoneThatBluezHoldsUp_data();
-    void phoneThatBluezHoldsUp();
-    void answersThatNeverCome();
-    void descriptorThatComesTooLate();
-    void pauseBeforeTheDescriptor();
-    void phoneThatLeavesBeforeItsName();
-    void adapterThatGoesEndsItsSetUp();
+    void slowSetUp_data();
+    void slowSetUp();
+    void slowPhoneCalls_data();
+    void slowPhoneCalls();
+    void missingAnswersTimeOut();
+    void lateDescriptorIsClosed();
+    void pauseBeforeAcquireReply();
+    void phoneDisconnectsBeforeItsName();
+    void removedAdapterEndsItsSetUp();
 };
 
-void SlowBluezTest::setUpThatBluezHoldsUp_data()
+void SlowBluezTest::slowSetUp_data()
 {
     QTest::addColumn<QByteArray>("method");
     QTest::addColumn<QString>("argument");
@@ -135,20 +135,20 @@ void SlowBluezTest::setUpThatBluezHoldsUp_data()
     row("RegisterEndpoint", "/endpoint/");
 }
 
-/// BlueZ dies with the answer owed; the next one answers late.
-void SlowBluezTest::setUpThatBluezHoldsUp()
+/// BlueZ crashes before it answers. After its restart it answers late.
+void SlowBluezTest::slowSetUp()
 {
     QFETCH(QByteArray, method);
     QFETCH(QString, argument);
     sim::Board board;
     {
-        const HeldCalls lost(board.bluez, method.constData(), argument);
+        const DelayedCalls lost(board.bluez, method.constData(), argument);
         board.daemon.start(board.bus.address());
         WAIT_UNTIL(lost.arrived());
         QVERIFY(servesAtOnce(board));
         board.bluez.crash();
     }
-    HeldCalls late(board.bluez, method.constData(), argument);
+    DelayedCalls late(board.bluez, method.constData(), argument);
     board.bluez.restart();
     board.bluez.addAdapter();
     WAIT_UNTIL(late.arrived());
@@ -163,26 +163,26 @@ void SlowBluezTest::setUpThatBluezHoldsUp()
     WAIT_UNTIL(board.control.property(QStringLiteral("Streaming")).toBool());
 }
 
-void SlowBluezTest::phoneThatBluezHoldsUp_data()
+void SlowBluezTest::slowPhoneCalls_data()
 {
     QTest::addColumn<QString>("end");
-    for (const char *end : {"late answers", "BlueZ dies", "BlueZ is replaced"})
+    for (const char *end : {"late answers", "BlueZ crashes", "BlueZ is replaced"})
         QTest::newRow(end) << QString::fromLatin1(end);
 }
 
-/// It plays, while its name, the speaker's new name and its hang-up are all unanswered.
-void SlowBluezTest::phoneThatBluezHoldsUp()
+/// A phone plays while BlueZ delays the calls for its name, for the speaker's new name and for its disconnection.
+void SlowBluezTest::slowPhoneCalls()
 {
     QFETCH(QString, end);
     ConfiguredBoard b;
     QVERIFY(b.ready);
     b.phone.disconnect();
-    const QString connectedToNobody = notification(true, false, "", false);
-    WAIT_UNTIL(b.board.player.targets().last() == connectedToNobody);
-    b.board.player.forgetRequests();
-    HeldCalls get(b.board.bluez, "Get");
-    HeldCalls set(b.board.bluez, "Set");
-    HeldCalls disconnect(b.board.bluez, "Disconnect");
+    const QString noPhone = notification(true, false, "", false);
+    WAIT_UNTIL(b.board.player.targets().last() == noPhone);
+    b.board.player.clearRequests();
+    DelayedCalls get(b.board.bluez, "Get");
+    DelayedCalls set(b.board.bluez, "Set");
+    DelayedCalls disconnect(b.board.bluez, "Disconnect");
 
     b.phone.connect();
     WAIT_UNTIL(get.arrived());
@@ -190,91 +190,92 @@ void SlowBluezTest::phoneThatBluezHoldsUp()
     for (int i = 0; i < 10; ++i) {
         sim::writePlayerName(QByteArray("Room ") + QByteArray::number(i) + '\n');
         b.board.control.call(QStringLiteral("ResetAlias"));
-        b.board.control.setProperty(QStringLiteral("Connected"), i % 2 == 1); // true asks for nothing
+        b.board.control.setProperty(QStringLiteral("Connected"), i % 2 == 1); // true has no effect
     }
     WAIT_UNTIL(set.arrived() && disconnect.arrived());
     QVERIFY(servesAtOnce(b.board));
     const QList<QByteArray> sent = packets(0.3);
     QVERIFY(b.send(sent));
     QVERIFY(b.hears(sim::decodeSbc(sent)));
-    WAIT_UNTIL(b.board.player.targets() == QStringList(connectedToNobody)); // the stream's, for want of a name
-    for (const HeldCalls *held : {&get, &set, &disconnect})
-        QCOMPARE(held->calls().size(), 1); // demands do not pile up
+    WAIT_UNTIL(b.board.player.targets()
+               == QStringList(noPhone)); // of the stream; without a name the phone does not count
+    for (const DelayedCalls *delayed : {&get, &set, &disconnect})
+        QCOMPARE(delayed->calls().size(), 1); // the daemon does not repeat a pending call
 
     if (end == QStringLiteral("late answers")) {
         get.answer();
         WAIT_UNTIL(b.board.player.targets().last() == notification(true, true, "Anna", true));
-        b.board.bluez.forgetCalls();
+        b.board.bluez.clearCalls();
         set.answer();
         WAIT_UNTIL(alias(b.board) == QVariant(QStringLiteral("Room 9 BT")));
         QCOMPARE(b.board.bluez.countCalls(QStringLiteral("Set")), 1);
         disconnect.answer();
-        WAIT_UNTIL(b.board.player.targets().last() == connectedToNobody);
+        WAIT_UNTIL(b.board.player.targets().last() == noPhone);
         return;
     }
-    b.board.player.forgetRequests();
-    for (HeldCalls *held : {&get, &set, &disconnect})
-        held->stop();
-    if (end == QStringLiteral("BlueZ dies"))
+    b.board.player.clearRequests();
+    for (DelayedCalls *delayed : {&get, &set, &disconnect})
+        delayed->stop();
+    if (end == QStringLiteral("BlueZ crashes"))
         b.board.bluez.crash();
     else
         b.board.bluez.replace();
-    WAIT_UNTIL(b.board.player.targets() == QStringList({connectedToNobody, notification(false, false, "", false)}));
+    WAIT_UNTIL(b.board.player.targets() == QStringList({noPhone, notification(false, false, "", false)}));
     WAIT_UNTIL(!b.board.player.audioConnected());
     for (const char *property : {"AdapterPresent", "Connected", "Streaming"})
         QCOMPARE(b.board.control.property(QLatin1String(property)), QVariant(false));
-    if (end == QStringLiteral("BlueZ dies"))
+    if (end == QStringLiteral("BlueZ crashes"))
         b.board.bluez.restart();
     b.board.bluez.addAdapter();
-    WAIT_UNTIL(b.board.player.targets().last() == connectedToNobody);
+    WAIT_UNTIL(b.board.player.targets().last() == noPhone);
     b.phone.connect();
     WAIT_UNTIL(b.board.player.targets().last() == notification(true, true, "Anna", false));
-    QVERIFY(b.phone.authorize() && b.playsAnother());
+    QVERIFY(b.phone.authorize() && b.playsNewStream());
     QVERIFY(b.board.player.heard() == sim::decodeSbc(sent)); // a new decoder with the new adapter
 }
 
-void SlowBluezTest::answersThatNeverCome()
+void SlowBluezTest::missingAnswersTimeOut()
 {
     ConfiguredBoard b;
     QVERIFY(b.ready);
     b.phone.disconnect();
     WAIT_UNTIL(b.board.player.targets().last() == notification(true, false, "", false));
     {
-        const HeldCalls get(b.board.bluez, "Get");
-        const HeldCalls acquire(b.board.bluez, "Acquire");
+        const DelayedCalls get(b.board.bluez, "Get");
+        const DelayedCalls acquire(b.board.bluez, "Acquire");
         b.phone.connect();
         QVERIFY(b.phone.configure(sim::SbcFormat{}));
         b.state("pending");
         const auto unnamed = [&] { return b.board.player.targets().last() == notification(true, true, "", false); };
-        QVERIFY(sim::waitFor(unnamed, GivenUpMs));
+        QVERIFY(sim::waitFor(unnamed, CallTimeoutMs));
         const auto notAcquired = [&] {
             const QString line = QStringLiteral("Acquire: \"org.freedesktop.DBus.Error.NoReply\"");
             return !b.board.daemon.logTexts().filter(line).isEmpty();
         };
-        QVERIFY(sim::waitFor(notAcquired, GivenUpMs));
+        QVERIFY(sim::waitFor(notAcquired, CallTimeoutMs));
 
-        // The answer comes after all: its descriptor is closed.
+        // The daemon closes the descriptor of an answer that arrives after the timeout.
         Ends ends;
         b.board.bluez.connection().send(acquireReply(acquire.calls().constFirst(), ends));
         ends.there.reset();
         char byte = 0;
-        WAIT_UNTIL(::recv(ends.here.get(), &byte, 1, MSG_DONTWAIT) == 0); // nobody holds the other end
+        WAIT_UNTIL(::recv(ends.here.get(), &byte, 1, MSG_DONTWAIT) == 0); // the other end is closed
     }
-    QVERIFY(b.playsAnother());
+    QVERIFY(b.playsNewStream());
 }
 
-void SlowBluezTest::descriptorThatComesTooLate()
+void SlowBluezTest::lateDescriptorIsClosed()
 {
     for (const bool cleared : {false, true}) { // the stream is idle, or its configuration cleared
         ConfiguredBoard b;
         QVERIFY(b.ready);
         const Ends ends;
         {
-            const HeldCalls acquire(b.board.bluez, "Acquire");
+            const DelayedCalls acquire(b.board.bluez, "Acquire");
             b.state("pending");
             b.state("pending");
             WAIT_UNTIL(b.board.daemon.logTexts().count(QStringLiteral("Transport State = \"pending\" ")) == 2);
-            QVERIFY(b.phone.authorize()); // the answer comes behind all calls
+            QVERIFY(b.phone.authorize()); // the daemon has sent all earlier calls before this reply
             WAIT_UNTIL(acquire.arrived());
             QCOMPARE(acquire.calls().size(), 1);
             const int descriptors = settledDescriptors(b.board.daemon);
@@ -287,7 +288,7 @@ void SlowBluezTest::descriptorThatComesTooLate()
             QVERIFY(ends.send(packet));
             b.board.bluez.connection().send(acquireReply(acquire.calls().constFirst(), ends));
             if (!cleared)
-                b.state("active"); // behind the answer
+                b.state("active"); // after the answer
             QVERIFY(cleared || b.active());
             WAIT_UNTIL(b.board.daemon.openDescriptors() <= descriptors);
             QByteArray unread(Mtu, '\0');
@@ -296,23 +297,23 @@ void SlowBluezTest::descriptorThatComesTooLate()
         }
         if (!cleared)
             b.state("idle");
-        QVERIFY(b.playsAnother());
+        QVERIFY(b.playsNewStream());
     }
 }
 
-/// The phone pauses and goes on while an Acquire is unanswered.
-void SlowBluezTest::pauseBeforeTheDescriptor()
+/// The phone pauses and resumes before BlueZ answers Acquire.
+void SlowBluezTest::pauseBeforeAcquireReply()
 {
     for (const bool refused : {false, true}) { // or BlueZ refuses it because of the pause
         ConfiguredBoard b;
         QVERIFY(b.ready && b.board.player.connectAudio());
-        HeldCalls acquire(b.board.bluez, "Acquire");
+        DelayedCalls acquire(b.board.bluez, "Acquire");
         const Ends ends;
         b.board.bluez.offerStream(b.phone.transportPath(), ends.there.get(), Mtu);
         for (const char *state : {"pending", "idle", "pending"})
             b.state(state);
         WAIT_UNTIL(b.board.daemon.logTexts().filter(QStringLiteral("Transport State")).size() == 3);
-        QVERIFY(b.phone.authorize()); // the answer comes behind all calls
+        QVERIFY(b.phone.authorize()); // the daemon has sent all earlier calls before this reply
         WAIT_UNTIL(acquire.arrived());
         QCOMPARE(acquire.calls().size(), 1);
         if (refused)
@@ -324,22 +325,22 @@ void SlowBluezTest::pauseBeforeTheDescriptor()
         for (const QByteArray &packet : sent)
             QVERIFY(ends.send(packet));
         QVERIFY(b.hears(sim::decodeSbc(sent)));
-        b.state("idle"); // all has been read: a read that waited would be for good
+        b.state("idle"); // all packets have been read, so a blocking read would block forever
         WAIT_UNTIL(!b.board.player.audioConnected());
-        QVERIFY(b.playsAnother());
+        QVERIFY(b.playsNewStream());
     }
 }
 
-void SlowBluezTest::phoneThatLeavesBeforeItsName()
+void SlowBluezTest::phoneDisconnectsBeforeItsName()
 {
     sim::Board board;
     QVERIFY(board.startDaemon());
     sim::Phone anna(board.bluez, PhonePath, QStringLiteral("Anna"));
     sim::Phone bob(board.bluez, OtherPhonePath, QStringLiteral("Bob"));
     const QString none = notification(true, false, "", false);
-    for (sim::Phone *next : {&anna, &bob}) { // it comes back itself, or another one comes
-        board.player.forgetRequests();
-        HeldCalls get(board.bluez, "Get");
+    for (sim::Phone *next : {&anna, &bob}) { // the same phone or another one connects
+        board.player.clearRequests();
+        DelayedCalls get(board.bluez, "Get");
         anna.connect();
         WAIT_UNTIL(get.arrived());
         QVERIFY(anna.authorize());
@@ -357,14 +358,14 @@ void SlowBluezTest::phoneThatLeavesBeforeItsName()
     }
 }
 
-void SlowBluezTest::adapterThatGoesEndsItsSetUp()
+void SlowBluezTest::removedAdapterEndsItsSetUp()
 {
     sim::Board board;
     board.bluez.addAdapter(QStringLiteral("/org/bluez/hci1"));
-    HeldCalls step(board.bluez, "Set", QStringLiteral("hci0 \"org.bluez.Adapter1\" \"Powered\""));
+    DelayedCalls step(board.bluez, "Set", QStringLiteral("hci0 \"org.bluez.Adapter1\" \"Powered\""));
     board.daemon.start(board.bus.address());
     WAIT_UNTIL(step.arrived());
-    board.bluez.forgetCalls();
+    board.bluez.clearCalls();
     board.bluez.removeAdapter();
     step.refuse();
     WAIT_UNTIL(board.player.targets()

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The shipped binary from its command line to the first notification: how it ends, what it logs and where, and what it
-// asks of BlueZ.
+// The shipped binary from its command line to the first notification: exit status, log lines and their destination,
+// calls to BlueZ.
 
 #include "boardtest.h"
 
@@ -19,7 +19,7 @@ namespace {
 const QString ToStderr = QStringLiteral("--stderr");
 const QString Debug = QStringLiteral("--debug");
 
-/// How a daemon that does not stay ended, and what it printed.
+/// Exit status and output of a daemon that ended by itself.
 struct Ending {
     int status = -1;
     bool aborted = false;
@@ -100,7 +100,7 @@ void StartupTest::withoutItsName()
     const Ending second = runToEnd(board.bus.address(), {ToStderr});
     QVERIFY(second.aborted);
     QVERIFY(second.log.last().startsWith(QStringLiteral("Fatal: ")));
-    QVERIFY(board.player.connectAudio()); // it left the first one's socket alone
+    QVERIFY(board.player.connectAudio()); // the first daemon's socket still works
 
     const Ending busless = runToEnd(QStringLiteral("unix:path=/nowhere"), {ToStderr});
     QVERIFY(busless.aborted);
@@ -109,7 +109,7 @@ void StartupTest::withoutItsName()
 
 void StartupTest::logLevels()
 {
-    // Whatever an image's Qt is told, the daemon's own level decides.
+    // Only the daemon's own level counts, not Qt's logging rules.
     qputenv("QT_LOGGING_RULES", "*.debug=false");
     const auto restore = qScopeGuard([] { qunsetenv("QT_LOGGING_RULES"); });
     sim::Board board;
@@ -118,7 +118,8 @@ void StartupTest::logLevels()
     QVERIFY(board.daemon.logTexts().constFirst().startsWith(QStringLiteral("start kado-bt ")));
     QVERIFY(board.daemon.logged(QStringLiteral("Set default adapter:  \"/org/bluez/hci0\"")));
 
-    QCOMPARE(runToEnd(board.bus.address(), {ToStderr, Debug, QStringLiteral("-1")}).log, QStringList()); // not even why
+    QCOMPARE(runToEnd(board.bus.address(), {ToStderr, Debug, QStringLiteral("-1")}).log,
+             QStringList()); // without a reason
     board.daemon.stop();
     QVERIFY(board.startDaemon({ToStderr, Debug, QStringLiteral("9")}));
     WAIT_UNTIL(board.daemon.logged(
@@ -179,7 +180,7 @@ void StartupTest::callsToBluez()
     for (const sim::BluezCall &call : board.bluez.calls())
         calls << call.text();
     QCOMPARE(calls, expected.mid(0, expected.size() - 2 + endpoints));
-    // BlueZ took all of them.
+    // BlueZ accepted all of them.
     QCOMPARE(board.bluez.endpoints().size(), endpoints);
     QVERIFY(board.bluez.defaultAgent());
     QCOMPARE(board.bluez.property(Hci0, QStringLiteral("org.bluez.Adapter1"), QStringLiteral("DiscoverableTimeout")),
@@ -219,7 +220,7 @@ void StartupTest::controlInterface()
     WAIT_UNTIL(board.bluez.property(Hci0, QStringLiteral("org.bluez.Adapter1"), QStringLiteral("Alias"))
                == QStringLiteral("Bath BT"));
 
-    // Without a phone nothing was there to be played or disconnected.
+    // Without a phone, there is nothing to play or to disconnect.
     QCOMPARE(board.bluez.countCalls(QStringLiteral("Disconnect")), 0);
     sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
     phone.connect();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Streams through the shipped binary: from a phone's socket to the client of the local audio socket.
+// Streams through the shipped binary, from a phone's socket to a client of the local audio socket.
 
 #include "streamingboard.h"
 
@@ -14,31 +14,31 @@ class StreamingTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void phonePlaysThroughThePlayer();
-    void everyStreamIsHeardToItsEnd();
+    void streamsAreReadToTheirEnd();
     void statesDecideAcquisition();
-    void failedAcquireIsTriedAgain();
+    void failedAcquireIsRetried();
     void otherConfigurationsLeaveTheStreamAlone();
-    void newestClientHears();
-    void clientThatComesBackMissesNothing();
+    void newestClientReceives();
+    void reconnectedClientMissesNothing();
     void slowClient();
     void slowClientCostsItsBacklogAtMost();
-    void malformedPacketsPassBy();
+    void malformedPacketsAreSkipped();
     void aacReachesThePlayerAsAdts();
-    void endedStreamsCostNothing();
-    void cyclesLeaveNothingBehind();
+    void endedStreamsUseNoCpu();
+    void cyclesDoNotLeak();
 };
 
 void StreamingTest::phonePlaysThroughThePlayer()
 {
     ConfiguredBoard b;
     QVERIFY(b.ready);
-    b.board.player.connectWhenTold(true);
+    b.board.player.connectOnPlay(true);
     QVERIFY(b.phone.start(Mtu) && b.active());
     QCOMPARE(b.board.control.call(QStringLiteral("SelectBluetooth")).type(), QDBusMessage::ReplyMessage);
     WAIT_UNTIL(b.board.player.audioConnected());
 
     const QList<QByteArray> sent = packets(2);
-    b.phone.play(sent, {}); // at the pace of the audio
+    b.phone.play(sent, {}); // in real time
     QVERIFY(sim::waitFor([&] { return !b.phone.isPlaying(); }, 10000));
     QVERIFY(b.hears(sim::decodeSbc(sent)));
     b.phone.suspend();
@@ -77,7 +77,7 @@ void StreamingTest::phonePlaysThroughThePlayer()
     QCOMPARE(b.board.daemon.logTexts(), log);
 }
 
-void StreamingTest::everyStreamIsHeardToItsEnd()
+void StreamingTest::streamsAreReadToTheirEnd()
 {
     ConfiguredBoard b;
     QVERIFY(b.ready);
@@ -86,19 +86,19 @@ void StreamingTest::everyStreamIsHeardToItsEnd()
     const auto plays = [&] { return b.startHeard() && b.send(sent); };
     const auto heardToItsEnd = [&] {
         const QByteArray pcm = decodedAfter(before, sent);
-        before += sent; // one decoder for the codec's life
+        before += sent; // the codec keeps one decoder
         return sim::waitFor([&] { return !b.board.player.audioConnected(); }) && b.hears(pcm) && !b.streaming();
     };
 
-    QVERIFY(b.startHeard() && b.board.daemon.hold());
-    QVERIFY(b.send(sent)); // all of it is still in the socket when the stream ends
+    QVERIFY(b.startHeard() && b.board.daemon.pause());
+    QVERIFY(b.send(sent)); // all packets are still in the socket when the stream ends
     b.phone.suspend();
-    QVERIFY(b.board.daemon.letGo());
+    QVERIFY(b.board.daemon.resume());
     QVERIFY(heardToItsEnd());
 
     QVERIFY(plays());
     QCOMPARE(b.board.bluez.countCalls(QStringLiteral("Acquire")), 2);
-    QVERIFY(b.phone.clear()); // no State before it
+    QVERIFY(b.phone.clear()); // without a change of State before
     QVERIFY(heardToItsEnd());
 
     QVERIFY(b.phone.configure(sim::SbcFormat{}) && plays());
@@ -119,7 +119,7 @@ void StreamingTest::statesDecideAcquisition()
     ConfiguredBoard b;
     QVERIFY(b.ready);
     const auto acquired = [&] { return b.board.bluez.countCalls(QStringLiteral("Acquire")); };
-    b.state("active"); // never pending in this process
+    b.state("active"); // without "pending" before
     QVERIFY(b.streaming());
     b.state("idle");
     b.board.bluez.emitPropertiesChanged(b.phone.transportPath(), QStringLiteral("org.bluez.MediaControl1"),
@@ -131,15 +131,15 @@ void StreamingTest::statesDecideAcquisition()
 
     QVERIFY(b.startHeard());
     WAIT_UNTIL(b.board.player.targets().size() == 5); // adapter, phone, active, idle, active
-    b.board.player.forgetRequests();
-    b.state("pending"); // the stream goes on
+    b.board.player.clearRequests();
+    b.state("pending"); // the stream continues
     QVERIFY(!b.streaming());
     b.state("active");
     QVERIFY(b.streaming());
     QVERIFY(b.send(packets(0.2)));
     QVERIFY(b.hears(sim::decodeSbc(packets(0.2))));
     QCOMPARE(acquired(), 1);
-    b.state("broken"); // whatever BlueZ may say one day: not active
+    b.state("broken"); // an unknown state counts as not active
     QVERIFY(!b.streaming());
     WAIT_UNTIL(!b.board.player.audioConnected());
     WAIT_UNTIL(b.board.player.targets()
@@ -147,7 +147,7 @@ void StreamingTest::statesDecideAcquisition()
                                notification(true, true, "Anna", false)}));
 }
 
-void StreamingTest::failedAcquireIsTriedAgain()
+void StreamingTest::failedAcquireIsRetried()
 {
     ConfiguredBoard b;
     QVERIFY(b.ready);
@@ -156,7 +156,7 @@ void StreamingTest::failedAcquireIsTriedAgain()
     const QVariant mtu = QVariant::fromValue<ushort>(Mtu);
     const QVariant none = QVariant::fromValue<ushort>(0);
     const QList<QVariantList> answers{
-        {}, // an error
+        {}, // becomes an error reply
         {descriptor},
         {5, mtu, mtu},
         {descriptor, QStringLiteral("672"), QStringLiteral("672")},
@@ -180,7 +180,7 @@ void StreamingTest::failedAcquireIsTriedAgain()
     QCOMPARE(b.board.bluez.countCalls(QStringLiteral("Acquire")), calls);
     WAIT_UNTIL(b.board.daemon.openDescriptors() <= descriptors + sim::SparePlayerSockets);
     b.board.bluez.stopIntercepting(QStringLiteral("Acquire"));
-    QVERIFY(b.playsAnother());
+    QVERIFY(b.playsNewStream());
 }
 
 void StreamingTest::otherConfigurationsLeaveTheStreamAlone()
@@ -204,7 +204,7 @@ void StreamingTest::otherConfigurationsLeaveTheStreamAlone()
     QVERIFY(configure(0, {{configuration, QByteArray::fromHex("11150235")}}));
     QVERIFY(b.logs("Warning: Unexpected SetConfiguration"));
     b.board.control.call(QStringLiteral("SelectBluetooth"));
-    WAIT_UNTIL(b.board.player.targets().last() // the codec's newest values
+    WAIT_UNTIL(b.board.player.targets().last() // the codec's latest values
                == QStringLiteral("/Play?url=Capture:bluez:bluetooth:pcm/48000/16/2&name=Anna"));
     QVERIFY(configure(2, {{configuration, QByteArray::fromHex("80010483e800")}}));
     QCOMPARE(ask(2, "ClearConfiguration", {path}).type(), QDBusMessage::ReplyMessage);
@@ -212,17 +212,17 @@ void StreamingTest::otherConfigurationsLeaveTheStreamAlone()
     QVERIFY(b.send(sent.mid(half)));
     QVERIFY(b.hears(sim::decodeSbc(sent)));
 
-    QCOMPARE(ask(0, "ClearConfiguration", {path}).type(), QDBusMessage::ReplyMessage); // whichever path it names
+    QCOMPARE(ask(0, "ClearConfiguration", {path}).type(), QDBusMessage::ReplyMessage); // accepted for any path
     WAIT_UNTIL(!b.board.player.audioConnected());
     QVERIFY(configure(0, {{QStringLiteral("State"), 7}})); // without a configuration
-    QVERIFY(b.playsAnother());
+    QVERIFY(b.playsNewStream());
 }
 
-void StreamingTest::newestClientHears()
+void StreamingTest::newestClientReceives()
 {
     ConfiguredBoard b;
     QVERIFY(b.ready && b.phone.start(Mtu) && b.active());
-    QVERIFY(b.send(packets(20))); // many times what the socket holds
+    QVERIFY(b.send(packets(20))); // many times the size of the socket's buffer
     WAIT_UNTIL(b.phone.drained());
     sim::Player earlier;
     QVERIFY(earlier.connectAudio() && b.board.player.connectAudio());
@@ -231,12 +231,12 @@ void StreamingTest::newestClientHears()
     WAIT_UNTIL(!earlier.audioConnected());
     const QByteArray pcm = sim::decodeSbc(sent);
     const auto onePacket = sim::decodeSbc({sent.constFirst()}).size();
-    QVERIFY(earlier.heard() == pcm.left(onePacket)); // adopted with the first packet, replaced with the second
+    QVERIFY(earlier.heard() == pcm.left(onePacket)); // accepted with the first packet, replaced with the second
     QVERIFY(b.hears(pcm.mid(onePacket)));
     QCOMPARE(b.board.daemon.logTexts().count(QStringLiteral("New audio out socket connection accepted")), 2);
 }
 
-void StreamingTest::clientThatComesBackMissesNothing()
+void StreamingTest::reconnectedClientMissesNothing()
 {
     ConfiguredBoard b;
     QVERIFY(b.ready && b.startHeard());
@@ -244,14 +244,14 @@ void StreamingTest::clientThatComesBackMissesNothing()
     const auto onePacket = sim::decodeSbc({sent.at(0)}).size();
     QVERIFY(b.phone.send(sent.at(0)));
     WAIT_UNTIL(b.board.player.heard().size() == onePacket);
-    b.board.player.hangUpAudio();
+    b.board.player.disconnectAudio();
     QVERIFY(b.phone.send(sent.at(1)));
     WAIT_UNTIL(b.phone.drained());
 
-    QVERIFY(b.board.daemon.hold());
-    QVERIFY(b.phone.send(sent.at(2))); // the daemon hears of the packet before it hears of the client
+    QVERIFY(b.board.daemon.pause());
+    QVERIFY(b.phone.send(sent.at(2))); // the daemon reads the packet before it sees the client
     QVERIFY(b.board.player.connectAudio());
-    QVERIFY(b.board.daemon.letGo());
+    QVERIFY(b.board.daemon.resume());
     WAIT_UNTIL(b.board.player.heard().size() == onePacket);
 }
 
@@ -265,7 +265,7 @@ void StreamingTest::slowClient()
     b.board.player.pauseReading(false);
     QVERIFY(b.hears(sim::decodeSbc(sent)));
 
-    // At the end of the stream it is spared what would come late.
+    // At the end of the stream the client's backlog is dropped.
     b.board.player.pauseReading(true);
     QVERIFY(b.send(sent));
     b.phone.suspend();
@@ -273,25 +273,25 @@ void StreamingTest::slowClient()
     b.board.player.pauseReading(false);
     WAIT_UNTIL(!b.board.player.audioConnected());
     QVERIFY(sim::decodeSbc(sent + sent).startsWith(b.board.player.heard()));
-    constexpr int SocketBytes = 256 * 1024; // and somewhat more than it holds
+    constexpr int SocketBytes = 256 * 1024; // somewhat more than the socket's buffer
     QVERIFY(b.board.player.heard().size() < sim::decodeSbc(sent).size() + SocketBytes);
-    QVERIFY(b.playsAnother());
+    QVERIFY(b.playsNewStream());
 }
 
 void StreamingTest::slowClientCostsItsBacklogAtMost()
 {
 #ifdef KADO_SANITIZED
-    QSKIP("A sanitizer keeps what is freed");
+    QSKIP("a sanitizer keeps freed memory");
 #endif
     constexpr int BacklogKib = 4 * 1024;
     constexpr int OtherKib = 512;
     ConfiguredBoard b;
     QVERIFY(b.ready && b.startHeard());
-    const QList<QByteArray> sent = packets(60); // more than twice what is kept
+    const QList<QByteArray> sent = packets(60); // more than twice the backlog limit
     const int before = b.board.daemon.privateDirtyKib();
-    for (int round = 1; round <= 3; ++round) { // the C library learns from the first
+    for (int round = 1; round <= 3; ++round) { // the C library adapts in the first round
         b.board.player.pauseReading(true);
-        QVERIFY(b.send(sent)); // each is taken: packets go on being read
+        QVERIFY(b.send(sent)); // the daemon still reads every packet
         QVERIFY(b.board.daemon.privateDirtyKib() < before + BacklogKib + OtherKib);
         b.board.player.pauseReading(false);
         WAIT_UNTIL(b.board.daemon.logTexts().filter(QStringLiteral("too slow")).size() == round);
@@ -299,7 +299,7 @@ void StreamingTest::slowClientCostsItsBacklogAtMost()
     }
 }
 
-void StreamingTest::malformedPacketsPassBy()
+void StreamingTest::malformedPacketsAreSkipped()
 {
     ConfiguredBoard b(Traced);
     QVERIFY(b.ready && b.startHeard());
@@ -309,7 +309,7 @@ void StreamingTest::malformedPacketsPassBy()
         mixed << packet << packet.left(13) + QByteArray(300, '\x11') << QByteArray(7, '\x9C')
               << packet.left(13) + packet.mid(13, 40);
     }
-    mixed.insert(mixed.size() / 2, QByteArray()); // reads like the end of a stream that goes on
+    mixed.insert(mixed.size() / 2, QByteArray()); // an empty packet reads like end of file, but the stream continues
     QVERIFY(b.send(mixed));
     QVERIFY(b.hears(sim::decodeSbc(sent)));
     QVERIFY(b.logs("SBC decoding error -2"));
@@ -329,7 +329,7 @@ void StreamingTest::aacReachesThePlayerAsAdts()
     QVERIFY(b.hears(QByteArray::fromHex("fff15080267ffc") + payload + QByteArray::fromHex("fff15080011ffc") + "b"));
 }
 
-void StreamingTest::endedStreamsCostNothing()
+void StreamingTest::endedStreamsUseNoCpu()
 {
     ConfiguredBoard b;
     QVERIFY(b.ready);
@@ -339,7 +339,7 @@ void StreamingTest::endedStreamsCostNothing()
                                {QVariant::fromValue(QDBusObjectPath(other)),
                                 QVariantMap{{QStringLiteral("Configuration"), QByteArray::fromHex("80010483e800")}}});
 
-    // One stream was reset and has ended, the other can never be read.
+    // One stream was reset and has ended. The other descriptor is not readable.
     int ends[2];
     QCOMPARE(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
     QCOMPARE(::send(ends[0], "x", 1, 0), ssize_t{1});
@@ -352,22 +352,22 @@ void StreamingTest::endedStreamsCostNothing()
     WAIT_UNTIL(b.board.bluez.countCalls(QStringLiteral("Acquire")) == 2);
     for (const int fd : {ends[0], ends[1], pipe[0], pipe[1]})
         ::close(fd);
-    QVERIFY(b.active()); // everything of the beginning has been logged
+    QVERIFY(b.active()); // all lines of the start have been logged
     settledDescriptors(b.board.daemon);
 
     const int before = b.board.daemon.cpuMs();
     const auto lines = b.board.daemon.log().size();
-    QTest::qWait(2000); // what is measured is what happens while nothing happens
+    QTest::qWait(2000); // measure CPU time and log lines without any event
     const int used = b.board.daemon.cpuMs() - before;
     QVERIFY2(used < 200, qPrintable(QString::number(used)));
     QCOMPARE(b.board.daemon.log().size(), lines);
-    QVERIFY(b.playsAnother());
+    QVERIFY(b.playsNewStream());
 }
 
-void StreamingTest::cyclesLeaveNothingBehind()
+void StreamingTest::cyclesDoNotLeak()
 {
     constexpr int Rounds = 1000;
-    constexpr int FirstRounds = 50; // after them everything has been used once
+    constexpr int FirstRounds = 50; // until caches and pools are filled
     sim::Board board;
     QVERIFY(board.startDaemon());
     sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
@@ -377,9 +377,9 @@ void StreamingTest::cyclesLeaveNothingBehind()
     [[maybe_unused]] int residentKib = 0;
     for (int round = 0; round < Rounds; ++round) {
         phone.connect();
-        // The agent knows the phone once the daemon has asked for its name.
+        // Retry until the daemon has seen the phone.
         WAIT_UNTIL(phone.authorize());
-        QVERIFY(sim::Player().connectAudio()); // and leaves before it hears anything
+        QVERIFY(sim::Player().connectAudio()); // disconnects before the stream starts
         QVERIFY(phone.configure(sim::SbcFormat{}) && board.player.connectAudio() && phone.start(Mtu));
         QVERIFY(phone.send(packet));
         WAIT_UNTIL(board.player.heard().size() == size);
@@ -392,7 +392,7 @@ void StreamingTest::cyclesLeaveNothingBehind()
     }
     WAIT_UNTIL(!board.player.audioConnected());
     QVERIFY(settledDescriptors(board.daemon) <= descriptors + sim::SparePlayerSockets);
-#ifndef KADO_SANITIZED // which keeps what is freed
+#ifndef KADO_SANITIZED // a sanitizer keeps freed memory
     QVERIFY(board.daemon.residentKib() - residentKib <= 1024);
 #endif
 }

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: MIT
-"""The picture of a field log: what its lines tell, and what bad input gets."""
+"""Tests of timeline.py: events and bars of a field log, odd lines, limits, bad input."""
 import pathlib
 import subprocess
 import tempfile
@@ -27,7 +27,7 @@ class Timeline(unittest.TestCase):
         self.svg = self.folder / "timeline.svg"
 
     def draw(self, *lines):
-        """Texts of the rows, bars, and what else is written."""
+        """Draws lines. Returns the texts of the rows, the titles of the bars, and all other texts."""
         (source := self.folder / "log").write_bytes("\n".join(lines).encode(errors="surrogateescape"))
         self.assertEqual(run(source, self.svg).returncode, 0)
         root = ElementTree.parse(self.svg).getroot()

@@ -5,5 +5,5 @@
 
 #include <QTest>
 
-/// Waits until the condition holds, and fails the test when it does not within 5 s.
+/// Waits until the condition is true. Fails the test when it is still false after 10 s.
 #define WAIT_UNTIL(condition) QVERIFY2(sim::waitFor([&] { return (condition); }), "never true: " #condition)

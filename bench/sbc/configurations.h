@@ -3,10 +3,10 @@
 
 namespace bench {
 
-/// What phones send, and its extremes, as second byte of a frame's header and bitpool; 16 blocks, loudness.
+/// A usual configuration of phones, or an extreme one. All have 16 blocks and the allocation method loudness.
 struct SbcConfiguration {
     const char *name;
-    unsigned fields;
+    unsigned fields; ///< second byte of the frame header
     unsigned bitpool;
 };
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A plugin for qemu: prints how many instructions the emulated program has executed when it ends. The declarations are
-// those of qemu's plugin interface that it needs, since Debian has no header of it.
+// A qemu plugin. At the end of the emulated program it prints the number of executed instructions. Declares the needed
+// part of qemu's plugin interface itself, because Debian does not package the header.
 
 #include <cstddef>
 #include <cstdint>
@@ -34,9 +34,9 @@ void count(unsigned /*cpu*/, void *instructions)
 
 void translated(std::uint64_t /*id*/, qemu_plugin_tb *block)
 {
-    constexpr int NoRegisters = 0; // of the emulated processor are looked at
+    constexpr int NoRegisters = 0; // count() does not read the emulated processor's registers
     const std::uintptr_t instructions = qemu_plugin_tb_n_insns(block);
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): a number is all that count() needs
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): count() takes the number itself as user data
     qemu_plugin_register_vcpu_tb_exec_cb(block, count, NoRegisters, reinterpret_cast<void *>(instructions));
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Decodes encoder-made frames of one configuration over and over, with this project's decoder or with libsbc: work for
-// an instruction counter. A program without Qt, so that it runs under an emulator of any board as it stands.
-// Usage: decodeframes kado|libsbc CONFIGURATION FRAMES      CONFIGURATION: an index of SbcConfigurations
+// Decodes frames of one configuration in a loop, with this project's decoder or with libsbc, for an instruction
+// counter. Does not use Qt, so that it runs in an emulator of any board without a Qt for that board. Usage:
+// decodeframes kado|libsbc CONFIGURATION FRAMES      CONFIGURATION: an index into SbcConfigurations
 
 #include "bench/sbc/configurations.h"
 #include "bench/sbc/libsbc.h"
@@ -37,7 +37,7 @@ int main(int argc, char **argv)
         return EXIT_FAILURE;
     const bench::SbcConfiguration &configuration = bench::SbcConfigurations[index];
     constexpr int Frames = 100;
-    frames::Random random(1); // NOLINT: the same sound every time
+    frames::Random random(1); // NOLINT: fixed seed, for the same sound in every run
     const auto ready = frames::encode(random, configuration.fields, configuration.bitpool, Frames);
     const long count = std::strtol(argv[3], nullptr, 10);
     const bool good = std::strcmp(argv[1], "kado") == 0 ? decode<sbc::Decoder>(ready, count)

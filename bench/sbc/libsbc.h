@@ -7,7 +7,7 @@
 
 namespace bench {
 
-/// libsbc, with the function of sbc::Decoder. For good frames of one number of subbands.
+/// libsbc with the interface of sbc::Decoder. Use it only for valid frames with a constant number of subbands.
 class Libsbc {
 public:
     Libsbc() { sbc_init(&sbc_, 0); }

@@ -32,7 +32,7 @@ int scaleFactorBits(unsigned fields)
     return joint + 4 * subbands * channels;
 }
 
-void mendChecksum(std::uint8_t *frame)
+void fixChecksum(std::uint8_t *frame)
 {
     unsigned crc = 0x0F;
     const auto add = [&](unsigned byte, int bits) {
@@ -56,15 +56,14 @@ unsigned possibleBitpool(Random &random, unsigned fields)
 
 Bytes make(Random &random, unsigned fields, unsigned bitpool)
 {
-    // How bytes of scale factors and of samples are made of random ones: the bits that are kept, and those that are
-    // set.
+    // Masks for random bytes of scale factors and samples: bits that are kept, and bits that are set.
     const struct {
         unsigned scaleMask, scale, sampleMask, sample;
     } kinds[] = {
         {0xFF, 0, 0xFF, 0},
-        {0, 0xFF, 0, 0xFF}, // the largest samples there are
+        {0, 0xFF, 0, 0xFF}, // the largest possible samples
         {0, 0xFF, 0, 0},
-        {below(random, 256), 0, 0xFF, 0}, // quiet, or some subbands alone
+        {below(random, 256), 0, 0xFF, 0}, // quiet, or only some subbands
         {0, 0x11 * below(random, 16), 0xFF, 0},
     };
     const auto &kind = kinds[below(random, std::size(kinds))];
@@ -80,7 +79,7 @@ Bytes make(Random &random, unsigned fields, unsigned bitpool)
     frame[0] = 0x9C;
     frame[1] = static_cast<std::uint8_t>(fields);
     frame[2] = static_cast<std::uint8_t>(bitpool);
-    mendChecksum(frame.data());
+    fixChecksum(frame.data());
     return frame;
 }
 
@@ -93,7 +92,7 @@ std::vector<Bytes> encode(Random &random, unsigned fields, unsigned bitpool, int
     encoder.mode = static_cast<std::uint8_t>(modeOf(fields));
     encoder.allocation = (fields & 2) != 0 ? SBC_AM_SNR : SBC_AM_LOUDNESS;
     encoder.subbands = (fields & 1) != 0 ? SBC_SB_8 : SBC_SB_4;
-    encoder.bitpool = static_cast<std::uint8_t>(std::max(bitpool, 2U)); // the encoder does not take less
+    encoder.bitpool = static_cast<std::uint8_t>(std::max(bitpool, 2U)); // the encoder's minimum
     encoder.endian = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? SBC_LE : SBC_BE;
 
     std::vector<Bytes> frames(static_cast<std::size_t>(count), Bytes(1024));

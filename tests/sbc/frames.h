@@ -5,29 +5,29 @@
 #include <random>
 #include <vector>
 
-/// Made-up SBC frames.
+/// Generated SBC frames. `fields` is the second byte of a frame's header.
 namespace frames {
 
 using Bytes = std::vector<std::uint8_t>;
 using Random = std::mt19937;
 
-/// 0 to `count` - 1.
+/// Returns a number from 0 to `count` - 1.
 unsigned below(Random &random, unsigned count);
 
-/// Bits of joint flags and scale factors in a frame of that second byte.
+/// Returns the number of bits of the joint flags and scale factors.
 int scaleFactorBits(unsigned fields);
 
-/// Puts the checksum right of a frame that is longer than its scale factors.
-void mendChecksum(std::uint8_t *frame);
+/// Corrects a frame's checksum. The frame must have at least one byte after its scale factors.
+void fixChecksum(std::uint8_t *frame);
 
-/// A frame with that second byte, bitpool and a good checksum, at least one byte longer than its bitpool can make it.
-/// Scale factors and samples are random, of a kind that is random, too: loud, quiet, sparse, all alike.
+/// Returns a frame with a correct checksum, at least one byte longer than its bitpool requires. Scale factors and
+/// samples are random, and so is their kind: loud, quiet, sparse, all equal.
 Bytes make(Random &random, unsigned fields, unsigned bitpool);
 
-/// A bitpool that frames of that second byte may have.
+/// Returns a random valid bitpool for `fields`.
 unsigned possibleBitpool(Random &random, unsigned fields);
 
-/// Frames that libsbc's encoder makes of a sound that wanders, loud enough to be clipped at times.
+/// Returns frames from libsbc's encoder. Their sound varies, and is loud enough to be clipped at times.
 std::vector<Bytes> encode(Random &random, unsigned fields, unsigned bitpool, int count);
 
 } // namespace frames

@@ -7,8 +7,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-/// A block of bytes that ends where the mapped memory ends: to touch one byte behind it ends the test program, also
-/// from inside a library that no sanitizer looks into.
+/// A block of bytes before an unmapped page. Access to a byte after the block crashes the test program, even from a
+/// library that is built without sanitizers.
 class PageEnd {
 public:
     explicit PageEnd(std::size_t size)
@@ -27,7 +27,7 @@ public:
     PageEnd(const PageEnd &) = delete;
     PageEnd &operator=(const PageEnd &) = delete;
 
-    /// The last `size` bytes.
+    /// Returns the last `size` bytes of the block.
     char *last(std::size_t size) const { return end_ - size; }
 
 private:

@@ -5,8 +5,9 @@
 #include <sbc/sbc.h>
 #include <vector>
 
-/// libsbc as the decoder's measure, without three faults of its own: it reads a byte behind a truncated frame, a first
-/// call that fails spoils everything after it, and frames of another number of subbands than the first one sound wrong.
+/// libsbc as the decoder's reference. Works around three faults of libsbc: it reads one byte beyond a truncated frame;
+/// after a failed first call, all later output is wrong; frames with another number of subbands than the first frame
+/// are decoded wrongly.
 class Reference {
 public:
     Reference() { sbc_init(&sbc_, 0); }
@@ -14,7 +15,7 @@ public:
     Reference(const Reference &) = delete;
     Reference &operator=(const Reference &) = delete;
 
-    /// As sbc::Decoder::decode().
+    /// Has the interface of sbc::Decoder::decode().
     int decode(const std::uint8_t *data, std::size_t size, char *pcm, std::size_t room, std::size_t &written)
     {
         const bool hasHeader = size >= 4 && data[0] == 0x9C;
@@ -35,6 +36,6 @@ public:
 private:
     sbc_t sbc_{};
     std::vector<std::uint8_t> padded_;
-    bool started_ = false; ///< has decoded a frame since it last started afresh
+    bool started_ = false; ///< set when libsbc has decoded a frame since its last initialisation
     int subbands_ = 0;
 };

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-// The SBC decoder against libsbc: every verdict, every byte of PCM. A program without Qt, so that it runs under an
-// emulator of any board as it stands.
+// Compares the SBC decoder with libsbc: every return value and every byte of PCM. Does not use Qt, so that it runs in
+// an emulator of any board without a Qt for that board.
 //
-// Each frame ends at an unmapped page, and so does the PCM.
+// An unmapped page follows each frame and each PCM buffer.
 
 #include "sbc/decoder.h"
 #include "tests/sbc/frames.h"
@@ -15,16 +15,16 @@
 
 namespace {
 
-constexpr int FramesOfAStream = 50;
-constexpr int Untouched = 0x5A; ///< in the output, where nothing was written
+constexpr int FramesPerStream = 50;
+constexpr int Untouched = 0x5A; ///< initial value of the output bytes
 
 long decoded = 0;
 long bad = 0;
 
-/// One decoder and its measure, which are given the same.
-class Duel {
+/// A decoder and its reference, with the same input.
+class Comparison {
 public:
-    /// Decodes `size` bytes that begin with a frame, and ends the program where the two differ.
+    /// Decodes `size` bytes that begin with a frame. Ends the program when the results differ.
     void decode(const std::uint8_t *data, std::size_t size, std::size_t room = sbc::Decoder::MaxPcmSize)
     {
         static const PageEnd input(2048);
@@ -43,7 +43,7 @@ public:
         bad += expected < 0 ? 1 : 0;
         if (result == expected && written == expectedWritten && std::memcmp(pcm, expectedPcm, room) == 0)
             return;
-        std::printf("call %ld: returned %d, libsbc %d; wrote %zu bytes, libsbc %zu, of room for %zu\n", decoded, result,
+        std::printf("call %ld: returned %d, libsbc %d; wrote %zu bytes, libsbc %zu; output size %zu\n", decoded, result,
                     expected, written, expectedWritten, room);
         std::exit(EXIT_FAILURE);
     }
@@ -54,53 +54,52 @@ private:
     Reference reference_;
 };
 
-/// Streams of all kinds: one configuration or several, with faults in headers and first scale factors and without.
+/// Decodes streams with one configuration or several, with and without faults in headers and first scale factors.
 void streams()
 {
     for (int stream = 0; stream < 2500; ++stream) {
         frames::Random random(static_cast<unsigned>(stream));
-        Duel duel;
+        Comparison comparison;
         const bool faulty = frames::below(random, 3) == 0;
-        const unsigned framesOfAKind = 1 + frames::below(random, 3) * FramesOfAStream / 2;
+        const unsigned framesPerConfiguration = 1 + frames::below(random, 3) * FramesPerStream / 2;
         unsigned fields = 0;
-        for (unsigned i = 0; i < FramesOfAStream; ++i) {
-            if (i % framesOfAKind == 0)
+        for (unsigned i = 0; i < FramesPerStream; ++i) {
+            if (i % framesPerConfiguration == 0)
                 fields = frames::below(random, 256);
             frames::Bytes frame = frames::make(random, fields, frames::possibleBitpool(random, fields));
             if (faulty && frames::below(random, 4) == 0)
                 frame[frames::below(random, 8)] ^= static_cast<std::uint8_t>(1U << frames::below(random, 8));
             const bool shortOutput = frames::below(random, 20) == 0;
-            duel.decode(frame.data(), frame.size(),
-                        shortOutput ? frames::below(random, sbc::Decoder::MaxPcmSize) : sbc::Decoder::MaxPcmSize);
+            comparison.decode(frame.data(), frame.size(),
+                              shortOutput ? frames::below(random, sbc::Decoder::MaxPcmSize) : sbc::Decoder::MaxPcmSize);
         }
     }
 }
 
-/// All second bytes: with all bitpools, those that no frame may have included, and as an encoder makes them, so loud
-/// that they are clipped at times.
+/// Decodes frames with every second header byte: with every bitpool, even invalid ones, and from libsbc's encoder.
 void headers()
 {
     frames::Random random(1);
     for (unsigned fields = 0; fields < 256; ++fields) {
-        Duel duel;
+        Comparison comparison;
         for (unsigned bitpool = 0; bitpool < 256; ++bitpool)
-            duel.decode(frames::make(random, fields, bitpool));
+            comparison.decode(frames::make(random, fields, bitpool));
         for (const frames::Bytes &frame : frames::encode(random, fields, frames::possibleBitpool(random, fields), 10))
-            duel.decode(frame);
+            comparison.decode(frame);
     }
 }
 
-/// Each length that a frame can be cut to; the decoder then takes the whole frame as if nothing had been.
+/// Truncates frames to every length. The decoder must then decode the whole frame as if nothing had happened.
 void truncations()
 {
     frames::Random random(2);
     for (unsigned i = 0; i < 512; ++i) {
         const unsigned fields = i * 37 & 0xFF;
         const frames::Bytes frame = frames::make(random, fields, frames::possibleBitpool(random, fields));
-        Duel duel;
-        duel.decode(frame);
+        Comparison comparison;
+        comparison.decode(frame);
         for (std::size_t size = 0; size <= frame.size(); ++size)
-            duel.decode(frame.data(), size);
+            comparison.decode(frame.data(), size);
     }
 }
 
