@@ -8,7 +8,8 @@
 
 namespace bench {
 
-/// Returns the binary to measure: that of the environment variable KADO_BT, or of this build when KADO_BT is not set.
+/// Returns the path of the daemon to measure: the environment variable KADO_BT, or this build's daemon when it is not
+/// set.
 QByteArray daemonProgram();
 
 /// A process to measure, with an active stream. Use pump() to send packets through it. The material must outlive it.
