@@ -20,8 +20,8 @@ public:
         QString text; ///< without the line feed, with trailing blanks
     };
 
-    /// `program` is the binary. Empty: that of the environment variable KADO_BT, or of this build when KADO_BT is not
-    /// set.
+    /// `program` is the path of the daemon. Empty: the environment variable KADO_BT, or this build's daemon when it is
+    /// not set.
     explicit Daemon(const QString &program = {}, QObject *parent = nullptr);
     ~Daemon() override;
 

@@ -47,7 +47,7 @@ private:
 
     Daemon &daemon_;
     const Player &player_;
-    QObject receiver_; ///< ends the connections to signals of daemon and player
+    QObject receiver_; ///< its destruction disconnects the signals of daemon and player
     QElapsedTimer clock_;
     int awaitedRequests_ = 0;
     QString fault_;
