@@ -78,9 +78,9 @@ void Module::unplug()
 QList<QByteArray> Module::commands(int from) const
 {
     QList<QByteArray> all;
-    for (const DialogueLine &spoken : dialogue_) {
-        if (spoken.byDaemon)
-            all << spoken.line;
+    for (const DialogueLine &line : dialogue_) {
+        if (line.byDaemon)
+            all << line.line;
     }
     return all.mid(from);
 }

@@ -54,8 +54,8 @@ ModuleDemo::ModuleDemo(int silenceSeconds) : silenceSeconds_(silenceSeconds), re
     writeFile(SwitchFile, "0");
     player_.serve();
     player_.connectOnPlay(true);
-    QObject::connect(&module_, &Module::lineTransferred, &module_, [this](const Module::DialogueLine &spoken) {
-        report_.log(spoken.byDaemon ? "-> line" : "<- line", QString::fromUtf8(spoken.line));
+    QObject::connect(&module_, &Module::lineTransferred, &module_, [this](const Module::DialogueLine &line) {
+        report_.log(line.byDaemon ? "-> line" : "<- line", QString::fromUtf8(line.line));
     });
 }
 
@@ -123,7 +123,7 @@ bool ModuleDemo::listenToSilence()
     Control control(bus_.address());
     if (!report_.selectBluetooth(control, 44100, PhoneName)
         || !report_.expect(waitFor([this] { return !player_.heard().isEmpty(); }),
-                           QStringLiteral("the player got no silence"))
+                           QStringLiteral("the player received no silence"))
         || !awaitSwitch("1"))
         return false;
 
@@ -171,9 +171,9 @@ bool ModuleDemo::awaitSwitch(const QByteArray &state)
 int ModuleDemo::sumUp()
 {
     std::printf("\nThe serial dialogue:\n");
-    for (const Module::DialogueLine &spoken : module_.dialogue())
-        std::printf("    %8.3f  %s %s\n", static_cast<double>(spoken.ms) / 1000,
-                    spoken.byDaemon ? "kado-bt" : " module", spoken.line.constData());
+    for (const Module::DialogueLine &line : module_.dialogue())
+        std::printf("    %8.3f  %s %s\n", static_cast<double>(line.ms) / 1000, line.byDaemon ? "kado-bt" : " module",
+                    line.line.constData());
     report_.listRequests();
     std::printf("Silence:\n    %.0f bytes a second over %.2f s, %+.3f %% off real time\n", rate_, measuredSeconds_,
                 (rate_ / BytesPerSecond - 1) * 100);

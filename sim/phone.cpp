@@ -56,7 +56,7 @@ Phone::Phone(FakeBluez &bluez, const QString &path, const QString &alias, QObjec
             if (device == path_)
                 hangUp();
         },
-        Qt::QueuedConnection); // because hangUp() calls the daemon, which still waits for the reply to Disconnect
+        Qt::QueuedConnection); // so that the daemon has the reply to Disconnect before hangUp() calls it
 }
 
 Phone::~Phone()

@@ -68,8 +68,7 @@ void AdapterTest::adapterIsNamedAfterTheSpeaker()
         sim::writePlayerName(line + '\n');
         board.control.call(QStringLiteral("ResetAlias"));
         WAIT_UNTIL(alias(board) == QVariant(QString::fromLatin1(line) + QStringLiteral(" BT")));
-        QCOMPARE(board.control.property(QStringLiteral("AdapterPresent")),
-                 QVariant(true)); // the daemon has read BlueZ's answer
+        QCOMPARE(board.control.property(QStringLiteral("AdapterPresent")), QVariant(true)); // BlueZ's answer was read
     }
 }
 
@@ -241,8 +240,7 @@ void AdapterTest::removedPhoneIsDisconnected()
         sim::Phone phone(board.bluez, PhonePath, QStringLiteral("Anna"));
         phone.connect();
         WAIT_UNTIL(board.player.targets().size() == 2);
-        board.bluez.removeObject(PhonePath,
-                                 {QStringLiteral("org.bluez.MediaControl1")}); // does not disconnect the phone
+        board.bluez.removeObject(PhonePath, {QStringLiteral("org.bluez.MediaControl1")}); // must have no effect
         board.player.clearRequests();
         QStringList told{notification(true, false, "", false)};
         if (removed == Hci0)
@@ -256,8 +254,7 @@ void AdapterTest::removedPhoneIsDisconnected()
         }
         sim::Phone bob(board.bluez, OtherPhonePath, QStringLiteral("Bob"));
         bob.connect();
-        WAIT_UNTIL(board.player.targets().size()
-                   == (removed == Hci0 ? 4 : 2)); // with hci0, also when the adapter is ready
+        WAIT_UNTIL(board.player.targets().size() == (removed == Hci0 ? 4 : 2)); // also when the adapter is ready
         QCOMPARE(board.player.targets().last(), notification(true, true, "Bob", false));
         QVERIFY(bob.authorize());
     }

@@ -26,8 +26,7 @@ void ExamplePlayerTest::playsThePhonesAudio()
     // The example starts late. The daemon does not repeat earlier requests.
     WAIT_UNTIL(board.player.targets().last() == notification(true, true, "Bob%20&%20Co", true));
     const auto finished = [&] { return board.daemon.logTexts().filter(QStringLiteral("AdapterManager::finished")); };
-    WAIT_UNTIL(finished().size()
-               == board.player.requests().size()); // otherwise an unanswered request would be repeated
+    WAIT_UNTIL(finished().size() == board.player.requests().size()); // unanswered ones would be repeated
     board.player.stopServing();
 
     QByteArray heard;

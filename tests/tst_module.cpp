@@ -287,8 +287,7 @@ void ModuleTest::clientTurnsOnTheSwitch()
     const auto heard = newer.heard().size();
     WAIT_UNTIL(newer.heard().size() > heard);
     QVERIFY(board.player.connectAudio());
-    sim::Control(board.bus.address())
-        .property(QStringLiteral("AdapterPresent")); // after the reply the daemon has seen it
+    sim::Control(board.bus.address()).property(QStringLiteral("AdapterPresent")); // waits until the daemon sees it
     QVERIFY(board.daemon.pause());
     newer.disconnectAudio();
     QTest::qWait(300); // until the next write is due

@@ -197,8 +197,7 @@ void SlowBluezTest::slowPhoneCalls()
     const QList<QByteArray> sent = packets(0.3);
     QVERIFY(b.send(sent));
     QVERIFY(b.hears(sim::decodeSbc(sent)));
-    WAIT_UNTIL(b.board.player.targets()
-               == QStringList(noPhone)); // of the stream; without a name the phone does not count
+    WAIT_UNTIL(b.board.player.targets() == QStringList(noPhone)); // for the stream, without a name
     for (const DelayedCalls *delayed : {&get, &set, &disconnect})
         QCOMPARE(delayed->calls().size(), 1); // the daemon does not repeat a pending call
 

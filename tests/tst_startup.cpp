@@ -118,8 +118,7 @@ void StartupTest::logLevels()
     QVERIFY(board.daemon.logTexts().constFirst().startsWith(QStringLiteral("start kado-bt ")));
     QVERIFY(board.daemon.logged(QStringLiteral("Set default adapter:  \"/org/bluez/hci0\"")));
 
-    QCOMPARE(runToEnd(board.bus.address(), {ToStderr, Debug, QStringLiteral("-1")}).log,
-             QStringList()); // without a reason
+    QCOMPARE(runToEnd(board.bus.address(), {ToStderr, Debug, QStringLiteral("-1")}).log, QStringList()); // no reason
     board.daemon.stop();
     QVERIFY(board.startDaemon({ToStderr, Debug, QStringLiteral("9")}));
     WAIT_UNTIL(board.daemon.logged(
