@@ -20,7 +20,7 @@ public:
 
     QDBusMessage call(const QString &method);
     QVariant property(const QString &name);
-    /// The introspection data of /kadobt, as XML.
+    /// Returns the introspection data of /kadobt, as XML.
     QString introspect();
     QDBusMessage setProperty(const QString &name, const QVariant &value);
 
