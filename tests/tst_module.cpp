@@ -262,6 +262,8 @@ void ModuleTest::nameFileChangesOften()
 
 void ModuleTest::clientTurnsOnTheSwitch()
 {
+    if (::access("/sys/class", W_OK) != 0)
+        QSKIP("no place for a switch in this container");
     ModuleBoard board;
     QVERIFY(board.startChecked());
     QCOMPARE(switchState(), QByteArray("none")); // not written before a client connects
