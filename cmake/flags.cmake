@@ -41,9 +41,9 @@ if(KADO_PACKS_RELOCATIONS)
 endif()
 
 if(KADO_HARDENING)
-    # Not by check_pie_supported(), which also links with -fPIE. The optimizer would then copy Qt's static objects into the
-    # program, and Qt compares their addresses.
-    set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+    # With -fPIE, CMake's choice for programs, linker and optimizer may copy Qt's static objects into the program, but Qt
+    # compares their addresses.
+    target_compile_options(kado_flags INTERFACE -fPIC)
     target_link_options(kado_flags INTERFACE
         $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-pie> -Wl,-z,relro -Wl,-z,now)
     # Optimized builds alone: _FORTIFY_SOURCE needs the optimizer, and AddressSanitizer does the same work in debug builds.
