@@ -40,6 +40,8 @@ class Player(BaseHTTPRequestHandler):
                 subprocess.run(shlex.split(SELECT))  # kado-bt then sends the /Play request below
         elif play := PLAY.fullmatch(self.path):
             Thread(target=listen, args=play.groups(), daemon=True).start()
+        else:
+            print(f"plays PCM only (see --disable-aac of kado-bt), not {self.path}", file=sys.stderr)
 
 
 server = ThreadingHTTPServer(("127.0.0.1", 11000), Player)

@@ -172,9 +172,9 @@ int Demo::hold()
         std::printf("%s\n", qPrintable(busctl + " get-property" + interface + property));
     for (const char *method : {"IsAdapterPresent", "ResetAlias", "SelectBluetooth"})
         std::printf("%s\n", qPrintable(busctl + " call" + interface + method));
-    std::printf("%s\n", qPrintable(busctl + " set-property" + interface + "Connected b false"));
     std::printf("%s\n", qPrintable(busctl + " introspect" + object));
-    std::printf("%s\n\n", qPrintable(busctl + " tree org.bluez"));
+    std::printf("%s\n", qPrintable(busctl + " tree org.bluez"));
+    std::printf("%s\n\n", qPrintable(busctl + " set-property" + interface + "Connected b false"));
 
     const auto hasEnded = [this] { return board_.daemon.process().state() == QProcess::NotRunning; };
     waitFor([&] { return interrupted != 0 || hasEnded(); }, std::numeric_limits<int>::max());

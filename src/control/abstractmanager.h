@@ -4,7 +4,7 @@
 #include <QObject>
 #include <QString>
 
-/// The interface of the Bluetooth manager to the control interface, for each kind of hardware. A process has one
+/// The functions that the control interface needs from a Bluetooth manager, for either kind of radio. A process has one
 /// manager. Call it only from the main thread.
 class AbstractManager : public QObject {
     Q_OBJECT

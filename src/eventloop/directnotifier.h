@@ -7,8 +7,8 @@
 /// without Qt's event delivery. Any other event loop reaches ready() through event().
 ///
 /// Not a plain QSocketNotifier, because a wake-up after milliseconds of sleep finds cold caches. Qt's event delivery
-/// alone touches 22 of the 54 memory pages of a packet's path, including the decoder's pages. The functions on this
-/// path are marked hot for the same reason: the linker then places them in one page instead of seven.
+/// alone touched 17 of the 54 memory pages of a packet's path, including the decoder's pages. The functions on this
+/// path are marked hot for the same reason: the linker then places them in one page instead of eight.
 class DirectNotifier : public QSocketNotifier {
     Q_OBJECT
 public:

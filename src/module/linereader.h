@@ -12,8 +12,8 @@ public:
     /// adds at most 248 bytes. A command that quotes such a line fits into SerialLine::MaxUnsentBytes.
     static constexpr int MaxLineLength = 1024;
 
-    /// Appends the bytes of one read up to the first zero byte. Returns the lines that are now complete, including
-    /// empty lines. A line longer than MaxLineLength is dropped up to its end and logged.
+    /// Appends the bytes of one read. Drops the rest of the read from the first zero byte on. Returns the lines that
+    /// are now complete, including empty lines. A line longer than MaxLineLength is dropped up to its end and logged.
     QStringList feed(const QByteArray &bytes);
 
 private:

@@ -5,7 +5,7 @@
 
 namespace sbc {
 
-/// The state of one channel's synthesis filter. It has the matrix's results by row and time. For 8 subbands the matrix
+/// The state of one channel's synthesis filter: the results of the matrix, `rows[row][time]`. For 8 subbands the matrix
 /// has 16 rows, and 12 of them are distinct and not zero. The window reads nine blocks back, and the filter keeps
 /// twelve, a multiple of four.
 struct alignas(16) Filter {
