@@ -5,6 +5,7 @@
 import os
 import pathlib
 import pty
+import re
 import signal
 import subprocess
 import tempfile
@@ -41,34 +42,49 @@ class Progress(unittest.TestCase):
         self.assertEqual((run.returncode, run.stdout, log.read_text()), (0, "one\ntwo\n", "one\ntwo"))
 
     def test_a_line_every_ten_seconds(self):
-        run = self.run_it("work", "sh", "-c", "echo '[1/3] one'; echo '[2/3] two'; sleep 11")
-        self.assertEqual(run.stderr, "work ...\nwork, 10 s: [2/3] two\n")
+        output, line = os.pipe()
+        seen = self.watch(r"two\n", output, subprocess.Popen(self.command("[1/3] one", "[2/3] two"), stderr=line), line)
+        self.assertRegex(seen, r"^work \.\.\.\nwork, 1\d s: \[2/3\] two\n$")
 
     def test_packages(self):
         lines = ["Get:1 lists", "1 upgraded, 2 newly installed, 0 to remove", "Get:1 a", "Get:2 b", "Unpacking a ...",
                  "Setting up a ...", "Setting up b ..."]
         for count, step in (2, ""), (4, ": [2/3] fetching"), (5, ": [1/3] unpacking"), (7, ": [2/3] setting up"):
-            seen = self.on_terminal("printf '%s\\n' \"$@\"; sleep 1.2", *lines[:count])
-            self.assertIn(f"\r\x1b[Kwork, 1 s{step}\r", seen)
-
-    def on_terminal(self, script, *arguments):
-        pid, terminal = pty.fork()
-        if pid == 0:
-            os.execve(PROGRAM, [PROGRAM, "work", "sh", "-c", script, "sh", *arguments], self.environment)
-        seen = b""
-        try:
-            while chunk := os.read(terminal, 4096):
-                seen += chunk
-        except OSError:  # the other end is closed
-            pass
-        os.waitpid(pid, 0)
-        os.close(terminal)
-        return seen.decode()
+            self.on_terminal(rf"\r\x1b\[Kwork, [1-9]\d* s{re.escape(step)}(\r|$)", *lines[:count])
 
     def test_terminal(self):
-        seen = self.on_terminal("echo '[1/2] one'; sleep 1.2")
-        self.assertIn("\r\x1b[Kwork, 1 s: [1/2] one\r\x1b[Kwork, 1 s\r\n", seen)
+        seen = self.on_terminal(r"\r\x1b\[Kwork, [1-9]\d* s: \[1/2\] one", "[1/2] one")
+        self.assertRegex(seen, r"\r\x1b\[Kwork, \d+ s: \[1/2\] one\r\x1b\[Kwork, \d+ s\r\n$")
         self.assertEqual(seen.count("\n"), 1, "rewritten in place")
+
+    def command(self, *lines):
+        """A run of scripts/progress that prints the lines and ends once the file "end" exists, or after 30 s."""
+        self.end = self.folder / "end"
+        self.end.unlink(missing_ok=True)
+        script = 'printf "%s\\n" "$@"; n=0; until [ -e "$0" ] || [ $((n += 1)) -gt 300 ]; do sleep 0.1; done'
+        return [PROGRAM, "work", "sh", "-c", script, self.end, *lines]
+
+    def on_terminal(self, expected, *lines):
+        """Returns all that a terminal has shown of such a run, which ends once `expected` was seen."""
+        terminal, other_end = pty.openpty()
+        run = subprocess.Popen(self.command(*lines), stdin=other_end, stdout=other_end, stderr=other_end,
+                               env=self.environment)
+        return self.watch(expected, terminal, run, other_end)
+
+    def watch(self, expected, output, run, other_end):
+        os.close(other_end)
+        seen = ""
+        try:
+            while chunk := os.read(output, 4096):
+                seen += chunk.decode()
+                if re.search(expected, seen):
+                    self.end.touch()
+        except OSError:  # the other end of a terminal is closed
+            pass
+        os.close(output)
+        self.assertEqual(run.wait(timeout=60), 0)
+        self.assertRegex(seen, expected)
+        return seen
 
     def test_signals(self):
         for number in signal.SIGINT, signal.SIGTERM:
